@@ -23,7 +23,10 @@ int main() {
     PrintingSink sink;
     zeb::LogFactory::setDefaultSinkEnabled(false);
     zeb::LogFactory::addSink(&sink);
-    long hr = VexilDX9::logD3DFunction(clientLogger, "Reset", D3DERR_DEVICELOST, false);
+    // Containers cross the interface as values.
+    zeb::OrderedHashTable<zeb::String, unsigned int> table;
+    table.insert(zeb::String("Reset"), 1u);
+    long hr = VexilDX9::logD3DFunction(clientLogger, table.keyAt(0), D3DERR_DEVICELOST, false);
     zeb::LogFactory::removeSink(&sink);
     return hr == D3DERR_DEVICELOST ? 0 : 1;
 }
