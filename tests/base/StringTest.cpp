@@ -105,3 +105,24 @@ TEST(ZEBValue, NumbersAndFlagsAsText) {
     EXPECT_TRUE(zeb::ZEBValue(0xABu).toHexString(true) == "0x000000AB");
     EXPECT_TRUE(zeb::ZEBValue(0xABu).toHexString(false) == "000000AB");
 }
+
+TEST(String, ShortAndLongTextSurviveCopiesAndMoves) {
+    String longText;
+    for (int i = 0; i < 40; ++i) longText.append("x");
+    String shortText("short");
+    String movedLong(std::move(longText));
+    String movedShort(std::move(shortText));
+    EXPECT_EQ(40u, movedLong.size());
+    EXPECT_TRUE(movedShort == "short");
+    EXPECT_TRUE(longText.empty());
+    EXPECT_TRUE(shortText.empty());
+    longText = movedShort;  // reuse after a move
+    EXPECT_TRUE(longText == "short");
+    movedShort = std::move(movedLong);
+    EXPECT_EQ(40u, movedShort.size());
+    EXPECT_EQ(0u, movedShort.getUCS2Buffer()[40]);
+    zeb::Array<String> grown;
+    for (int i = 0; i < 20; ++i) grown.append(i % 2 ? movedShort : longText);
+    EXPECT_EQ(40u, grown[19].size());
+    EXPECT_TRUE(grown[18] == "short");
+}
