@@ -101,17 +101,17 @@ private:
 
     // ---- types -----------------------------------------------------------------------------
     // Reads a type name; false (nothing consumed) when the token names no type.
-    bool parseType(TypeDesc& type, bool rowMajor) {
+    bool parseType(TypeDesc& type, bool columnMajor) {
         const Token& token = peek();
         if (token.kind != TokenKind::Identifier) return false;
         std::string name = lower(token.text);
-        if (parseObjectType(name, type) || parseNumericType(name, type, rowMajor)) {
+        if (parseObjectType(name, type) || parseNumericType(name, type, columnMajor)) {
             next();
             return true;
         }
         if (name == "vector" || name == "matrix") {
             next();
-            parseGenericNumeric(name == "matrix", type, rowMajor, token);
+            parseGenericNumeric(name == "matrix", type, columnMajor, token);
             return true;
         }
         return false;
@@ -147,7 +147,7 @@ private:
         return false;
     }
 
-    static bool parseNumericType(const std::string& name, TypeDesc& type, bool rowMajor) {
+    static bool parseNumericType(const std::string& name, TypeDesc& type, bool columnMajor) {
         size_t length;
         ParameterType base;
         if (!numericBase(name, length, base)) return false;
@@ -161,7 +161,7 @@ private:
             type.cls = PC_VECTOR;
             type.columns = static_cast<uint32_t>(suffix[0] - '0');
         } else if (suffix.size() == 3 && digit(suffix[0]) && suffix[1] == 'x' && digit(suffix[2])) {
-            type.cls = rowMajor ? PC_MATRIX_ROWS : PC_MATRIX_COLUMNS;
+            type.cls = columnMajor ? PC_MATRIX_COLUMNS : PC_MATRIX_ROWS;
             type.rows = static_cast<uint32_t>(suffix[0] - '0');
             type.columns = static_cast<uint32_t>(suffix[2] - '0');
         } else {
@@ -171,10 +171,10 @@ private:
     }
 
     // vector<float, 3>, matrix<float, 4, 3>, or plain vector / matrix (float4 / float4x4).
-    void parseGenericNumeric(bool isMatrix, TypeDesc& type, bool rowMajor, const Token& at) {
+    void parseGenericNumeric(bool isMatrix, TypeDesc& type, bool columnMajor, const Token& at) {
         type = TypeDesc();
         type.type = PT_FLOAT;
-        type.cls = isMatrix ? (rowMajor ? PC_MATRIX_ROWS : PC_MATRIX_COLUMNS) : PC_VECTOR;
+        type.cls = isMatrix ? (columnMajor ? PC_MATRIX_COLUMNS : PC_MATRIX_ROWS) : PC_VECTOR;
         type.rows = isMatrix ? 4 : 1;
         type.columns = 4;
         if (!acceptPunct("<")) return;
@@ -323,20 +323,21 @@ private:
         const Token& start = peek();
         Parameter parameter;
         parameter.where = start.where;
-        bool rowMajor = false;
+        // Effect parameters are row-major unless declared otherwise: D3DX sets matrices only on those.
+        bool columnMajor = false;
         for (;;) {
             const Token& token = peek();
             if (isKeyword(token, "shared")) parameter.shared = true;
-            else if (isKeyword(token, "row_major")) rowMajor = true;
+            else if (isKeyword(token, "column_major")) columnMajor = true;
             else if (isKeyword(token, "uniform") || isKeyword(token, "extern") || isKeyword(token, "const") ||
-                     isKeyword(token, "column_major"))
+                     isKeyword(token, "row_major"))
                 ;
             else if (isKeyword(token, "static")) fail(token, "static variables are not supported");
             else break;
             next();
         }
         const Token& typeToken = peek();
-        if (!parseType(parameter.type, rowMajor)) {
+        if (!parseType(parameter.type, columnMajor)) {
             if (typeToken.kind == TokenKind::Identifier && isPunct(peek(1), "("))
                 fail(typeToken, "HLSL functions are not supported; write shaders in asm blocks");
             fail(typeToken, "unknown type " + describe(typeToken));
