@@ -4,3 +4,9 @@
 
 #include <VexilDX9/Export.h>
 #include <VexilDX9/LogD3D.h>
+#include <VexilDX9/SceneLoaderX.h>
+#include <VexilDX9/FrameNodeIndexer.h>
+#include <VexilDX9/MeshContainerTuple.h>
+#include <VexilDX9/FrameTuple.h>
+#include <VexilDX9/TextureTuple.h>
+#include <VexilDX9/Viewer.h>
