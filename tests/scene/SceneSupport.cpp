@@ -332,7 +332,8 @@ std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::
     if (names.size() != first.size())
         return ::testing::AssertionFailure() << names.size() << " index keys for " << first.size() << " names";
     for (const auto& entry : first) {
-        unsigned position = names.positionOf(zeb::String(entry.first.c_str()));
+        const unsigned* found = names.find(zeb::String(entry.first.c_str()));
+        unsigned position = found ? *found : FrameNode::noParent;
         if (position != entry.second)
             return ::testing::AssertionFailure() << "name " << entry.first << " indexed at " << position
                                                  << ", first at " << entry.second;
