@@ -1,7 +1,18 @@
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <zeb/Logger.h>
 
+#include <vector>
+
 ZEB_FILE_LOGGER(fileLogger, "VexilDX9")
+
+namespace {
+
+struct BreadthFirstEntry {
+    D3DXFRAME* frame;
+    unsigned int parentIndex;
+};
+
+}  // namespace
 
 FrameNode::FrameNode() : m_renderFrame(true), m_frame(nullptr), m_parentIndex(noParent) {
     ZEB_TRACE(fileLogger, "FrameNode::FrameNode");
@@ -61,19 +72,20 @@ void FrameNodeIndexer::appendNode(D3DXFRAME* frame, unsigned int parentIndex) {
 unsigned int FrameNodeIndexer::flattenFrameHierarchy(D3DXFRAME* root) {
     ZEB_TRACE(fileLogger, "FrameNodeIndexer::flattenFrameHierarchy");
     if (!root) return m_frameList.size();
-    for (D3DXFRAME* frame = root; frame; frame = frame->pFrameSibling) appendNode(frame, FrameNode::noParent);
-    // The table grows while it is scanned: each node appends its children, so the walk needs
+    // The order is worked out on a list of bare (frame, parent) pairs first, so that the table of
+    // full nodes is sized once instead of being copied each time it grows.
+    std::vector<BreadthFirstEntry> order;
+    for (D3DXFRAME* frame = root; frame; frame = frame->pFrameSibling) order.push_back({frame, FrameNode::noParent});
+    // The list grows while it is scanned: each entry appends its children, so the walk needs
     // neither recursion nor a separate queue.
-    for (unsigned int i = 0; i < m_frameList.size(); ++i) {
-        D3DXFRAME* child = m_frameList[i].m_frame->pFrameFirstChild;
+    for (size_t i = 0; i < order.size(); ++i) {
+        D3DXFRAME* child = order[i].frame->pFrameFirstChild;
         if (!child) continue;
-        appendNode(child, i);
-        unsigned int j = m_frameList.size() - 1;
-        while (D3DXFRAME* sibling = m_frameList[j].m_frame->pFrameSibling) {
-            appendNode(sibling, m_frameList[j].m_parentIndex);
-            j = m_frameList.size() - 1;
-        }
+        const unsigned int parent = static_cast<unsigned int>(m_frameList.size() + i);
+        for (; child; child = child->pFrameSibling) order.push_back({child, parent});
     }
+    m_frameList.reserve(m_frameList.size() + static_cast<unsigned int>(order.size()));
+    for (const BreadthFirstEntry& entry : order) appendNode(entry.frame, entry.parentIndex);
     return m_frameList.size();
 }
 
