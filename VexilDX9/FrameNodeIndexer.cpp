@@ -14,6 +14,8 @@ struct BreadthFirstEntry {
 
 }  // namespace
 
+const unsigned int FrameNode::noParent;
+
 FrameNode::FrameNode() : m_renderFrame(true), m_frame(nullptr), m_parentIndex(noParent) {
     ZEB_TRACE(fileLogger, "FrameNode::FrameNode");
     D3DXMatrixIdentity(&m_combinedTransform);

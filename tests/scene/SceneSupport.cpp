@@ -3,6 +3,7 @@
 #include <TestPaths.h>
 
 #include <cctype>
+#include <cstring>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -11,35 +12,19 @@
 
 namespace scenetest {
 
-// ---- AllocationSpy ------------------------------------------------------------------------
-
-AllocationSpy::AllocationSpy() { m_registered = SUCCEEDED(CoRegisterMallocSpy(this)); }
-
-AllocationSpy::~AllocationSpy() {
-    if (m_registered) CoRevokeMallocSpy();
-}
-
 HRESULT AllocationSpy::QueryInterface(REFIID riid, void** object) {
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMallocSpy)) {
-        *object = static_cast<IMallocSpy*>(this);
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    bool known = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMallocSpy);
+    *object = known ? static_cast<IMallocSpy*>(this) : nullptr;
+    return known ? S_OK : E_NOINTERFACE;
 }
 
 SIZE_T AllocationSpy::PreAlloc(SIZE_T request) {
-    ++m_allocations;
-    if (m_failAt && m_allocations == m_failAt) return 0;
     m_pending = request;
-    return request;
+    return ++m_allocations == m_failAt ? 0 : request;
 }
 
 void* AllocationSpy::PostAlloc(void* actual) {
-    if (actual) {
-        m_live[actual] = m_pending;
-        m_liveBytes += static_cast<long long>(m_pending);
-    }
+    if (actual) m_liveBytes += static_cast<long long>(m_live[actual] = m_pending);
     return actual;
 }
 
@@ -55,25 +40,7 @@ void* AllocationSpy::PreFree(void* request, BOOL) {
 SIZE_T AllocationSpy::PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL spyed) {
     PreFree(request, spyed);
     *newRequest = request;
-    m_pending = size;
-    return size;
-}
-
-void* AllocationSpy::PostRealloc(void* actual, BOOL) { return PostAlloc(actual); }
-
-// ---- X text -------------------------------------------------------------------------------
-
-std::string xHeader() {
-    return "xof 0303txt 0032\n"
-           "template XSkinMeshHeader {\n <3cf169ce-ff7c-44ab-93c0-f78f62d172e2>\n"
-           " WORD nMaxSkinWeightsPerVertex;\n WORD nMaxSkinWeightsPerFace;\n WORD nBones;\n}\n"
-           "template SkinWeights {\n <6f0d123b-bad2-4167-a0d0-80224f25fabb>\n"
-           " STRING transformNodeName;\n DWORD nWeights;\n array DWORD vertexIndices[nWeights];\n"
-           " array FLOAT weights[nWeights];\n Matrix4x4 matrixOffset;\n}\n";
-}
-
-std::string frame(const std::string& name, const std::string& body) {
-    return "Frame " + name + (name.empty() ? "" : " ") + "{\n" + body + "}\n";
+    return m_pending = size;
 }
 
 namespace {
@@ -82,83 +49,80 @@ std::string number(float value) {
     std::snprintf(buffer, sizeof buffer, "%.6f", value);
     return buffer;
 }
+std::string list(const std::vector<std::string>& items, const char* separator) {
+    std::string text;
+    for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
+    return text;
+}
 }  // namespace
 
+std::string xHeader() {
+    return "xof 0303txt 0032\n"
+           "template XSkinMeshHeader { <3cf169ce-ff7c-44ab-93c0-f78f62d172e2>\n"
+           " WORD nMaxSkinWeightsPerVertex; WORD nMaxSkinWeightsPerFace; WORD nBones; }\n"
+           "template SkinWeights { <6f0d123b-bad2-4167-a0d0-80224f25fabb>\n"
+           " STRING transformNodeName; DWORD nWeights; array DWORD vertexIndices[nWeights];\n"
+           " array FLOAT weights[nWeights]; Matrix4x4 matrixOffset; }\n";
+}
+
+std::string frame(const std::string& name, const std::string& body) { return "Frame " + name + " {\n" + body + "}\n"; }
+
 std::string translation(float x, float y, float z) {
-    return "FrameTransformMatrix {\n 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + number(x) + "," +
-           number(y) + "," + number(z) + ",1.0;;\n}\n";
+    return "FrameTransformMatrix { 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + number(x) + "," + number(y) + "," + number(z) +
+           ",1.0;; }\n";
 }
 
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra) {
-    return "Mesh " + name + (name.empty() ? "" : " ") +
-           "{\n 4;\n 0.0;0.0;0.0;,\n 1.0;0.0;0.0;,\n 1.0;1.0;0.0;,\n 0.0;1.0;0.0;;\n"
-           " 2;\n 3;0,1,2;,\n 3;0,2,3;;\n" +
-           materials + extra + "}\n";
+    return "Mesh " + name + " {\n 4; 0.0;0.0;0.0;, 1.0;0.0;0.0;, 1.0;1.0;0.0;, 0.0;1.0;0.0;;\n 2; 3;0,1,2;, 3;0,2,3;;\n" + materials + extra +
+           "}\n";
 }
 
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile) {
-    std::string text = "Material {\n " + number(r) + ";" + number(g) + ";" + number(b) + ";" + number(a) + ";;\n " +
-                       number(power) + ";\n 0.25;0.5;0.75;;\n 0.1;0.2;0.3;;\n";
-    if (!textureFile.empty()) text += " TextureFilename {\n  \"" + textureFile + "\";\n }\n";
+    std::string text = "Material { " + number(r) + ";" + number(g) + ";" + number(b) + ";" + number(a) + ";; " +
+                       number(power) + "; 0.25;0.5;0.75;; 0.1;0.2;0.3;;\n";
+    if (!textureFile.empty()) text += " TextureFilename { \"" + textureFile + "\"; }\n";
     return text + "}\n";
 }
 
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1) {
-    std::string text = "MeshMaterialList {\n " + std::to_string(materials.size()) + ";\n 2;\n " +
-                       std::to_string(face0) + ",\n " + std::to_string(face1) + ";;\n";
-    for (const std::string& m : materials) text += m;
-    return text + "}\n";
+    return "MeshMaterialList { " + std::to_string(materials.size()) + "; 2; " + std::to_string(face0) + ", " +
+           std::to_string(face1) + ";;\n" + list(materials, "") + "}\n";
 }
 
-std::string skinHeader(unsigned bones) {
-    return "XSkinMeshHeader {\n 2;\n 2;\n " + std::to_string(bones) + ";\n}\n";
-}
-
-std::string skinWeights(const std::string& bone, const std::vector<unsigned>& vertices) {
-    std::string text = "SkinWeights {\n \"" + bone + "\";\n " + std::to_string(vertices.size()) + ";\n ";
-    for (size_t i = 0; i < vertices.size(); ++i) text += std::to_string(vertices[i]) + (i + 1 < vertices.size() ? "," : ";\n ");
-    for (size_t i = 0; i < vertices.size(); ++i) text += std::string("1.0") + (i + 1 < vertices.size() ? "," : ";\n ");
-    return text + "1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;;\n}\n";
+std::string skin(const std::vector<std::string>& bones) {
+    std::string text = "XSkinMeshHeader { 2; 2; " + std::to_string(bones.size()) + "; }\n";
+    for (size_t b = 0; b < bones.size(); ++b)
+        text += "SkinWeights { \"" + bones[b] + "\"; 2; " + std::to_string(2 * b % 4) + "," + std::to_string(2 * b % 4 + 1) +
+                "; 1.0,1.0; 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, 0.0,0.0,0.0,1.0;; }\n";
+    return text;
 }
 
 std::string writeFixture(const std::string& fileName, const std::string& text) {
     std::string path = vexiltest::outputDir() + "\\" + fileName;
-    std::ofstream out(path, std::ios::binary);
-    out << text;
+    std::ofstream(path, std::ios::binary) << text;
     return path;
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::stringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
-// ---- Loading ------------------------------------------------------------------------------
-
-namespace {
-std::wstring wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
-}  // namespace
-
 LoadedHierarchy::LoadedHierarchy(IDirect3DDevice9* device, const std::string& path, SceneLoaderX& loader)
     : m_loader(loader) {
-    m_result = D3DXLoadMeshHierarchyFromXW(wide(path).c_str(), D3DXMESH_MANAGED, device, &loader, nullptr, &m_root,
+    std::wstring wide(path.begin(), path.end());
+    m_result = D3DXLoadMeshHierarchyFromXW(wide.c_str(), D3DXMESH_MANAGED, device, &loader, nullptr, &m_root,
                                            &m_animation);
 }
-
-LoadedHierarchy::~LoadedHierarchy() { destroy(); }
 
 HRESULT LoadedHierarchy::destroy() {
     if (m_animation) m_animation->Release();
     m_animation = nullptr;
-    HRESULT hr = S_OK;
-    if (m_root) hr = D3DXFrameDestroy(m_root, &m_loader);
+    HRESULT hr = m_root ? D3DXFrameDestroy(m_root, &m_loader) : S_OK;
     m_root = nullptr;
     return hr;
 }
-
-D3DXFRAME* findFrame(D3DXFRAME* root, const char* name) { return D3DXFrameFind(root, name); }
 
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame) {
     std::vector<D3DXMESHCONTAINER*> result;
@@ -178,165 +142,104 @@ std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root) {
     return result;
 }
 
-void PrintTo(const FrameRow& row, std::ostream* out) {
-    *out << "{" << row.name << ", " << static_cast<int>(row.parent) << "}";
-}
+void PrintTo(const FrameRow& row, std::ostream* out) { *out << "{" << row.name << ", " << int(row.parent) << "}"; }
 
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index) {
     std::vector<FrameRow> rows;
-    for (unsigned i = 0; i < index.size(); ++i) {
-        const FrameNode& node = index[static_cast<int>(i)];
-        rows.push_back({node.m_frame->Name ? node.m_frame->Name : "", node.m_parentIndex});
-    }
+    for (unsigned i = 0; i < index.size(); ++i) rows.push_back({index[int(i)].m_frame->Name, index[int(i)].m_parentIndex});
     return rows;
 }
 
-// ---- Expected tables from X text ----------------------------------------------------------
-
 namespace {
 
-// Words and braces of X text; strings, comments and numbers are dropped.
+// Words and braces of X text; strings, comments, GUIDs and numbers dropped.
 std::vector<std::string> xTokens(const std::string& text) {
     std::vector<std::string> tokens;
-    size_t i = 0;
-    while (i < text.size()) {
+    for (size_t i = 0; i < text.size();) {
         char c = text[i];
-        if (c == '"') {
-            i = text.find('"', i + 1);
-            i = i == std::string::npos ? text.size() : i + 1;
-        } else if (c == '#' || (c == '/' && i + 1 < text.size() && text[i + 1] == '/')) {
-            i = text.find('\n', i);
-            if (i == std::string::npos) i = text.size();
-        } else if (c == '<') {
-            i = text.find('>', i);
-            i = i == std::string::npos ? text.size() : i + 1;
-        } else if (c == '{' || c == '}') {
-            tokens.push_back(std::string(1, c));
-            ++i;
-        } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
+        auto skipTo = [&](const std::string& end) {
+            size_t found = text.find(end, i + 1);
+            i = found == std::string::npos ? text.size() : found + 1;
+        };
+        if (c == '"') skipTo("\"");
+        else if (c == '<') skipTo(">");
+        else if (c == '#' || text.compare(i, 2, "//") == 0) skipTo("\n");
+        else if (c == '{' || c == '}') tokens.push_back(std::string(1, text[i++]));
+        else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
             size_t start = i;
-            while (i < text.size() && (std::isalnum(static_cast<unsigned char>(text[i])) || text[i] == '_' ||
-                                       text[i] == '-' || text[i] == '.'))
-                ++i;
+            while (i < text.size() && (std::isalnum(static_cast<unsigned char>(text[i])) || std::strchr("_-.", text[i]) != nullptr)) ++i;
             tokens.push_back(text.substr(start, i - start));
-        } else {
-            ++i;
-        }
+        } else ++i;
     }
     return tokens;
 }
 
-struct ParsedFrame {
-    std::string name;
-    std::vector<size_t> children;
-};
-
 }  // namespace
 
-std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix, unsigned firstNumber) {
-    std::vector<std::string> tokens = xTokens(text);
-    std::vector<ParsedFrame> frames;
+std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix) {
+    std::vector<std::string> t = xTokens(text);
+    std::vector<std::pair<std::string, std::vector<size_t>>> frames;  // name, children
     std::vector<size_t> topLevel;
-    std::vector<long> open;  // frame index per open brace, -1 for other blocks
-    unsigned nameless = firstNumber;
-    for (size_t i = 0; i < tokens.size(); ++i) {
-        if (tokens[i] == "}") {
-            if (!open.empty()) open.pop_back();
-            continue;
-        }
-        if (tokens[i] != "{") continue;
-        bool isFrame = false;
+    std::vector<long> open;  // frame per open brace, -1 for other blocks
+    unsigned nameless = 0;
+    auto isFrameWord = [&](size_t k) { return t[k] == "Frame" && (k == 0 || t[k - 1] != "template"); };
+    for (size_t i = 0; i < t.size(); ++i) {
+        if (t[i] == "}" && !open.empty()) open.pop_back();
+        if (t[i] != "{") continue;
         std::string name;
-        if (i >= 1 && tokens[i - 1] == "Frame" && (i < 2 || tokens[i - 2] != "template")) {
-            isFrame = true;
-        } else if (i >= 2 && tokens[i - 2] == "Frame" && (i < 3 || tokens[i - 3] != "template")) {
-            isFrame = true;
-            name = tokens[i - 1];
-        }
-        if (!isFrame) {
+        if (i >= 2 && isFrameWord(i - 2)) name = t[i - 1];
+        else if (!(i >= 1 && isFrameWord(i - 1))) {
             open.push_back(-1);
             continue;
         }
-        if (name.empty()) name = prefix + std::to_string(nameless++);
-        frames.push_back({name, {}});
+        frames.push_back({name.empty() ? prefix + std::to_string(nameless++) : name, {}});
         long parent = -1;
-        for (auto it = open.rbegin(); it != open.rend(); ++it)
-            if (*it >= 0) {
-                parent = *it;
-                break;
-            }
-        if (parent < 0) topLevel.push_back(frames.size() - 1);
-        else frames[static_cast<size_t>(parent)].children.push_back(frames.size() - 1);
-        open.push_back(static_cast<long>(frames.size() - 1));
+        for (auto it = open.rbegin(); it != open.rend() && parent < 0; ++it) parent = *it;
+        (parent < 0 ? topLevel : frames[size_t(parent)].second).push_back(frames.size() - 1);
+        open.push_back(long(frames.size() - 1));
     }
+    std::vector<size_t> order(topLevel);
     std::vector<FrameRow> rows;
-    std::vector<size_t> order;
-    for (size_t f : topLevel) {
-        order.push_back(f);
-        rows.push_back({frames[f].name, 0xFFFFFFFFu});
-    }
+    for (size_t f : topLevel) rows.push_back({frames[f].first, FrameNode::noParent});
     for (size_t i = 0; i < order.size(); ++i)
-        for (size_t child : frames[order[i]].children) {
+        for (size_t child : frames[order[i]].second) {
             order.push_back(child);
-            rows.push_back({frames[child].name, static_cast<unsigned>(i)});
+            rows.push_back({frames[child].first, unsigned(i)});
         }
     return rows;
 }
 
-// ---- Invariants ---------------------------------------------------------------------------
-
 ::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root) {
     const unsigned n = index.size();
-    if (n == 0) return ::testing::AssertionFailure() << "empty table";
-    std::vector<D3DXFRAME*> treeFrames = framesPreOrder(root);
-    if (treeFrames.size() != n)
-        return ::testing::AssertionFailure() << "table has " << n << " nodes, tree " << treeFrames.size();
+    if (n == 0 || framesPreOrder(root).size() != n) return ::testing::AssertionFailure() << n << " nodes for the tree";
     std::set<D3DXFRAME*> seen;
+    std::map<unsigned, std::vector<D3DXFRAME*>> children;  // by parent index, noParent for the top
+    std::map<std::string, unsigned> firstOf;
     unsigned lastParent = 0;
     for (unsigned i = 0; i < n; ++i) {
-        const FrameNode& node = index[static_cast<int>(i)];
-        if (!node.m_frame) return ::testing::AssertionFailure() << "node " << i << " has no frame";
-        if (!seen.insert(node.m_frame).second) return ::testing::AssertionFailure() << "frame twice at " << i;
-        if (node.m_parentIndex == FrameNode::noParent) {
-            if (i > 0 && index[static_cast<int>(i - 1)].m_parentIndex != FrameNode::noParent)
-                return ::testing::AssertionFailure() << "top-level node " << i << " after a child";
-            continue;
-        }
-        if (node.m_parentIndex >= i)
-            return ::testing::AssertionFailure() << "node " << i << " before its parent " << node.m_parentIndex;
-        if (node.m_parentIndex < lastParent)
-            return ::testing::AssertionFailure() << "node " << i << " breaks breadth-first order";
-        lastParent = node.m_parentIndex;
+        const FrameNode& node = index[int(i)];
+        if (!node.m_frame || !seen.insert(node.m_frame).second) return ::testing::AssertionFailure() << "node " << i;
+        unsigned parent = node.m_parentIndex;
+        bool top = parent == FrameNode::noParent;
+        if (top ? i > 0 && index[int(i - 1)].m_parentIndex != FrameNode::noParent : (parent >= i || parent < lastParent))
+            return ::testing::AssertionFailure() << "node " << i << " is out of breadth-first order";
+        if (!top) lastParent = parent;
+        children[parent].push_back(node.m_frame);
+        firstOf.emplace(node.m_frame->Name, i);
     }
-    // Each parent's children: one run, in sibling-chain order, starting with the first child.
-    std::map<unsigned, std::vector<D3DXFRAME*>> children;
-    std::vector<D3DXFRAME*> top;
-    for (unsigned i = 0; i < n; ++i) {
-        const FrameNode& node = index[static_cast<int>(i)];
-        if (node.m_parentIndex == FrameNode::noParent) top.push_back(node.m_frame);
-        else children[node.m_parentIndex].push_back(node.m_frame);
-    }
-    std::vector<D3DXFRAME*> chain;
-    for (D3DXFRAME* f = root; f; f = f->pFrameSibling) chain.push_back(f);
-    if (chain != top) return ::testing::AssertionFailure() << "top level differs from the root's sibling chain";
-    for (unsigned i = 0; i < n; ++i) {
-        chain.clear();
-        for (D3DXFRAME* f = index[static_cast<int>(i)].m_frame->pFrameFirstChild; f; f = f->pFrameSibling)
-            chain.push_back(f);
-        if (chain != children[i]) return ::testing::AssertionFailure() << "children of node " << i << " differ";
-    }
-    // Name index: one key per distinct name, pointing at its first occurrence.
-    std::map<std::string, unsigned> first;
-    for (unsigned i = 0; i < n; ++i) first.emplace(index[static_cast<int>(i)].m_frame->Name, i);
-    const auto& names = index.frameListIndex();
-    if (names.size() != first.size())
-        return ::testing::AssertionFailure() << names.size() << " index keys for " << first.size() << " names";
-    for (const auto& entry : first) {
-        const unsigned* found = names.find(zeb::String(entry.first.c_str()));
-        unsigned position = found ? *found : FrameNode::noParent;
-        if (position != entry.second)
-            return ::testing::AssertionFailure() << "name " << entry.first << " indexed at " << position
-                                                 << ", first at " << entry.second;
+    auto chain = [](D3DXFRAME* f) {
+        std::vector<D3DXFRAME*> result;
+        for (; f; f = f->pFrameSibling) result.push_back(f);
+        return result;
+    };
+    if (chain(root) != children[FrameNode::noParent]) return ::testing::AssertionFailure() << "top level";
+    for (unsigned i = 0; i < n; ++i)
+        if (chain(index[int(i)].m_frame->pFrameFirstChild) != children[i])
+            return ::testing::AssertionFailure() << "children of node " << i;
+    if (index.frameListIndex().size() != firstOf.size()) return ::testing::AssertionFailure() << "index size";
+    for (const auto& entry : firstOf) {
+        const unsigned* position = index.frameListIndex().find(zeb::String(entry.first.c_str()));
+        if (!position || *position != entry.second) return ::testing::AssertionFailure() << "index of " << entry.first;
     }
     return ::testing::AssertionSuccess();
 }

@@ -1,7 +1,6 @@
 #pragma once
-// Shared pieces of the scene tests: X-file fixtures written on the fly, a loaded hierarchy that
-// destroys itself through the same loader, a byte counter on the COM task allocator, and the
-// frame-table checks every fixture and sample must pass.
+// Shared pieces of the scene tests: X text written on the fly, a tree loaded and destroyed through
+// one loader, a byte counter on the COM task allocator, and the frame-table checks.
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <VexilDX9/SceneLoaderX.h>
 
@@ -15,31 +14,25 @@
 
 namespace scenetest {
 
-// Counts every block of the COM task allocator while it lives, and can make the n-th
-// allocation from now fail.
+// Counts the live blocks of the COM task allocator while it lives; can fail the n-th allocation.
 class AllocationSpy : public IMallocSpy {
 public:
-    AllocationSpy();
-    ~AllocationSpy();
-    AllocationSpy(const AllocationSpy&) = delete;
-    AllocationSpy& operator=(const AllocationSpy&) = delete;
-
+    AllocationSpy() { m_registered = SUCCEEDED(CoRegisterMallocSpy(this)); }
+    ~AllocationSpy() { if (m_registered) CoRevokeMallocSpy(); }
     bool registered() const { return m_registered; }
     long long liveBytes() const { return m_liveBytes; }
-    size_t liveBlocks() const { return m_live.size(); }
     unsigned allocations() const { return m_allocations; }
-    // 1 fails the next allocation; 0 fails none.
-    void failAllocation(unsigned n) { m_failAt = n ? m_allocations + n : 0; }
+    void failAllocation(unsigned n) { m_failAt = n ? m_allocations + n : 0; }  // 1 = the next one
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     SIZE_T STDMETHODCALLTYPE PreAlloc(SIZE_T request) override;
     void* STDMETHODCALLTYPE PostAlloc(void* actual) override;
-    void* STDMETHODCALLTYPE PreFree(void* request, BOOL spyed) override;
+    void* STDMETHODCALLTYPE PreFree(void* request, BOOL) override;
     void STDMETHODCALLTYPE PostFree(BOOL) override {}
-    SIZE_T STDMETHODCALLTYPE PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL spyed) override;
-    void* STDMETHODCALLTYPE PostRealloc(void* actual, BOOL) override;
+    SIZE_T STDMETHODCALLTYPE PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL) override;
+    void* STDMETHODCALLTYPE PostRealloc(void* actual, BOOL) override { return PostAlloc(actual); }
     void* STDMETHODCALLTYPE PreGetSize(void* request, BOOL) override { return request; }
     SIZE_T STDMETHODCALLTYPE PostGetSize(SIZE_T actual, BOOL) override { return actual; }
     void* STDMETHODCALLTYPE PreDidAlloc(void* request, BOOL) override { return request; }
@@ -49,36 +42,29 @@ public:
 
 private:
     bool m_registered = false;
-    unsigned m_allocations = 0;
-    unsigned m_failAt = 0;
+    unsigned m_allocations = 0, m_failAt = 0;
     SIZE_T m_pending = 0;
     long long m_liveBytes = 0;
     std::map<void*, SIZE_T> m_live;
 };
 
-// Text X files. Skin templates are declared inline: stock Wine refuses skinned files without.
+// X text. The skin templates are declared inline: stock Wine refuses skinned files without.
 std::string xHeader();
 std::string frame(const std::string& name, const std::string& body);
 std::string translation(float x, float y, float z);
-// A triangle pair (one quad) as a mesh; each face takes the material index given.
-std::string quadMesh(const std::string& name, const std::string& materialList, const std::string& extra = "");
+// One quad (two faces taking materials face0 and face1) with optional material list and extras.
+std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra = "");
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile);
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1);
-std::string skinWeights(const std::string& bone, const std::vector<unsigned>& vertices);
-std::string skinHeader(unsigned bones);
-
-// Writes the text into the test output folder and returns its Windows path.
-std::string writeFixture(const std::string& fileName, const std::string& text);
+std::string skin(const std::vector<std::string>& bones);  // header plus one weight block per bone
+std::string writeFixture(const std::string& fileName, const std::string& text);  // Windows path
 std::string readFile(const std::string& path);
 
-// A tree loaded through a SceneLoaderX; destroyed through the same loader.
+// A tree loaded through a loader and destroyed through the same loader.
 class LoadedHierarchy {
 public:
     LoadedHierarchy(IDirect3DDevice9* device, const std::string& path, SceneLoaderX& loader);
-    ~LoadedHierarchy();
-    LoadedHierarchy(const LoadedHierarchy&) = delete;
-    LoadedHierarchy& operator=(const LoadedHierarchy&) = delete;
-
+    ~LoadedHierarchy() { destroy(); }
     HRESULT result() const { return m_result; }
     bool ok() const { return SUCCEEDED(m_result) && m_root; }
     D3DXFRAME* root() const { return m_root; }
@@ -91,7 +77,6 @@ private:
     HRESULT m_result = E_FAIL;
 };
 
-D3DXFRAME* findFrame(D3DXFRAME* root, const char* name);
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
 std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);
 
@@ -102,11 +87,9 @@ struct FrameRow {
 };
 void PrintTo(const FrameRow& row, std::ostream* out);
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);
-
-// The frame table a breadth-first index must produce for a text X file, worked out from the
-// file's own nesting: nameless frames are named prefix + number in file order from firstNumber.
-std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix, unsigned firstNumber);
-
+// The breadth-first table of a text X file worked out from its own nesting; nameless frames are
+// numbered prefix0, prefix1... in file order.
+std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix);
 // Parents before children, breadth-first grouping, siblings adjacent in chain order, every frame
 // of the tree once, first occurrence wins in the name index.
 ::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root);
