@@ -201,7 +201,8 @@ TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
     LoadedHierarchy scene(device(), writeFixture("tuples.x", text), loader);
     ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
     FrameNodeIndexer frames;
-    frames.initialize(scene.root());
+    EXPECT_FALSE(frames.initialize(scene.root()));  // the two frames named "Twin"
+    EXPECT_TRUE(indexInvariantsHold(frames, scene.root()));
     zeb::OrderedHashTable<zeb::String, TextureTuple> table = textureIndex(frames);
     ASSERT_EQ(table.size(), 2u);
     EXPECT_EQ(table.keyAt(0), zeb::String("T\\a.bmp"));

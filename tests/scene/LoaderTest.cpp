@@ -115,6 +115,10 @@ TEST_F(SceneLoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
         LoadedHierarchy scene(device(), path, loader);
         ASSERT_TRUE(scene.ok()) << path;
         EXPECT_GT(spy.liveBytes(), 0);
+        FrameNodeIndexer index;
+        EXPECT_TRUE(index.initialize(scene.root()));
+        EXPECT_TRUE(indexInvariantsHold(index, scene.root())) << path;
+        index.clear();
         std::vector<IUnknown*> held;  // a reference of our own on everything the containers keep
         for (D3DXFRAME* f : framesPreOrder(scene.root()))
             for (D3DXMESHCONTAINER* c : containersOf(f))
