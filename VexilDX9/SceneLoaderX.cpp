@@ -1,5 +1,4 @@
 #include <VexilDX9/SceneLoaderX.h>
-#include <VexilDX9/SiblingLog.h>
 #include <zeb/Array.h>
 
 #include <objbase.h>
