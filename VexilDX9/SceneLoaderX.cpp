@@ -1,5 +1,6 @@
 #include <VexilDX9/SceneLoaderX.h>
 #include <zeb/Array.h>
+#include <zeb/Logger.h>
 
 #include <objbase.h>
 
