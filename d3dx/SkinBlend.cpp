@@ -1,0 +1,379 @@
+#include "SkinBlend.h"
+
+#include <algorithm>
+#include <array>
+#include <unordered_map>
+#include <utility>
+
+namespace skinblend {
+namespace {
+
+bool heavierFirst(const Influence& a, const Influence& b)
+{
+    return a.weight != b.weight ? a.weight > b.weight : a.bone < b.bone;
+}
+
+// Sorts one vertex's influences by bone, folds repeats together and writes them, heaviest
+// first, from `write` on. Returns the new end.
+Influence* compactVertex(Influence* first, Influence* last, Influence* write)
+{
+    std::sort(first, last, [](const Influence& a, const Influence& b) { return a.bone < b.bone; });
+    Influence* start = write;
+    for (Influence* it = first; it != last; ++it) {
+        if (write != start && (write - 1)->bone == it->bone)
+            (write - 1)->weight += it->weight;
+        else
+            *write++ = *it;
+    }
+    std::sort(start, write, heavierFirst);
+    return write;
+}
+
+// Adds one vertex's influences into the face's running bone totals.
+void accumulate(const VertexInfluences& influences, uint32_t vertex, std::vector<Influence>& totals)
+{
+    for (const Influence* it = influences.begin(vertex); it != influences.end(vertex); ++it) {
+        auto found = std::find_if(totals.begin(), totals.end(),
+                                  [&](const Influence& t) { return t.bone == it->bone; });
+        if (found == totals.end())
+            totals.push_back(*it);
+        else
+            found->weight += it->weight;
+    }
+}
+
+using BoneSet = std::array<uint32_t, kMaxBlendMatrices>;
+
+struct GroupKey {
+    uint32_t attribute;
+    BoneSet bones;
+    bool operator==(const GroupKey& other) const
+    {
+        return attribute == other.attribute && bones == other.bones;
+    }
+};
+
+struct GroupKeyHash {
+    size_t operator()(const GroupKey& key) const
+    {
+        uint64_t h = key.attribute * 0x9E3779B97F4A7C15ull;
+        for (uint32_t bone : key.bones)
+            h = (h ^ bone) * 0x100000001B3ull;
+        return size_t(h ^ (h >> 29));
+    }
+};
+
+uint32_t usedSlots(const BoneSet& bones)
+{
+    return uint32_t(std::find(bones.begin(), bones.end(), kUnusedBone) - bones.begin());
+}
+
+bool contains(const std::vector<uint32_t>& bones, uint32_t bone)
+{
+    return std::find(bones.begin(), bones.end(), bone) != bones.end();
+}
+
+// The bones a face keeps when it needs more than `capacity`: every corner's heaviest bone
+// first, so no corner loses all of its influences, then the heaviest by summed weight.
+BoneSet reduceFaceBones(const VertexInfluences& influences, const uint32_t* corners,
+                        std::vector<Influence>& totals, uint32_t capacity)
+{
+    std::vector<uint32_t> kept;
+    kept.reserve(capacity);
+    for (int corner = 0; corner < 3; ++corner) {
+        uint32_t v = corners[corner];
+        if (influences.count(v) && !contains(kept, influences.begin(v)->bone))
+            kept.push_back(influences.begin(v)->bone);
+    }
+    std::sort(totals.begin(), totals.end(), heavierFirst);
+    for (const Influence& total : totals) {
+        if (kept.size() >= capacity)
+            break;
+        if (!contains(kept, total.bone))
+            kept.push_back(total.bone);
+    }
+    BoneSet set;
+    set.fill(kUnusedBone);
+    std::sort(kept.begin(), kept.end());
+    std::copy(kept.begin(), kept.end(), set.begin());
+    return set;
+}
+
+BoneSet faceBones(const VertexInfluences& influences, const uint32_t* corners,
+                  std::vector<Influence>& totals, uint32_t capacity)
+{
+    totals.clear();
+    for (int corner = 0; corner < 3; ++corner)
+        accumulate(influences, corners[corner], totals);
+    if (totals.size() > capacity)
+        return reduceFaceBones(influences, corners, totals, capacity);
+    BoneSet set;
+    set.fill(kUnusedBone);
+    for (size_t i = 0; i < totals.size(); ++i)
+        set[i] = totals[i].bone;
+    std::sort(set.begin(), set.begin() + totals.size());
+    return set;
+}
+
+struct FaceGroups {
+    std::vector<GroupKey> keys;
+    std::vector<uint32_t> firstFace;
+    std::vector<uint32_t> groupOfFace;
+};
+
+FaceGroups groupFacesByBones(const VertexInfluences& influences, const MeshTopology& mesh,
+                             uint32_t capacity)
+{
+    FaceGroups groups;
+    groups.groupOfFace.resize(mesh.faceCount);
+    std::unordered_map<GroupKey, uint32_t, GroupKeyHash> index;
+    std::vector<Influence> totals;
+    for (uint32_t face = 0; face < mesh.faceCount; ++face) {
+        GroupKey key{mesh.attributes ? mesh.attributes[face] : 0,
+                     faceBones(influences, mesh.indices + 3 * face, totals, capacity)};
+        auto inserted = index.emplace(key, uint32_t(groups.keys.size()));
+        if (inserted.second) {
+            groups.keys.push_back(key);
+            groups.firstFace.push_back(face);
+        }
+        groups.groupOfFace[face] = inserted.first->second;
+    }
+    return groups;
+}
+
+// Bones `set` would add to `combination`, or capacity + 1 when they do not fit.
+uint32_t bonesAdded(const std::vector<uint32_t>& combination, const BoneSet& set, uint32_t capacity)
+{
+    uint32_t added = 0;
+    for (uint32_t i = 0; i < usedSlots(set); ++i)
+        if (!contains(combination, set[i]))
+            ++added;
+    return combination.size() + added <= capacity ? added : capacity + 1;
+}
+
+// First-fit packing of the distinct bone sets, largest first, into combinations of one
+// attribute each. Returns the combination of every group.
+std::vector<uint32_t> packGroups(const FaceGroups& groups, uint32_t capacity,
+                                 std::vector<Combination>& combinations)
+{
+    std::vector<uint32_t> order(groups.keys.size());
+    for (uint32_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+        const GroupKey& ka = groups.keys[a];
+        const GroupKey& kb = groups.keys[b];
+        if (ka.attribute != kb.attribute)
+            return ka.attribute < kb.attribute;
+        uint32_t na = usedSlots(ka.bones), nb = usedSlots(kb.bones);
+        return na != nb ? na > nb : groups.firstFace[a] < groups.firstFace[b];
+    });
+
+    std::vector<std::vector<uint32_t>> bones;
+    std::vector<uint32_t> combinationOfGroup(groups.keys.size());
+    size_t attributeStart = 0;
+    for (uint32_t group : order) {
+        const GroupKey& key = groups.keys[group];
+        if (!combinations.empty() && combinations.back().attribute != key.attribute)
+            attributeStart = combinations.size();
+        size_t target = combinations.size();
+        for (size_t c = attributeStart; c < combinations.size(); ++c) {
+            if (bonesAdded(bones[c], key.bones, capacity) <= capacity) {
+                target = c;
+                break;
+            }
+        }
+        if (target == combinations.size()) {
+            Combination fresh;
+            fresh.attribute = key.attribute;
+            combinations.push_back(fresh);
+            bones.emplace_back();
+        }
+        for (uint32_t i = 0; i < usedSlots(key.bones); ++i)
+            if (!contains(bones[target], key.bones[i]))
+                bones[target].push_back(key.bones[i]);
+        combinationOfGroup[group] = uint32_t(target);
+    }
+    for (size_t c = 0; c < combinations.size(); ++c) {
+        std::sort(bones[c].begin(), bones[c].end());
+        bones[c].resize(capacity, kUnusedBone);
+        combinations[c].bones = std::move(bones[c]);
+    }
+    return combinationOfGroup;
+}
+
+// Counting sort of faces by combination, keeping source order inside each.
+void orderFaces(const std::vector<uint32_t>& combinationOfFace, BlendLayout& layout)
+{
+    std::vector<uint32_t> start(layout.combinations.size() + 1, 0);
+    for (uint32_t c : combinationOfFace)
+        ++start[c + 1];
+    for (size_t c = 0; c < layout.combinations.size(); ++c) {
+        start[c + 1] += start[c];
+        layout.combinations[c].faceStart = start[c];
+        layout.combinations[c].faceCount = start[c + 1] - start[c];
+    }
+    layout.faceRemap.resize(combinationOfFace.size());
+    for (uint32_t face = 0; face < combinationOfFace.size(); ++face)
+        layout.faceRemap[start[combinationOfFace[face]]++] = face;
+}
+
+// A vertex's weights over the combination's slots, renormalised over the bones present; a
+// vertex none of whose bones is present rides on the first slot.
+void writeWeights(const VertexInfluences& influences, uint32_t vertex,
+                  const std::vector<uint32_t>& bones, float* weights)
+{
+    float total = 0.0f;
+    for (size_t slot = 0; slot < bones.size(); ++slot) {
+        float w = 0.0f;
+        if (bones[slot] != kUnusedBone)
+            for (const Influence* it = influences.begin(vertex); it != influences.end(vertex); ++it)
+                if (it->bone == bones[slot])
+                    w += it->weight;
+        weights[slot] = w;
+        total += w;
+    }
+    if (total > 0.0f) {
+        for (size_t slot = 0; slot < bones.size(); ++slot)
+            weights[slot] /= total;
+    } else {
+        weights[0] = 1.0f;
+    }
+}
+
+// Gives every combination its own copy of the vertices its faces use, in first-use order.
+void splitVertices(const VertexInfluences& influences, const MeshTopology& mesh, BlendLayout& layout)
+{
+    const uint32_t slots = layout.influencesPerFace;
+    std::vector<uint32_t> owner(mesh.vertexCount, kUnusedBone);
+    std::vector<uint32_t> newIndex(mesh.vertexCount, 0);
+    layout.indices.resize(size_t(mesh.faceCount) * 3);
+    layout.vertexRemap.clear();
+    layout.weights.clear();
+    for (uint32_t c = 0; c < layout.combinations.size(); ++c) {
+        Combination& combination = layout.combinations[c];
+        combination.vertexStart = uint32_t(layout.vertexRemap.size());
+        for (uint32_t f = combination.faceStart; f < combination.faceStart + combination.faceCount; ++f) {
+            const uint32_t* corners = mesh.indices + 3 * size_t(layout.faceRemap[f]);
+            for (int corner = 0; corner < 3; ++corner) {
+                uint32_t v = corners[corner];
+                if (owner[v] != c) {
+                    owner[v] = c;
+                    newIndex[v] = uint32_t(layout.vertexRemap.size());
+                    layout.vertexRemap.push_back(v);
+                    layout.weights.resize(layout.weights.size() + slots);
+                    writeWeights(influences, v, combination.bones,
+                                 layout.weights.data() + layout.weights.size() - slots);
+                }
+                layout.indices[3 * size_t(f) + corner] = newIndex[v];
+            }
+        }
+        combination.vertexCount = uint32_t(layout.vertexRemap.size()) - combination.vertexStart;
+    }
+}
+
+}  // namespace
+
+Status gatherInfluences(const std::vector<BoneWeights>& bones, uint32_t vertexCount,
+                        bool ignoreOutOfRange, VertexInfluences& out)
+{
+    out.offsets.assign(size_t(vertexCount) + 1, 0);
+    for (const BoneWeights& bone : bones) {
+        for (size_t i = 0; i < bone.vertices.size(); ++i) {
+            if (bone.vertices[i] >= vertexCount) {
+                if (ignoreOutOfRange)
+                    continue;
+                out.offsets.clear();
+                out.entries.clear();
+                return Status::VertexOutOfRange;
+            }
+            if (bone.weights[i] > 0.0f)
+                ++out.offsets[bone.vertices[i] + 1];
+        }
+    }
+    for (uint32_t v = 0; v < vertexCount; ++v)
+        out.offsets[v + 1] += out.offsets[v];
+
+    out.entries.resize(out.offsets[vertexCount]);
+    std::vector<uint32_t> fill(out.offsets.begin(), out.offsets.end() - 1);
+    for (uint32_t b = 0; b < bones.size(); ++b) {
+        const BoneWeights& bone = bones[b];
+        for (size_t i = 0; i < bone.vertices.size(); ++i)
+            if (bone.vertices[i] < vertexCount && bone.weights[i] > 0.0f)
+                out.entries[fill[bone.vertices[i]]++] = Influence{b, bone.weights[i]};
+    }
+
+    Influence* write = out.entries.data();
+    for (uint32_t v = 0; v < vertexCount; ++v) {
+        Influence* first = out.entries.data() + out.offsets[v];
+        Influence* last = out.entries.data() + out.offsets[v + 1];
+        out.offsets[v] = uint32_t(write - out.entries.data());
+        write = compactVertex(first, last, write);
+    }
+    out.offsets[vertexCount] = uint32_t(write - out.entries.data());
+    out.entries.resize(out.offsets[vertexCount]);
+    return Status::Ok;
+}
+
+uint32_t maxVertexInfluences(const std::vector<BoneWeights>& bones)
+{
+    std::vector<std::pair<uint32_t, uint32_t>> pairs;  // (vertex, bone)
+    for (uint32_t b = 0; b < bones.size(); ++b)
+        for (size_t i = 0; i < bones[b].vertices.size(); ++i)
+            if (bones[b].weights[i] > 0.0f)
+                pairs.emplace_back(bones[b].vertices[i], b);
+    std::sort(pairs.begin(), pairs.end());
+    pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
+    uint32_t best = 0;
+    for (size_t i = 0; i < pairs.size();) {
+        size_t j = i;
+        while (j < pairs.size() && pairs[j].first == pairs[i].first)
+            ++j;
+        best = std::max(best, uint32_t(j - i));
+        i = j;
+    }
+    return best;
+}
+
+Status maxFaceInfluences(const VertexInfluences& influences, const uint32_t* indices,
+                         uint32_t faceCount, uint32_t& result)
+{
+    result = 0;
+    std::vector<Influence> totals;
+    for (uint32_t face = 0; face < faceCount; ++face) {
+        totals.clear();
+        for (int corner = 0; corner < 3; ++corner) {
+            uint32_t v = indices[3 * size_t(face) + corner];
+            if (v >= influences.vertexCount())
+                return Status::IndexOutOfRange;
+            accumulate(influences, v, totals);
+        }
+        result = std::max(result, uint32_t(totals.size()));
+    }
+    return Status::Ok;
+}
+
+Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& mesh,
+                        BlendLayout& out)
+{
+    out = BlendLayout();
+    if (influences.vertexCount() != mesh.vertexCount)
+        return Status::IndexOutOfRange;
+    uint32_t maxFace = 0;
+    Status status = maxFaceInfluences(influences, mesh.indices, mesh.faceCount, maxFace);
+    if (status != Status::Ok)
+        return status;
+    if (maxFace == 0)
+        return Status::NoInfluences;
+    out.influencesPerFace = std::min(maxFace, kMaxBlendMatrices);
+
+    FaceGroups groups = groupFacesByBones(influences, mesh, out.influencesPerFace);
+    std::vector<uint32_t> combinationOfGroup = packGroups(groups, out.influencesPerFace, out.combinations);
+    std::vector<uint32_t> combinationOfFace(mesh.faceCount);
+    for (uint32_t face = 0; face < mesh.faceCount; ++face)
+        combinationOfFace[face] = combinationOfGroup[groups.groupOfFace[face]];
+    orderFaces(combinationOfFace, out);
+    splitVertices(influences, mesh, out);
+    return Status::Ok;
+}
+
+}  // namespace skinblend
