@@ -72,8 +72,9 @@ public:
 
 }  // namespace zeb
 
-// Throws zeb::AssertionFailure naming this check when it does not hold.
-#define ZEB_ASSERT_AT(file, expression)                                              \
-    do {                                                                              \
-        if (!(expression)) throw ::zeb::AssertionFailure((file), __LINE__, #expression); \
+// Throws zeb::AssertionFailure(file, line, "<expression text>") when the check does not hold.
+// The library names its files "VexilDX9/<base name>" and gives each check a stable line tag.
+#define ZEB_ASSERT(file, line, expression)                                               \
+    do {                                                                                 \
+        if (!(expression)) throw ::zeb::AssertionFailure((file), (line), #expression);   \
     } while (0)

@@ -1,0 +1,6 @@
+#pragma once
+// VexilDX9: everything an application needs, in one include.
+#include <zeb/zeb.h>
+
+#include <VexilDX9/Export.h>
+#include <VexilDX9/LogD3D.h>

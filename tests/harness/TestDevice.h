@@ -1,0 +1,80 @@
+#pragma once
+#include <Png.h>
+
+#include <d3d9.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <string>
+
+namespace vexiltest {
+
+// A hidden top-level window of the given client size.
+class TestWindow {
+public:
+    TestWindow(unsigned width = 64, unsigned height = 64);
+    ~TestWindow();
+    TestWindow(const TestWindow&) = delete;
+    TestWindow& operator=(const TestWindow&) = delete;
+    HWND handle() const { return m_window; }
+
+private:
+    HWND m_window;
+};
+
+// A real HAL device on a hidden window: X8R8G8B8 back buffer, D24S8 automatic depth buffer.
+class TestDevice {
+public:
+    explicit TestDevice(unsigned width = 64, unsigned height = 64);
+    ~TestDevice();
+    TestDevice(const TestDevice&) = delete;
+    TestDevice& operator=(const TestDevice&) = delete;
+
+    bool ok() const { return m_device != nullptr; }
+    HRESULT creationResult() const { return m_result; }
+    IDirect3D9* d3d() const { return m_d3d; }
+    IDirect3DDevice9* device() const { return m_device; }
+    HWND window() const { return m_window.handle(); }
+    unsigned width() const { return m_width; }
+    unsigned height() const { return m_height; }
+
+    void clear(D3DCOLOR color);
+    // Draws a screen-space rectangle of one colour (pre-transformed vertices).
+    void fillRect(float left, float top, float right, float bottom, D3DCOLOR color);
+    // The current render target's pixels (through GetRenderTargetData).
+    vexilsupport::Image readRenderTarget();
+    // Releases the device and the Direct3D object; returns the sum of what their last Release
+    // calls reported (0 when nothing else holds a reference).
+    unsigned long shutdown();
+
+private:
+    TestWindow m_window;
+    unsigned m_width;
+    unsigned m_height;
+    IDirect3D9* m_d3d = nullptr;
+    IDirect3DDevice9* m_device = nullptr;
+    HRESULT m_result = E_FAIL;
+};
+
+// Compares a pixel with a tolerance per channel (alpha ignored); on a mismatch the whole image
+// is saved as test-output/<name>.png and the message says where.
+::testing::AssertionResult pixelNear(const vexilsupport::Image& image, unsigned x, unsigned y, D3DCOLOR expected,
+                                     int tolerance, const std::string& name);
+
+// Fixture for tests on a real device; checks at teardown that nothing holds a device reference.
+class DeviceTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    IDirect3DDevice9* device() const { return m_device->device(); }
+    TestDevice& testDevice() { return *m_device; }
+    // Image of the render target, with pixelNear-style checks that name the running test.
+    ::testing::AssertionResult renderedPixelIs(unsigned x, unsigned y, D3DCOLOR expected, int tolerance = 2);
+
+private:
+    TestDevice* m_device = nullptr;
+};
+
+std::string currentTestName();
+
+}  // namespace vexiltest
