@@ -1,5 +1,6 @@
 #include "SkinInfoWrap.h"
 #include "SystemD3DX.h"
+#include "XAnimation.h"
 
 #include <d3dx9.h>
 
@@ -71,12 +72,24 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
         return E_FAIL;
     if (controller)
         *controller = nullptr;
+    XAnimationContent animation;
+    const bool prepared = data && prepareXText(static_cast<const char*>(data), dataSize, animation);
+    if (prepared) {
+        data = animation.loadableText.data();
+        dataSize = DWORD(animation.loadableText.size());
+    }
     SkinWrappingAllocator wrapper(allocator);
     ID3DXAnimationController* systemController = nullptr;
     HRESULT hr = systemLoad(data, dataSize, flags, device, allocator ? &wrapper : nullptr, userDataLoader, frameRoot,
-                            controller ? &systemController : nullptr);
-    if (systemController)
-        systemController->Release();
+                            controller && !prepared ? &systemController : nullptr);
+    if (FAILED(hr) || !controller || !frameRoot)
+        return hr;
+    if (prepared) {
+        *controller = createXAnimationController(animation, *frameRoot);
+    } else {
+        // Encodings we do not read (binary, compressed): whatever the system made of them.
+        *controller = systemController;
+    }
     return hr;
 }
 

@@ -1,0 +1,260 @@
+#include "XText.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+const size_t kHeaderSize = 16;
+
+enum class Token { End, Name, Number, String, Guid, OpenBrace, CloseBrace, Other };
+
+class Tokenizer {
+public:
+    Tokenizer(const char* data, size_t size) : m_data(data), m_size(size), m_pos(kHeaderSize) {}
+
+    Token next()
+    {
+        skipBlanksAndComments();
+        m_start = m_pos;
+        if (m_pos >= m_size)
+            return Token::End;
+        char c = m_data[m_pos];
+        if (c == '{' || c == '}') {
+            ++m_pos;
+            return c == '{' ? Token::OpenBrace : Token::CloseBrace;
+        }
+        if (c == '<')
+            return skipPast('>', Token::Guid);
+        if (c == '"')
+            return skipString();
+        if (isNumberStart(c))
+            return readNumber();
+        if (isNameChar(c)) {
+            while (m_pos < m_size && isNameChar(m_data[m_pos]))
+                ++m_pos;
+            return Token::Name;
+        }
+        ++m_pos;  // ';' ',' '[' ']' and anything unexpected
+        return Token::Other;
+    }
+
+    struct Mark {
+        size_t pos, start;
+    };
+    Mark mark() const { return {m_pos, m_start}; }
+    void rewind(const Mark& mark)
+    {
+        m_pos = mark.pos;
+        m_start = mark.start;
+    }
+
+    std::string text() const { return std::string(m_data + m_start, m_pos - m_start); }
+    double number() const { return m_number; }
+    size_t start() const { return m_start; }
+    size_t position() const { return m_pos; }
+
+private:
+    static bool isNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.'; }
+    static bool isNumberStart(char c) { return std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.'; }
+
+    void skipBlanksAndComments()
+    {
+        while (m_pos < m_size) {
+            char c = m_data[m_pos];
+            if (std::isspace(static_cast<unsigned char>(c))) {
+                ++m_pos;
+            } else if (c == '#' || (c == '/' && m_pos + 1 < m_size && m_data[m_pos + 1] == '/')) {
+                while (m_pos < m_size && m_data[m_pos] != '\n')
+                    ++m_pos;
+            } else {
+                return;
+            }
+        }
+    }
+
+    Token skipPast(char last, Token kind)
+    {
+        while (m_pos < m_size && m_data[m_pos] != last)
+            ++m_pos;
+        if (m_pos < m_size)
+            ++m_pos;
+        return kind;
+    }
+
+    Token skipString()
+    {
+        ++m_pos;
+        return skipPast('"', Token::String);
+    }
+
+    Token readNumber()
+    {
+        // strtod needs a terminated copy: the buffer is not ours to terminate.
+        char digits[64];
+        size_t length = 0;
+        while (m_pos < m_size && length + 1 < sizeof digits &&
+               (std::isdigit(static_cast<unsigned char>(m_data[m_pos])) || std::strchr("+-.eE", m_data[m_pos]))) {
+            digits[length++] = m_data[m_pos++];
+        }
+        digits[length] = '\0';
+        char* stop = nullptr;
+        m_number = std::strtod(digits, &stop);
+        return stop == digits ? Token::Other : Token::Number;
+    }
+
+    const char* m_data;
+    size_t m_size;
+    size_t m_pos;
+    size_t m_start = 0;
+    double m_number = 0;
+};
+
+class Reader {
+public:
+    Reader(const char* data, size_t size, bool (*keepNumbers)(const std::string&))
+        : m_tokens(data, size), m_keepNumbers(keepNumbers)
+    {
+    }
+
+    bool readFile(XTextFile& file)
+    {
+        for (;;) {
+            Token token = m_tokens.next();
+            if (token == Token::End)
+                return true;
+            if (token != Token::Name)
+                continue;  // stray separators between objects are tolerated
+            std::string word = m_tokens.text();
+            if (word == "template") {
+                if (!readTemplate(file))
+                    return false;
+                continue;
+            }
+            XObject object;
+            if (!readObject(word, m_tokens.start(), object))
+                return false;
+            file.topLevel.push_back(std::move(object));
+        }
+    }
+
+private:
+    bool readTemplate(XTextFile& file)
+    {
+        if (m_tokens.next() != Token::Name)
+            return false;
+        file.declaredTemplates.push_back(m_tokens.text());
+        if (m_tokens.next() != Token::OpenBrace)
+            return false;
+        return skipToClose();
+    }
+
+    bool skipToClose()
+    {
+        for (int depth = 1; depth > 0;) {
+            Token token = m_tokens.next();
+            if (token == Token::End)
+                return false;
+            if (token == Token::OpenBrace)
+                ++depth;
+            else if (token == Token::CloseBrace)
+                --depth;
+        }
+        return true;
+    }
+
+    // The type name has been read; reads "[name] { ... }".
+    bool readObject(const std::string& type, size_t begin, XObject& object)
+    {
+        object.type = type;
+        object.begin = begin;
+        Token token = m_tokens.next();
+        if (token == Token::Name) {
+            object.name = m_tokens.text();
+            token = m_tokens.next();
+        }
+        if (token != Token::OpenBrace)
+            return false;
+        if (!readBody(object, m_keepNumbers(type)))
+            return false;
+        object.end = m_tokens.position();
+        return true;
+    }
+
+    bool readBody(XObject& object, bool keep)
+    {
+        for (;;) {
+            Token token = m_tokens.next();
+            switch (token) {
+            case Token::End:
+                return false;
+            case Token::CloseBrace:
+                return true;
+            case Token::Number:
+                if (keep)
+                    object.numbers.push_back(m_tokens.number());
+                break;
+            case Token::OpenBrace:
+                if (!readReference(object))
+                    return false;
+                break;
+            case Token::Name: {
+                if (!startsObject())
+                    break;  // a bare word among the data
+                XObject child;
+                if (!readObject(m_tokens.text(), m_tokens.start(), child))
+                    return false;
+                if (keep)
+                    object.children.push_back(std::move(child));
+                break;
+            }
+            default:
+                break;
+            }
+        }
+    }
+
+    // After a word: does "[name] {" follow?
+    bool startsObject()
+    {
+        Tokenizer::Mark word = m_tokens.mark();
+        Token token = m_tokens.next();
+        if (token == Token::Name)
+            token = m_tokens.next();
+        m_tokens.rewind(word);
+        return token == Token::OpenBrace;
+    }
+
+    // "{ name }" or "{ name <guid> }" or "{ <guid> }".
+    bool readReference(XObject& object)
+    {
+        for (;;) {
+            Token token = m_tokens.next();
+            if (token == Token::End)
+                return false;
+            if (token == Token::CloseBrace)
+                return true;
+            if (token == Token::Name)
+                object.references.push_back(m_tokens.text());
+        }
+    }
+
+    Tokenizer m_tokens;
+    bool (*m_keepNumbers)(const std::string&);
+};
+
+} // namespace
+
+bool isTextXFile(const char* data, size_t size)
+{
+    return size >= kHeaderSize && std::memcmp(data, "xof ", 4) == 0 && std::memcmp(data + 8, "txt ", 4) == 0;
+}
+
+bool readXText(const char* data, size_t size, bool (*keepNumbers)(const std::string&), XTextFile& file)
+{
+    if (!isTextXFile(data, size))
+        return false;
+    Reader reader(data, size, keepNumbers);
+    return reader.readFile(file);
+}
