@@ -1,6 +1,3 @@
-// Defines the interface identifiers of the D3DX headers (the import library has none).
-#include <initguid.h>
-
 #include "SkinInfoWrap.h"
 
 #include <new>
