@@ -254,7 +254,7 @@ void plainPass(const Subject& s)
 
 double measure(const Subject& s, const char* label)
 {
-    const int runs = s.mesh->GetNumVertices() > 50000 ? 5 : 9;
+    const int runs = s.mesh->GetNumVertices() > 50000 ? 7 : 25;
     const double ours = vexilbench::bestOf(runs, [&] { convert(s); });
     const double plain = vexilbench::bestOf(runs, [&] { plainPass(s); });
     const std::string what = "ConvertToBlendedMesh " + s.name;

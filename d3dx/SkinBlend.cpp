@@ -121,24 +121,44 @@ struct FaceGroups {
     std::vector<uint32_t> groupOfFace;
 };
 
-FaceGroups groupFacesByBones(const VertexInfluences& influences, const MeshTopology& mesh,
-                             uint32_t capacity)
+bool cornersInRange(const uint32_t* corners, uint32_t vertexCount)
 {
-    FaceGroups groups;
+    return corners[0] < vertexCount && corners[1] < vertexCount && corners[2] < vertexCount;
+}
+
+// Groups faces by material and (reduced) bone set and finds the most bones any face touches,
+// in one pass over the faces.
+Status groupFacesByBones(const VertexInfluences& influences, const MeshTopology& mesh, FaceGroups& groups,
+                         uint32_t& maxFace)
+{
     groups.groupOfFace.resize(mesh.faceCount);
     std::unordered_map<GroupKey, uint32_t, GroupKeyHash> index;
     std::vector<Influence> totals;
+    GroupKey last{kUnusedBone, {}};
+    uint32_t lastGroup = 0;
+    maxFace = 0;
     for (uint32_t face = 0; face < mesh.faceCount; ++face) {
+        const uint32_t* corners = mesh.indices + 3 * size_t(face);
+        if (!cornersInRange(corners, mesh.vertexCount))
+            return Status::IndexOutOfRange;
         GroupKey key{mesh.attributes ? mesh.attributes[face] : 0,
-                     faceBones(influences, mesh.indices + 3 * face, totals, capacity)};
-        auto inserted = index.emplace(key, uint32_t(groups.keys.size()));
-        if (inserted.second) {
-            groups.keys.push_back(key);
-            groups.firstFace.push_back(face);
+                     faceBones(influences, corners, totals, kMaxBlendMatrices)};
+        maxFace = std::max(maxFace, uint32_t(totals.size()));
+        // Neighbouring faces mostly share their bones: look up only on a change, and look up
+        // before inserting, as emplace would allocate for every face.
+        if (!(key == last)) {
+            auto found = index.find(key);
+            if (found == index.end()) {
+                found = index.emplace(key, uint32_t(groups.keys.size())).first;
+                groups.keys.push_back(key);
+                groups.firstFace.push_back(face);
+            }
+            last = key;
+            lastGroup = found->second;
         }
-        groups.groupOfFace[face] = inserted.first->second;
+        groups.groupOfFace[face] = lastGroup;
     }
-    return groups;
+    return Status::Ok;
 }
 
 // Bones `set` would add to `combination`, or capacity + 1 when they do not fit.
@@ -249,6 +269,8 @@ void splitVertices(const VertexInfluences& influences, const MeshTopology& mesh,
     layout.indices.resize(size_t(mesh.faceCount) * 3);
     layout.vertexRemap.clear();
     layout.weights.clear();
+    layout.vertexRemap.reserve(mesh.vertexCount + mesh.vertexCount / 2);
+    layout.weights.reserve(layout.vertexRemap.capacity() * slots);
     for (uint32_t c = 0; c < layout.combinations.size(); ++c) {
         Combination& combination = layout.combinations[c];
         combination.vertexStart = uint32_t(layout.vertexRemap.size());
@@ -358,15 +380,16 @@ Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& 
     out = BlendLayout();
     if (influences.vertexCount() != mesh.vertexCount)
         return Status::IndexOutOfRange;
+    // Faces are reduced to the most the pipeline can blend; when no face touches that many
+    // bones nothing is reduced and the sets are exact.
+    FaceGroups groups;
     uint32_t maxFace = 0;
-    Status status = maxFaceInfluences(influences, mesh.indices, mesh.faceCount, maxFace);
+    Status status = groupFacesByBones(influences, mesh, groups, maxFace);
     if (status != Status::Ok)
         return status;
     if (maxFace == 0)
         return Status::NoInfluences;
     out.influencesPerFace = std::min(maxFace, kMaxBlendMatrices);
-
-    FaceGroups groups = groupFacesByBones(influences, mesh, out.influencesPerFace);
     std::vector<uint32_t> combinationOfGroup = packGroups(groups, out.influencesPerFace, out.combinations);
     std::vector<uint32_t> combinationOfFace(mesh.faceCount);
     for (uint32_t face = 0; face < mesh.faceCount; ++face)
