@@ -15,9 +15,22 @@ bool heavierFirst(const Influence& a, const Influence& b)
 
 // Sorts one vertex's influences by bone, folds repeats together and writes them, heaviest
 // first, from `write` on. Returns the new end.
+// Vertices carry a handful of influences: insertion sort beats std::sort's set-up.
+template <class Less>
+void sortFew(Influence* first, Influence* last, Less less)
+{
+    for (Influence* it = first + (first != last); it < last; ++it) {
+        Influence moving = *it;
+        Influence* hole = it;
+        for (; hole != first && less(moving, *(hole - 1)); --hole)
+            *hole = *(hole - 1);
+        *hole = moving;
+    }
+}
+
 Influence* compactVertex(Influence* first, Influence* last, Influence* write)
 {
-    std::sort(first, last, [](const Influence& a, const Influence& b) { return a.bone < b.bone; });
+    sortFew(first, last, [](const Influence& a, const Influence& b) { return a.bone < b.bone; });
     Influence* start = write;
     for (Influence* it = first; it != last; ++it) {
         if (write != start && (write - 1)->bone == it->bone)
@@ -25,7 +38,7 @@ Influence* compactVertex(Influence* first, Influence* last, Influence* write)
         else
             *write++ = *it;
     }
-    std::sort(start, write, heavierFirst);
+    sortFew(start, write, heavierFirst);
     return write;
 }
 
@@ -99,20 +112,44 @@ BoneSet reduceFaceBones(const VertexInfluences& influences, const uint32_t* corn
     return set;
 }
 
-BoneSet faceBones(const VertexInfluences& influences, const uint32_t* corners,
-                  std::vector<Influence>& totals, uint32_t capacity)
+// The face's distinct bones when they fit `capacity`, gathered without weights; false once
+// they do not.
+bool smallFaceBones(const VertexInfluences& influences, const uint32_t* corners, uint32_t capacity,
+                    BoneSet& set, uint32_t& count)
 {
+    set.fill(kUnusedBone);
+    count = 0;
+    for (int corner = 0; corner < 3; ++corner) {
+        for (const Influence* it = influences.begin(corners[corner]); it != influences.end(corners[corner]); ++it) {
+            uint32_t i = 0;
+            while (i < count && set[i] != it->bone)
+                ++i;
+            if (i < count)
+                continue;
+            if (count == capacity)
+                return false;
+            // Kept in order as it grows: at most four entries.
+            uint32_t at = count++;
+            for (; at > 0 && set[at - 1] > it->bone; --at)
+                set[at] = set[at - 1];
+            set[at] = it->bone;
+        }
+    }
+    return true;
+}
+
+// The face's bone set, reduced to `capacity` bones; `touched` is how many it has before that.
+BoneSet faceBones(const VertexInfluences& influences, const uint32_t* corners,
+                  std::vector<Influence>& totals, uint32_t capacity, uint32_t& touched)
+{
+    BoneSet set;
+    if (smallFaceBones(influences, corners, capacity, set, touched))
+        return set;
     totals.clear();
     for (int corner = 0; corner < 3; ++corner)
         accumulate(influences, corners[corner], totals);
-    if (totals.size() > capacity)
-        return reduceFaceBones(influences, corners, totals, capacity);
-    BoneSet set;
-    set.fill(kUnusedBone);
-    for (size_t i = 0; i < totals.size(); ++i)
-        set[i] = totals[i].bone;
-    std::sort(set.begin(), set.begin() + totals.size());
-    return set;
+    touched = uint32_t(totals.size());
+    return reduceFaceBones(influences, corners, totals, capacity);
 }
 
 struct FaceGroups {
@@ -141,9 +178,10 @@ Status groupFacesByBones(const VertexInfluences& influences, const MeshTopology&
         const uint32_t* corners = mesh.indices + 3 * size_t(face);
         if (!cornersInRange(corners, mesh.vertexCount))
             return Status::IndexOutOfRange;
+        uint32_t touched = 0;
         GroupKey key{mesh.attributes ? mesh.attributes[face] : 0,
-                     faceBones(influences, corners, totals, kMaxBlendMatrices)};
-        maxFace = std::max(maxFace, uint32_t(totals.size()));
+                     faceBones(influences, corners, totals, kMaxBlendMatrices, touched)};
+        maxFace = std::max(maxFace, touched);
         // Neighbouring faces mostly share their bones: look up only on a change, and look up
         // before inserting, as emplace would allocate for every face.
         if (!(key == last)) {
@@ -261,16 +299,13 @@ void writeWeights(const VertexInfluences& influences, uint32_t vertex,
 }
 
 // Gives every combination its own copy of the vertices its faces use, in first-use order.
-void splitVertices(const VertexInfluences& influences, const MeshTopology& mesh, BlendLayout& layout)
+void splitVertices(const MeshTopology& mesh, BlendLayout& layout)
 {
-    const uint32_t slots = layout.influencesPerFace;
     std::vector<uint32_t> owner(mesh.vertexCount, kUnusedBone);
     std::vector<uint32_t> newIndex(mesh.vertexCount, 0);
     layout.indices.resize(size_t(mesh.faceCount) * 3);
     layout.vertexRemap.clear();
-    layout.weights.clear();
     layout.vertexRemap.reserve(mesh.vertexCount + mesh.vertexCount / 2);
-    layout.weights.reserve(layout.vertexRemap.capacity() * slots);
     for (uint32_t c = 0; c < layout.combinations.size(); ++c) {
         Combination& combination = layout.combinations[c];
         combination.vertexStart = uint32_t(layout.vertexRemap.size());
@@ -282,15 +317,21 @@ void splitVertices(const VertexInfluences& influences, const MeshTopology& mesh,
                     owner[v] = c;
                     newIndex[v] = uint32_t(layout.vertexRemap.size());
                     layout.vertexRemap.push_back(v);
-                    layout.weights.resize(layout.weights.size() + slots);
-                    writeWeights(influences, v, combination.bones,
-                                 layout.weights.data() + layout.weights.size() - slots);
                 }
                 layout.indices[3 * size_t(f) + corner] = newIndex[v];
             }
         }
         combination.vertexCount = uint32_t(layout.vertexRemap.size()) - combination.vertexStart;
     }
+}
+
+void blendWeights(const VertexInfluences& influences, BlendLayout& layout)
+{
+    const uint32_t slots = layout.influencesPerFace;
+    layout.weights.resize(layout.vertexRemap.size() * slots);
+    for (const Combination& combination : layout.combinations)
+        for (uint32_t v = combination.vertexStart; v < combination.vertexStart + combination.vertexCount; ++v)
+            writeWeights(influences, layout.vertexRemap[v], combination.bones, layout.weights.data() + size_t(v) * slots);
 }
 
 }  // namespace
@@ -395,7 +436,8 @@ Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& 
     for (uint32_t face = 0; face < mesh.faceCount; ++face)
         combinationOfFace[face] = combinationOfGroup[groups.groupOfFace[face]];
     orderFaces(combinationOfFace, out);
-    splitVertices(influences, mesh, out);
+    splitVertices(mesh, out);
+    blendWeights(influences, out);
     return Status::Ok;
 }
 
