@@ -56,13 +56,15 @@ void accumulate(const VertexInfluences& influences, uint32_t vertex, std::vector
 }
 
 using BoneSet = std::array<uint32_t, kMaxBlendMatrices>;
+static_assert(kMaxBlendMatrices == 4, "GroupKey compares four slots");
 
 struct GroupKey {
     uint32_t attribute;
     BoneSet bones;
     bool operator==(const GroupKey& other) const
     {
-        return attribute == other.attribute && bones == other.bones;
+        return attribute == other.attribute && bones[0] == other.bones[0] && bones[1] == other.bones[1] &&
+               bones[2] == other.bones[2] && bones[3] == other.bones[3];
     }
 };
 
@@ -163,16 +165,143 @@ bool cornersInRange(const uint32_t* corners, uint32_t vertexCount)
     return corners[0] < vertexCount && corners[1] < vertexCount && corners[2] < vertexCount;
 }
 
+// Numbers the distinct (material, bone set) keys in order of first use.
+class GroupIndex {
+public:
+    explicit GroupIndex(FaceGroups& groups) : m_groups(groups) {}
+    uint32_t groupOf(const GroupKey& key, uint32_t face)
+    {
+        // Look up before inserting: emplace would allocate for every call.
+        auto found = m_index.find(key);
+        if (found != m_index.end())
+            return found->second;
+        const uint32_t group = uint32_t(m_groups.keys.size());
+        m_index.emplace(key, group);
+        m_groups.keys.push_back(key);
+        m_groups.firstFace.push_back(face);
+        return group;
+    }
+
+private:
+    FaceGroups& m_groups;
+    std::unordered_map<GroupKey, uint32_t, GroupKeyHash> m_index;
+};
+
+// With at most 64 bones a vertex's bones fit one mask and a face's bones are the union of
+// three; this open-addressed table maps (material, mask) to the group.
+class MaskCache {
+public:
+    MaskCache() : m_entries(256) {}
+    uint32_t* find(uint64_t mask, uint32_t attribute)
+    {
+        size_t at = slot(mask, attribute);
+        while (m_entries[at].used) {
+            if (m_entries[at].mask == mask && m_entries[at].attribute == attribute)
+                return &m_entries[at].group;
+            at = (at + 1) & (m_entries.size() - 1);
+        }
+        return nullptr;
+    }
+    void insert(uint64_t mask, uint32_t attribute, uint32_t group)
+    {
+        if (2 * (m_count + 1) > m_entries.size())
+            grow();
+        size_t at = slot(mask, attribute);
+        while (m_entries[at].used)
+            at = (at + 1) & (m_entries.size() - 1);
+        m_entries[at] = Entry{mask, attribute, group, true};
+        ++m_count;
+    }
+
+private:
+    struct Entry {
+        uint64_t mask = 0;
+        uint32_t attribute = 0;
+        uint32_t group = 0;
+        bool used = false;
+    };
+    size_t slot(uint64_t mask, uint32_t attribute) const
+    {
+        uint64_t h = (mask ^ (uint64_t(attribute) << 32 | attribute)) * 0x9E3779B97F4A7C15ull;
+        return size_t(h >> 40) & (m_entries.size() - 1);
+    }
+    void grow()
+    {
+        std::vector<Entry> old;
+        old.swap(m_entries);
+        m_entries.resize(old.size() * 2);
+        m_count = 0;
+        for (const Entry& e : old)
+            if (e.used)
+                insert(e.mask, e.attribute, e.group);
+    }
+    std::vector<Entry> m_entries;
+    size_t m_count = 0;
+};
+
+uint32_t boneLimit(const VertexInfluences& influences)
+{
+    uint32_t limit = 0;
+    for (const Influence& influence : influences.entries)
+        limit = std::max(limit, influence.bone + 1);
+    return limit;
+}
+
+BoneSet boneSetOf(uint64_t mask)
+{
+    BoneSet set;
+    set.fill(kUnusedBone);
+    for (uint32_t i = 0; mask; mask &= mask - 1)
+        set[i++] = uint32_t(__builtin_ctzll(mask));
+    return set;
+}
+
+// Faces of up to 64 bones: one OR and one table probe per face in the common case.
+Status groupFacesByMask(const VertexInfluences& influences, const MeshTopology& mesh, FaceGroups& groups,
+                        uint32_t& maxFace)
+{
+    std::vector<uint64_t> masks(mesh.vertexCount, 0);
+    for (uint32_t v = 0; v < mesh.vertexCount; ++v)
+        for (const Influence* it = influences.begin(v); it != influences.end(v); ++it)
+            masks[v] |= uint64_t(1) << it->bone;
+    GroupIndex index(groups);
+    MaskCache cache;
+    std::vector<Influence> totals;
+    maxFace = 0;
+    for (uint32_t face = 0; face < mesh.faceCount; ++face) {
+        const uint32_t* corners = mesh.indices + 3 * size_t(face);
+        if (!cornersInRange(corners, mesh.vertexCount))
+            return Status::IndexOutOfRange;
+        const uint32_t attribute = mesh.attributes ? mesh.attributes[face] : 0;
+        const uint64_t mask = masks[corners[0]] | masks[corners[1]] | masks[corners[2]];
+        const uint32_t touched = uint32_t(__builtin_popcountll(mask));
+        maxFace = std::max(maxFace, touched);
+        if (touched > kMaxBlendMatrices) {
+            uint32_t ignored = 0;
+            groups.groupOfFace[face] = index.groupOf(
+                GroupKey{attribute, faceBones(influences, corners, totals, kMaxBlendMatrices, ignored)}, face);
+            continue;
+        }
+        uint32_t* cached = cache.find(mask, attribute);
+        if (!cached) {
+            cache.insert(mask, attribute, index.groupOf(GroupKey{attribute, boneSetOf(mask)}, face));
+            cached = cache.find(mask, attribute);
+        }
+        groups.groupOfFace[face] = *cached;
+    }
+    return Status::Ok;
+}
+
 // Groups faces by material and (reduced) bone set and finds the most bones any face touches,
 // in one pass over the faces.
 Status groupFacesByBones(const VertexInfluences& influences, const MeshTopology& mesh, FaceGroups& groups,
                          uint32_t& maxFace)
 {
     groups.groupOfFace.resize(mesh.faceCount);
-    std::unordered_map<GroupKey, uint32_t, GroupKeyHash> index;
+    if (boneLimit(influences) <= 64)
+        return groupFacesByMask(influences, mesh, groups, maxFace);
+    GroupIndex index(groups);
     std::vector<Influence> totals;
-    GroupKey last{kUnusedBone, {}};
-    uint32_t lastGroup = 0;
     maxFace = 0;
     for (uint32_t face = 0; face < mesh.faceCount; ++face) {
         const uint32_t* corners = mesh.indices + 3 * size_t(face);
@@ -182,19 +311,7 @@ Status groupFacesByBones(const VertexInfluences& influences, const MeshTopology&
         GroupKey key{mesh.attributes ? mesh.attributes[face] : 0,
                      faceBones(influences, corners, totals, kMaxBlendMatrices, touched)};
         maxFace = std::max(maxFace, touched);
-        // Neighbouring faces mostly share their bones: look up only on a change, and look up
-        // before inserting, as emplace would allocate for every face.
-        if (!(key == last)) {
-            auto found = index.find(key);
-            if (found == index.end()) {
-                found = index.emplace(key, uint32_t(groups.keys.size())).first;
-                groups.keys.push_back(key);
-                groups.firstFace.push_back(face);
-            }
-            last = key;
-            lastGroup = found->second;
-        }
-        groups.groupOfFace[face] = lastGroup;
+        groups.groupOfFace[face] = index.groupOf(key, face);
     }
     return Status::Ok;
 }
@@ -291,8 +408,9 @@ void writeWeights(const VertexInfluences& influences, uint32_t vertex,
         total += w;
     }
     if (total > 0.0f) {
+        const float scale = 1.0f / total;
         for (size_t slot = 0; slot < bones.size(); ++slot)
-            weights[slot] /= total;
+            weights[slot] *= scale;
     } else {
         weights[0] = 1.0f;
     }

@@ -309,3 +309,28 @@ TEST(SkinLayout, RandomMeshesStayConsistent)
         expectConsistent(f, convert(f));
     }
 }
+
+TEST(SkinLayout, BoneNumbersPastSixtyFourGiveTheSameSplit)
+{
+    // Up to 64 bones faces are grouped by bit masks, beyond by bone lists: same answer.
+    Fixture small = strip(8);
+    Fixture large = small;
+    for (size_t b = 0; b < small.bones.size(); ++b) {
+        large.bones.resize(b + 100 + 1);
+        large.bones[b + 100] = small.bones[b];
+        large.bones[b] = BoneWeights();
+    }
+    BlendLayout a = convert(small);
+    BlendLayout b = convert(large);
+    expectConsistent(large, b);
+    ASSERT_EQ(a.combinations.size(), b.combinations.size());
+    for (size_t c = 0; c < a.combinations.size(); ++c) {
+        EXPECT_EQ(a.combinations[c].faceCount, b.combinations[c].faceCount);
+        for (size_t slot = 0; slot < a.influencesPerFace; ++slot) {
+            const uint32_t bone = a.combinations[c].bones[slot];
+            EXPECT_EQ(bone == kUnusedBone ? kUnusedBone : bone + 100, b.combinations[c].bones[slot]);
+        }
+    }
+    EXPECT_EQ(a.faceRemap, b.faceRemap);
+    EXPECT_EQ(a.weights, b.weights);
+}
