@@ -93,24 +93,22 @@ bool contains(const std::vector<uint32_t>& bones, uint32_t bone)
 BoneSet reduceFaceBones(const VertexInfluences& influences, const uint32_t* corners,
                         std::vector<Influence>& totals, uint32_t capacity)
 {
-    std::vector<uint32_t> kept;
-    kept.reserve(capacity);
-    for (int corner = 0; corner < 3; ++corner) {
-        uint32_t v = corners[corner];
-        if (influences.count(v) && !contains(kept, influences.begin(v)->bone))
-            kept.push_back(influences.begin(v)->bone);
-    }
-    std::sort(totals.begin(), totals.end(), heavierFirst);
-    for (const Influence& total : totals) {
-        if (kept.size() >= capacity)
-            break;
-        if (!contains(kept, total.bone))
-            kept.push_back(total.bone);
-    }
     BoneSet set;
     set.fill(kUnusedBone);
-    std::sort(kept.begin(), kept.end());
-    std::copy(kept.begin(), kept.end(), set.begin());
+    uint32_t kept = 0;
+    auto keep = [&](uint32_t bone) {
+        if (kept < capacity && std::find(set.begin(), set.begin() + kept, bone) == set.begin() + kept)
+            set[kept++] = bone;
+    };
+    for (int corner = 0; corner < 3; ++corner)
+        if (influences.count(corners[corner]))
+            keep(influences.begin(corners[corner])->bone);
+    std::sort(totals.begin(), totals.end(), heavierFirst);
+    for (const Influence& total : totals)
+        keep(total.bone);
+    for (uint32_t i = 1; i < kept; ++i)
+        for (uint32_t j = i; j > 0 && set[j - 1] > set[j]; --j)
+            std::swap(set[j - 1], set[j]);
     return set;
 }
 

@@ -173,6 +173,13 @@ HRESULT blendedFormat(const D3DVERTEXELEMENT9* source, UINT weightCount, Blended
     return D3D_OK;
 }
 
+// Vertex components are whole 32-bit words; a word loop beats a library call per vertex.
+void copyWords(BYTE* to, const BYTE* from, UINT bytes)
+{
+    for (UINT i = 0; i < bytes; i += 4)
+        std::memcpy(to + i, from + i, 4);
+}
+
 HRESULT fillVertices(ID3DXMesh* source, ID3DXMesh* target, const BlendedFormat& format,
                      const BlendLayout& layout)
 {
@@ -187,14 +194,15 @@ HRESULT fillVertices(ID3DXMesh* source, ID3DXMesh* target, const BlendedFormat& 
     }
     const UINT sourceStride = source->GetNumBytesPerVertex();
     const UINT slots = layout.influencesPerFace;
-    const size_t weightBytes = (slots - 1) * sizeof(float);
     for (size_t v = 0; v < layout.vertexRemap.size(); ++v) {
         const BYTE* in = from + size_t(layout.vertexRemap[v]) * sourceStride;
         BYTE* out = to + v * format.stride;
         std::memcpy(out, in, 12);
-        std::memcpy(out + 12, layout.weights.data() + v * slots, weightBytes);
+        const float* weights = layout.weights.data() + v * slots;
+        for (UINT i = 0; i + 1 < slots; ++i)
+            std::memcpy(out + 12 + 4 * i, weights + i, 4);
         for (const CopyRun& run : format.runs)
-            std::memcpy(out + run.target, in + run.source, run.size);
+            copyWords(out + run.target, in + run.source, run.size);
     }
     target->UnlockVertexBuffer();
     source->UnlockVertexBuffer();
