@@ -1,5 +1,5 @@
-// The Direct3D-free core of blended-mesh conversion: influence gathering, face influence counts
-// and the split into bone combinations.
+// The Direct3D-free core of blended-mesh conversion: influence gathering and the split into bone
+// combinations, on cases the device tests do not reach.
 #include <SkinBlend.h>
 #include <gtest/gtest.h>
 
@@ -144,26 +144,21 @@ void expectConsistent(const Fixture& fixture, const BlendLayout& layout)
     EXPECT_EQ(size_t(nextVertex) * slots, layout.weights.size());
 }
 
-// A strip of quads along x: column c is bound to bone c, the joints between get a share of both.
-Fixture strip(uint32_t quads)
+// Random faces over random weights, up to three bones a vertex, so many faces need more
+// bones than a combination holds.
+Fixture randomFixture(std::mt19937& random, uint32_t boneOffset = 0)
 {
     Fixture f;
-    f.vertexCount = 2 * (quads + 1);
-    for (uint32_t c = 0; c < quads; ++c) {
-        uint32_t a = 2 * c, b = a + 1, d = a + 2, e = a + 3;
-        f.indices.insert(f.indices.end(), {a, d, b, b, d, e});
-    }
-    for (uint32_t c = 0; c <= quads; ++c) {
-        for (uint32_t row = 0; row < 2; ++row) {
-            uint32_t v = 2 * c + row;
-            if (c % 2 == 0 || c == quads) {
-                f.weigh(c, v, 1.0f);
-            } else {
-                f.weigh(c - 1, v, 0.25f);
-                f.weigh(c, v, 0.5f);
-                f.weigh(c + 1, v, 0.25f);
-            }
-        }
+    f.vertexCount = 60;
+    const uint32_t boneCount = 2 + random() % 10;
+    for (int i = 0; i < 240; ++i)
+        f.indices.push_back(random() % f.vertexCount);
+    for (int face = 0; face < 80; ++face)
+        f.attributes.push_back(random() % 3);
+    for (uint32_t v = 0; v < f.vertexCount; ++v) {
+        int influences = 1 + random() % 3;
+        for (int i = 0; i < influences; ++i)
+            f.weigh(boneOffset + random() % boneCount, v, 0.1f + float(random() % 100) / 100.0f);
     }
     return f;
 }
@@ -202,27 +197,6 @@ TEST(SkinInfluences, VertexPastTheMeshIsRefusedOrLeftOut)
     EXPECT_EQ(1u, inf.entries.size());
 }
 
-TEST(SkinInfluences, FaceCountsDistinctBonesOfItsCorners)
-{
-    Fixture f = strip(4);
-    VertexInfluences inf;
-    ASSERT_EQ(Status::Ok, gatherInfluences(f.bones, f.vertexCount, false, inf));
-    uint32_t most = 0;
-    ASSERT_EQ(Status::Ok, maxFaceInfluences(inf, f.indices.data(), 2, most));
-    EXPECT_EQ(3u, most) << "bones 0, 1 and 2 meet on the first quad";
-    std::vector<uint32_t> bad = {0, 1, 99};
-    EXPECT_EQ(Status::IndexOutOfRange, maxFaceInfluences(inf, bad.data(), 1, most));
-}
-
-TEST(SkinLayout, StripSplitsIntoCombinationsThatCoverEveryFace)
-{
-    Fixture f = strip(8);
-    BlendLayout layout = convert(f);
-    EXPECT_EQ(3u, layout.influencesPerFace);
-    EXPECT_GT(layout.combinations.size(), 1u) << "nine bones cannot share one combination of three";
-    expectConsistent(f, layout);
-}
-
 TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
 {
     Fixture f;
@@ -246,17 +220,6 @@ TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
     EXPECT_NEAR(1.0f, w[4 + 2], 1e-6f) << "bone 4 dropped, vertex 1 renormalised onto bone 3";
     EXPECT_NEAR(0.1f, w[8 + 1], 1e-6f);
     EXPECT_NEAR(0.9f, w[8 + 3], 1e-6f);
-    expectConsistent(f, layout);
-}
-
-TEST(SkinLayout, MaterialsNeverShareACombination)
-{
-    Fixture f = strip(2);
-    f.attributes = {1, 1, 0, 0};
-    BlendLayout layout = convert(f);
-    ASSERT_EQ(2u, layout.combinations.size()) << "three bones fit one combination per material";
-    EXPECT_EQ(0u, layout.combinations[0].attribute);
-    EXPECT_EQ(1u, layout.combinations[1].attribute);
     expectConsistent(f, layout);
 }
 
@@ -292,19 +255,7 @@ TEST(SkinLayout, RandomMeshesStayConsistent)
 {
     std::mt19937 random(1234);
     for (int round = 0; round < 20; ++round) {
-        Fixture f;
-        f.vertexCount = 60;
-        const uint32_t boneCount = 2 + random() % 10;
-        for (int face = 0; face < 80; ++face)
-            for (int k = 0; k < 3; ++k)
-                f.indices.push_back(random() % f.vertexCount);
-        for (int face = 0; face < 80; ++face)
-            f.attributes.push_back(random() % 3);
-        for (uint32_t v = 0; v < f.vertexCount; ++v) {
-            int influences = 1 + random() % 3;
-            for (int i = 0; i < influences; ++i)
-                f.weigh(random() % boneCount, v, 0.1f + float(random() % 100) / 100.0f);
-        }
+        Fixture f = randomFixture(random);
         SCOPED_TRACE("round " + std::to_string(round));
         expectConsistent(f, convert(f));
     }
@@ -313,24 +264,18 @@ TEST(SkinLayout, RandomMeshesStayConsistent)
 TEST(SkinLayout, BoneNumbersPastSixtyFourGiveTheSameSplit)
 {
     // Up to 64 bones faces are grouped by bit masks, beyond by bone lists: same answer.
-    Fixture small = strip(8);
-    Fixture large = small;
-    for (size_t b = 0; b < small.bones.size(); ++b) {
-        large.bones.resize(b + 100 + 1);
-        large.bones[b + 100] = small.bones[b];
-        large.bones[b] = BoneWeights();
-    }
+    std::mt19937 first(99), second(99);
+    Fixture small = randomFixture(first);
+    Fixture large = randomFixture(second, 100);
     BlendLayout a = convert(small);
     BlendLayout b = convert(large);
     expectConsistent(large, b);
     ASSERT_EQ(a.combinations.size(), b.combinations.size());
-    for (size_t c = 0; c < a.combinations.size(); ++c) {
-        EXPECT_EQ(a.combinations[c].faceCount, b.combinations[c].faceCount);
+    for (size_t c = 0; c < a.combinations.size(); ++c)
         for (size_t slot = 0; slot < a.influencesPerFace; ++slot) {
             const uint32_t bone = a.combinations[c].bones[slot];
             EXPECT_EQ(bone == kUnusedBone ? kUnusedBone : bone + 100, b.combinations[c].bones[slot]);
         }
-    }
     EXPECT_EQ(a.faceRemap, b.faceRemap);
     EXPECT_EQ(a.weights, b.weights);
 }
