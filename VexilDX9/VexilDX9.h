@@ -4,3 +4,6 @@
 
 #include <VexilDX9/Export.h>
 #include <VexilDX9/LogD3D.h>
+#include <VexilDX9/Effect.h>
+#include <VexilDX9/EffectValue.h>
+#include <VexilDX9/Technique.h>
