@@ -38,9 +38,9 @@ Frame Root {
 // "Idle": open (played once), 3 seconds at 10 ticks per second.
 const char* const kWaveAndIdle = R"(
 AnimationSet Wave {
-  Animation {
+  Animation Anim-Arm {
     { Arm }
-    AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;, 10;3;10.0,20.0,0.0;;; }
+    AnimationKey pos { 2; 2; 0;3;0.0,0.0,0.0;;, 10;3;10.0,20.0,0.0;;; }
     AnimationKey { 1; 2; 0;3;1.0,1.0,1.0;;, 20;3;3.0,1.0,1.0;;; }
     AnimationKey { 0; 2; 0;4;1.0,0.0,0.0,0.0;;, 10;4;0.7071068,0.0,-0.7071068,0.0;;; }
   }
@@ -326,6 +326,103 @@ TEST_F(SampleAnimation, AnimTestWithUndeclaredTemplatesLoadsAndPlays)
     EXPECT_EQ("cylinder_test", setNames(scene.controller));
     for (int step = 0; step < 50; ++step)
         ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.1, nullptr));
+}
+
+}  // namespace
+
+namespace {
+
+// Writes the binary encoding of X files token by token.
+class BinaryX {
+public:
+    BinaryX() : m_bytes("xof 0303bin 0032") {}
+
+    BinaryX& name(const std::string& text)
+    {
+        word(1);
+        dword(uint32_t(text.size()));
+        m_bytes += text;
+        return *this;
+    }
+    BinaryX& string(const std::string& text)
+    {
+        word(2);
+        dword(uint32_t(text.size()));
+        m_bytes += text;
+        return word(20);
+    }
+    BinaryX& integers(std::initializer_list<uint32_t> values)
+    {
+        word(6);
+        dword(uint32_t(values.size()));
+        for (uint32_t v : values)
+            dword(v);
+        return *this;
+    }
+    BinaryX& floats(std::initializer_list<float> values)
+    {
+        word(7);
+        dword(uint32_t(values.size()));
+        for (float v : values)
+            m_bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
+        return *this;
+    }
+    BinaryX& open() { return word(10); }
+    BinaryX& close() { return word(11); }
+    BinaryX& object(const std::string& type, const std::string& objectName = std::string())
+    {
+        name(type);
+        if (!objectName.empty())
+            name(objectName);
+        return open();
+    }
+    BinaryX& reference(const std::string& target) { return open().name(target).close(); }
+    BinaryX& matrix(float x, float y, float z)
+    {
+        return object("FrameTransformMatrix").floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, x, y, z, 1}).close();
+    }
+    const std::string& bytes() const { return m_bytes; }
+
+private:
+    BinaryX& word(uint16_t v)
+    {
+        m_bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
+        return *this;
+    }
+    BinaryX& dword(uint32_t v)
+    {
+        m_bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
+        return *this;
+    }
+    std::string m_bytes;
+};
+
+// The binary twin of the text fixtures: a skinned triangle with no template declarations and a
+// translation animation at 10 ticks per second.
+TEST_F(XAnimationLoad, BinaryFilesGetTemplatesAndAnimations)
+{
+    BinaryX x;
+    x.object("AnimTicksPerSecond").integers({10}).close();
+    x.object("Frame", "Body").matrix(0, 0, 0);
+    x.object("Mesh", "Triangle").integers({3}).floats({0, 0, 0, 1, 0, 0, 0, 1, 0}).integers({1, 3, 0, 1, 2});
+    x.object("XSkinMeshHeader").integers({1, 1, 1}).close();
+    x.object("SkinWeights").string("Arm").integers({3, 0, 1, 2});
+    x.floats({1, 1, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}).close();
+    x.close();  // Mesh
+    x.object("Frame", "Arm").matrix(7, 8, 9).close();
+    x.close();  // Body
+    x.object("AnimationSet", "Wave").object("Animation").reference("Arm");
+    x.object("AnimationKey").integers({2, 2}).integers({0, 3}).floats({0, 0, 0}).integers({10, 3}).floats({10, 20, 0});
+    x.close().close().close();
+
+    LoadedScene scene;
+    vexiltest::loadFromText(scene, device(), x.bytes());
+    ASSERT_EQ(S_OK, scene.result);
+    EXPECT_EQ(1, scene.allocator.skinnedContainers);
+    ASSERT_NE(nullptr, scene.controller);
+    EXPECT_EQ(1u, scene.controller->GetMaxNumAnimationOutputs());
+    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
+    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {5, 10, 0})));
 }
 
 }  // namespace
