@@ -73,10 +73,10 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
     if (controller)
         *controller = nullptr;
     XAnimationContent animation;
-    const bool prepared = data && prepareXText(static_cast<const char*>(data), dataSize, animation);
+    const bool prepared = data && prepareXFile(static_cast<const char*>(data), dataSize, animation);
     if (prepared) {
-        data = animation.loadableText.data();
-        dataSize = DWORD(animation.loadableText.size());
+        data = animation.loadableFile.data();
+        dataSize = DWORD(animation.loadableFile.size());
     }
     SkinWrappingAllocator wrapper(allocator);
     ID3DXAnimationController* systemController = nullptr;

@@ -1,6 +1,6 @@
 #include "XAnimation.h"
 
-#include "XText.h"
+#include "XStructure.h"
 
 #include <algorithm>
 #include <cctype>
@@ -264,7 +264,7 @@ std::string binaryTemplates(const std::string& text)
     return out;
 }
 
-std::string loadableText(const char* data, size_t size, const XTextFile& file)
+std::string fileForSystemLoader(const char* data, size_t size, const XFileOutline& file)
 {
     const bool binary = isBinaryXFile(data, size);
     std::string text(data, size);
@@ -305,10 +305,10 @@ ID3DXKeyframedAnimationSet* createKeyframedSet(const XAnimationSet& source, doub
 
 } // namespace
 
-bool prepareXText(const char* data, size_t size, XAnimationContent& content)
+bool prepareXFile(const char* data, size_t size, XAnimationContent& content)
 {
-    XTextFile file;
-    if (!readXText(data, size, isAnimationType, file))
+    XFileOutline file;
+    if (!readXStructure(data, size, isAnimationType, file))
         return false;
     for (const XObject& object : file.topLevel) {
         if (object.type == "AnimTicksPerSecond" && !object.numbers.empty() && object.numbers[0] > 0)
@@ -316,7 +316,7 @@ bool prepareXText(const char* data, size_t size, XAnimationContent& content)
         else if (object.type == "AnimationSet")
             content.sets.push_back(readAnimationSet(object));
     }
-    content.loadableText = loadableText(data, size, file);
+    content.loadableFile = fileForSystemLoader(data, size, file);
     return true;
 }
 

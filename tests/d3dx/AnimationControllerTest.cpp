@@ -3,6 +3,10 @@
 
 #include "TestHierarchy.h"
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace {
 
 using vexiltest::matrixNear;
@@ -220,6 +224,54 @@ TEST_F(Controller, EventsAreNotScheduled)
     D3DXTRACK_DESC desc;
     ASSERT_EQ(S_OK, m_controller->GetTrackDesc(0, &desc));
     EXPECT_EQ(1.0f, desc.Speed);
+}
+
+}  // namespace
+
+namespace {
+
+struct RecordingHandler : ID3DXAnimationCallbackHandler {
+    STDMETHOD(HandleCallback)(THIS_ UINT track, void* data) override
+    {
+        calls.push_back({track, static_cast<const char*>(data)});
+        return S_OK;
+    }
+    std::vector<std::pair<UINT, std::string>> calls;
+};
+
+// Callback keys at 0.5 s ("step") and 1.5 s ("land") of a 2-second loop.
+TEST(ControllerCallbacks, HandlerHearsEachKeyPassedInEitherDirection)
+{
+    static char step[] = "step";
+    static char land[] = "land";
+    D3DXKEY_CALLBACK keys[2] = {{15, land}, {5, step}};  // out of order on purpose
+    ID3DXKeyframedAnimationSet* set = nullptr;
+    ASSERT_EQ(S_OK, D3DXCreateKeyframedAnimationSet("steps", 10.0, D3DXPLAY_LOOP, 1, 2, keys, &set));
+    D3DXKEY_VECTOR3 ends[2] = {{0, {0, 0, 0}}, {20, {1, 0, 0}}};
+    ASSERT_EQ(S_OK, set->RegisterAnimationSRTKeys("bone", 0, 0, 2, nullptr, nullptr, ends, nullptr));
+    ID3DXAnimationController* controller = nullptr;
+    ASSERT_EQ(S_OK, D3DXCreateAnimationController(1, 1, 1, 0, &controller));
+    ASSERT_EQ(S_OK, controller->SetTrackAnimationSet(0, set));
+
+    RecordingHandler handler;
+    using Calls = std::vector<std::pair<UINT, std::string>>;
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.4, &handler));
+    EXPECT_EQ(Calls{}, handler.calls);
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.2, &handler));
+    EXPECT_EQ((Calls{{0, "step"}}), handler.calls);
+    ASSERT_EQ(S_OK, controller->AdvanceTime(2.0, &handler));  // 2.6 s: "land", then "step" of the next loop
+    EXPECT_EQ((Calls{{0, "step"}, {0, "land"}, {0, "step"}}), handler.calls);
+
+    handler.calls.clear();
+    ASSERT_EQ(S_OK, controller->SetTrackSpeed(0, -1.0f));
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.2, &handler));  // 2.6 -> 2.4 s passes 2.5 s backwards
+    EXPECT_EQ((Calls{{0, "step"}}), handler.calls);
+
+    handler.calls.clear();
+    ASSERT_EQ(S_OK, controller->AdvanceTime(1.0, nullptr));  // no handler: nothing to report to
+    EXPECT_TRUE(handler.calls.empty());
+    controller->Release();
+    set->Release();
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ HRESULT TestAllocator::DestroyMeshContainer(D3DXMESHCONTAINER* container)
     if (container->MeshData.pMesh)
         container->MeshData.pMesh->Release();
     if (container->pSkinInfo)
-        container->pSkinInfo->Release();
+        skinReferencesLeft = container->pSkinInfo->Release();
     delete[] container->Name;
     delete container;
     return S_OK;

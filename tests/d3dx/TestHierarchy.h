@@ -20,6 +20,7 @@ public:
     int meshContainers = 0;
     int skinnedContainers = 0;
     DWORD bonesSeen = 0;
+    ULONG skinReferencesLeft = ~0ul;  // what the last skin-info Release returned
 };
 
 // A loaded hierarchy with its controller, destroyed with the allocator that made it.

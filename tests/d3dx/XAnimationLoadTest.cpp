@@ -239,6 +239,11 @@ AnimationSet Sway { Animation { { Bone } AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;,
     ASSERT_NE(nullptr, scene.controller);
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
     EXPECT_FLOAT_EQ(1.0f, scene.frame("Bone")->TransformationMatrix._42);
+
+    // The mesh container's reference is the only one left once loading is over.
+    D3DXFrameDestroy(scene.root, &scene.allocator);
+    scene.root = nullptr;
+    EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
 }
 
 // Third-party samples: checks skip when ../shared/samples is absent.

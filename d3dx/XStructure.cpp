@@ -1,4 +1,4 @@
-#include "XText.h"
+#include "XStructure.h"
 
 #include <cctype>
 #include <cstdint>
@@ -242,7 +242,7 @@ public:
     {
     }
 
-    bool readFile(XTextFile& file)
+    bool readFile(XFileOutline& file)
     {
         for (;;) {
             Token token = m_tokens.next();
@@ -264,7 +264,7 @@ public:
     }
 
 private:
-    bool readTemplate(XTextFile& file)
+    bool readTemplate(XFileOutline& file)
     {
         if (m_tokens.next() != Token::Name)
             return false;
@@ -380,7 +380,7 @@ bool isBinaryXFile(const char* data, size_t size)
     return size >= kHeaderSize && std::memcmp(data, "xof ", 4) == 0 && std::memcmp(data + 8, "bin ", 4) == 0;
 }
 
-bool readXText(const char* data, size_t size, bool (*keepNumbers)(const std::string&), XTextFile& file)
+bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string&), XFileOutline& file)
 {
     if (!isTextXFile(data, size) && !isBinaryXFile(data, size))
         return false;

@@ -16,7 +16,7 @@ struct XObject {
     size_t end = 0;
 };
 
-struct XTextFile {
+struct XFileOutline {
     std::vector<std::string> declaredTemplates;
     std::vector<XObject> topLevel;
 };
@@ -28,4 +28,4 @@ bool isBinaryXFile(const char* data, size_t size);
 
 // Reads the structure of a text or binary X file. Returns false when the braces do not balance or the text
 // is cut short; `file` then holds what came before the fault.
-bool readXText(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XTextFile& file);
+bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XFileOutline& file);
