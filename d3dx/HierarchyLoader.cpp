@@ -87,7 +87,7 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
     if (prepared) {
         *controller = createXAnimationController(animation, *frameRoot);
     } else {
-        // Encodings we do not read (binary, compressed): whatever the system made of them.
+        // Compressed files, which we do not read: whatever the system made of them.
         *controller = systemController;
     }
     return hr;
