@@ -74,14 +74,20 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
         *controller = nullptr;
     XAnimationContent animation;
     const bool prepared = data && prepareXFile(static_cast<const char*>(data), dataSize, animation);
-    if (prepared) {
-        data = animation.loadableFile.data();
-        dataSize = DWORD(animation.loadableFile.size());
-    }
     SkinWrappingAllocator wrapper(allocator);
+    ID3DXAllocateHierarchy* callbacks = allocator ? &wrapper : nullptr;
     ID3DXAnimationController* systemController = nullptr;
-    HRESULT hr = systemLoad(data, dataSize, flags, device, allocator ? &wrapper : nullptr, userDataLoader, frameRoot,
-                            controller && !prepared ? &systemController : nullptr);
+    HRESULT hr;
+    if (prepared) {
+        hr = systemLoad(animation.loadableFile.data(), DWORD(animation.loadableFile.size()), flags, device, callbacks,
+                        userDataLoader, frameRoot, nullptr);
+        // Should our copy ever trip the system loader, the file as given still gets its chance.
+        if (FAILED(hr))
+            hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot, nullptr);
+    } else {
+        hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot,
+                        controller ? &systemController : nullptr);
+    }
     if (FAILED(hr) || !controller || !frameRoot)
         return hr;
     if (prepared) {
