@@ -251,19 +251,44 @@ void AnimationController::writeOutput(const Output& output, const Blend* high, c
         *output.translation = result.translation;
 }
 
+// Reports the callback keys a track passed over, (from, to], in the direction it plays.
+void AnimationController::reportCallbacks(UINT track, double from, double to, ID3DXAnimationCallbackHandler* handler)
+{
+    const bool forward = to >= from;
+    const DWORD flags = D3DXCALLBACK_SEARCH_EXCLUDING_INITIAL_POSITION |
+                        (forward ? 0 : D3DXCALLBACK_SEARCH_BEHIND_INITIAL_POSITION);
+    ID3DXAnimationSet* set = m_tracks[track].set;
+    double at = from;
+    // Bounded: a huge step over a short looping set must not stall the caller.
+    for (int reported = 0; reported < 1024; ++reported) {
+        double position = 0;
+        void* data = nullptr;
+        if (FAILED(set->GetCallback(at, flags, &position, &data)))
+            return;
+        if (forward ? position > to : position < to)
+            return;
+        handler->HandleCallback(track, data);
+        at = position;
+    }
+}
+
 // Moves global time and every enabled track, then blends the enabled tracks into the outputs.
 // Outputs that no enabled track animates keep their values.
-HRESULT AnimationController::AdvanceTime(double timeDelta, ID3DXAnimationCallbackHandler*)
+HRESULT AnimationController::AdvanceTime(double timeDelta, ID3DXAnimationCallbackHandler* handler)
 {
     if (m_bindingsStale)
         bindTracks();
     m_time += timeDelta;
     for (auto& blends : m_blends)
         blends.assign(m_outputs.size(), Blend{0, {}, {}, {}});
-    for (Track& track : m_tracks) {
+    for (UINT t = 0; t < m_tracks.size(); ++t) {
+        Track& track = m_tracks[t];
         if (!track.desc.Enable || !track.set)
             continue;
+        const double from = track.desc.Position;
         track.desc.Position += timeDelta * track.desc.Speed;
+        if (handler && track.desc.Position != from)
+            reportCallbacks(t, from, track.desc.Position, handler);
         if (track.desc.Weight > 0)
             accumulateTrack(track);
     }

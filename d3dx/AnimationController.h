@@ -6,8 +6,8 @@
 #include <vector>
 
 // Plays animation sets on tracks and blends the tracks by weight into the registered outputs.
-// Track events (Key*/Unkey*/...Event) are not kept: the Key* calls schedule nothing and return
-// a null handle.
+// Callback keys of the sets reach the handler given to AdvanceTime. Track events
+// (Key*/Unkey*/...Event) are not kept: the Key* calls schedule nothing and return a null handle.
 class AnimationController final : public ID3DXAnimationController {
 public:
     AnimationController(UINT maxOutputs, UINT maxSets, UINT maxTracks, UINT maxEvents);
@@ -89,6 +89,7 @@ private:
     void bindTracks();
     void bindTrack(Track& track);
     void accumulateTrack(const Track& track);
+    void reportCallbacks(UINT track, double from, double to, ID3DXAnimationCallbackHandler* handler);
     void writeOutput(const Output& output, const Blend* high, const Blend* low);
 
     LONG m_references = 1;

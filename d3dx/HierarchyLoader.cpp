@@ -73,21 +73,27 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
     if (controller)
         *controller = nullptr;
     XAnimationContent animation;
-    const bool prepared = data && prepareXText(static_cast<const char*>(data), dataSize, animation);
-    if (prepared) {
-        data = animation.loadableText.data();
-        dataSize = DWORD(animation.loadableText.size());
-    }
+    const bool prepared = data && prepareXFile(static_cast<const char*>(data), dataSize, animation);
     SkinWrappingAllocator wrapper(allocator);
+    ID3DXAllocateHierarchy* callbacks = allocator ? &wrapper : nullptr;
     ID3DXAnimationController* systemController = nullptr;
-    HRESULT hr = systemLoad(data, dataSize, flags, device, allocator ? &wrapper : nullptr, userDataLoader, frameRoot,
-                            controller && !prepared ? &systemController : nullptr);
+    HRESULT hr;
+    if (prepared) {
+        hr = systemLoad(animation.loadableFile.data(), DWORD(animation.loadableFile.size()), flags, device, callbacks,
+                        userDataLoader, frameRoot, nullptr);
+        // Should our copy ever trip the system loader, the file as given still gets its chance.
+        if (FAILED(hr))
+            hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot, nullptr);
+    } else {
+        hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot,
+                        controller ? &systemController : nullptr);
+    }
     if (FAILED(hr) || !controller || !frameRoot)
         return hr;
     if (prepared) {
         *controller = createXAnimationController(animation, *frameRoot);
     } else {
-        // Encodings we do not read (binary, compressed): whatever the system made of them.
+        // Compressed files, which we do not read: whatever the system made of them.
         *controller = systemController;
     }
     return hr;

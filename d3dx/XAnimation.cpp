@@ -1,8 +1,13 @@
 #include "XAnimation.h"
 
-#include "XText.h"
+#include "XStructure.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <set>
 
 namespace {
@@ -81,6 +86,14 @@ D3DXQUATERNION fileRotation(const double* v)
     return D3DXQUATERNION(-float(v[1]), -float(v[2]), -float(v[3]), float(v[0]));
 }
 
+// A count read from the file, never more than `limit` (and 0 for nonsense such as -1 or NaN).
+size_t boundedCount(double value, size_t limit)
+{
+    if (!(value >= 0))
+        return 0;
+    return value >= double(limit) ? limit : size_t(value);
+}
+
 // "type; count; time; valueCount; values;;, ..." A key whose value count does not fit the type
 // is skipped; a key list cut short keeps the keys read so far.
 void readKeys(const XObject& key, XAnimation& animation)
@@ -88,13 +101,13 @@ void readKeys(const XObject& key, XAnimation& animation)
     const std::vector<double>& n = key.numbers;
     if (n.size() < 2)
         return;
-    const int type = int(n[0]);
+    const int type = int(boundedCount(n[0], 16));
     const size_t expected = valuesPerKey(type);
-    const size_t count = size_t(std::max(0.0, n[1]));
+    const size_t count = boundedCount(n[1], n.size());
     size_t at = 2;
     for (size_t k = 0; k < count && at + 2 <= n.size(); ++k) {
         const float time = float(n[at]);
-        const size_t values = size_t(std::max(0.0, n[at + 1]));
+        const size_t values = boundedCount(n[at + 1], n.size());
         at += 2;
         if (at + values > n.size())
             return;
@@ -164,12 +177,105 @@ XAnimationSet readAnimationSet(const XObject& object)
     return set;
 }
 
-std::string loadableText(const char* data, size_t size, const XTextFile& file)
+void put16(std::string& out, uint16_t value)
 {
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+void put32(std::string& out, uint32_t value)
+{
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+uint16_t binaryKeyword(const std::string& word)
+{
+    static const std::pair<const char*, uint16_t> keywords[] = {
+        {"template", 31}, {"WORD", 40},    {"DWORD", 41},  {"FLOAT", 42},   {"DOUBLE", 43},
+        {"CHAR", 44},     {"UCHAR", 45},   {"BYTE", 45},   {"SWORD", 46},   {"SDWORD", 47},
+        {"void", 48},     {"STRING", 49},  {"UNICODE", 50}, {"CSTRING", 51}, {"array", 52},
+    };
+    for (const auto& keyword : keywords) {
+        if (_stricmp(word.c_str(), keyword.first) == 0)  // the SDK's own templates write "float"
+            return keyword.second;
+    }
+    return 0;
+}
+
+// "<3CF169CE-FF7C-44ab-93C0-F78F62D172E2>" as the 16 bytes of a GUID.
+void putGuid(std::string& out, const std::string& text)
+{
+    GUID guid{};
+    unsigned parts[11] = {};
+    std::sscanf(text.c_str(), "%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x", &parts[0], &parts[1], &parts[2], &parts[3],
+                &parts[4], &parts[5], &parts[6], &parts[7], &parts[8], &parts[9], &parts[10]);
+    guid.Data1 = parts[0];
+    guid.Data2 = uint16_t(parts[1]);
+    guid.Data3 = uint16_t(parts[2]);
+    for (int i = 0; i < 8; ++i)
+        guid.Data4[i] = uint8_t(parts[3 + i]);
+    put16(out, 5);
+    out.append(reinterpret_cast<const char*>(&guid), sizeof guid);
+}
+
+// Template declarations in the token encoding of binary X files.
+std::string binaryTemplates(const std::string& text)
+{
+    std::string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        char c = text[i];
+        if (std::isspace(static_cast<unsigned char>(c))) {
+            ++i;
+        } else if (c == '<') {
+            size_t close = text.find('>', i);
+            if (close == std::string::npos)
+                break;
+            putGuid(out, text.substr(i + 1, close - i - 1));
+            i = close + 1;
+        } else if (std::isdigit(static_cast<unsigned char>(c))) {
+            size_t end = i;
+            while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])))
+                ++end;
+            put16(out, 3);
+            put32(out, uint32_t(std::strtoul(text.substr(i, end - i).c_str(), nullptr, 10)));
+            i = end;
+        } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
+            size_t end = i;
+            while (end < text.size() && (std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '_'))
+                ++end;
+            std::string word = text.substr(i, end - i);
+            if (uint16_t keyword = binaryKeyword(word)) {
+                put16(out, keyword);
+            } else {
+                put16(out, 1);
+                put32(out, uint32_t(word.size()));
+                out += word;
+            }
+            i = end;
+        } else {
+            static const std::string punctuation = "{}()[]<>.,;";
+            static const uint16_t codes[] = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20};
+            size_t which = punctuation.find(c);
+            if (which != std::string::npos)
+                put16(out, codes[which]);
+            ++i;
+        }
+    }
+    return out;
+}
+
+std::string fileForSystemLoader(const char* data, size_t size, const XFileOutline& file)
+{
+    const bool binary = isBinaryXFile(data, size);
     std::string text(data, size);
-    for (const XObject& object : file.topLevel) {
-        if (isAnimationType(object.type))
-            std::fill(text.begin() + object.begin, text.begin() + object.end, ' ');
+    // Back to front, so that earlier ranges stay where they are when a binary one is cut out.
+    for (auto object = file.topLevel.rbegin(); object != file.topLevel.rend(); ++object) {
+        if (!isAnimationType(object->type))
+            continue;
+        if (binary)
+            text.erase(object->begin, object->end - object->begin);
+        else
+            std::fill(text.begin() + object->begin, text.begin() + object->end, ' ');
     }
     static const std::vector<Template> implied = impliedTemplates();
     std::string templates;
@@ -178,7 +284,7 @@ std::string loadableText(const char* data, size_t size, const XTextFile& file)
             file.declaredTemplates.end())
             templates += entry.text;
     }
-    text.insert(kHeaderSize, "\n" + templates);
+    text.insert(kHeaderSize, binary ? binaryTemplates(templates) : "\n" + templates);
     return text;
 }
 
@@ -199,10 +305,10 @@ ID3DXKeyframedAnimationSet* createKeyframedSet(const XAnimationSet& source, doub
 
 } // namespace
 
-bool prepareXText(const char* data, size_t size, XAnimationContent& content)
+bool prepareXFile(const char* data, size_t size, XAnimationContent& content)
 {
-    XTextFile file;
-    if (!isTextXFile(data, size) || !readXText(data, size, isAnimationType, file))
+    XFileOutline file;
+    if (!readXStructure(data, size, isAnimationType, file))
         return false;
     for (const XObject& object : file.topLevel) {
         if (object.type == "AnimTicksPerSecond" && !object.numbers.empty() && object.numbers[0] > 0)
@@ -210,7 +316,7 @@ bool prepareXText(const char* data, size_t size, XAnimationContent& content)
         else if (object.type == "AnimationSet")
             content.sets.push_back(readAnimationSet(object));
     }
-    content.loadableText = loadableText(data, size, file);
+    content.loadableFile = fileForSystemLoader(data, size, file);
     return true;
 }
 

@@ -1,6 +1,7 @@
-#include "XText.h"
+#include "XStructure.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,12 +11,33 @@ const size_t kHeaderSize = 16;
 
 enum class Token { End, Name, Number, String, Guid, OpenBrace, CloseBrace, Other };
 
+// Binary token codes of the X format.
+enum BinaryToken : uint16_t {
+    kName = 1,
+    kString = 2,
+    kInteger = 3,
+    kGuid = 5,
+    kIntegerList = 6,
+    kFloatList = 7,
+    kOpenBrace = 10,
+    kCloseBrace = 11,
+    kTemplate = 31,
+};
+
+// One stream of tokens over either encoding. Lists of the binary encoding come out one number
+// at a time, so the reader above never knows which encoding it reads.
 class Tokenizer {
 public:
-    Tokenizer(const char* data, size_t size) : m_data(data), m_size(size), m_pos(kHeaderSize) {}
+    Tokenizer(const char* data, size_t size)
+        : m_data(data), m_size(size), m_pos(kHeaderSize), m_binary(isBinaryXFile(data, size)),
+          m_doubles(size >= kHeaderSize && std::memcmp(data + 12, "0064", 4) == 0)
+    {
+    }
 
     Token next()
     {
+        if (m_binary)
+            return nextBinary();
         skipBlanksAndComments();
         m_start = m_pos;
         if (m_pos >= m_size)
@@ -29,28 +51,34 @@ public:
             return skipPast('>', Token::Guid);
         if (c == '"')
             return skipString();
-        if (isNumberStart(c))
-            return readNumber();
+        if (isNumberStart(c) && readNumber())
+            return Token::Number;
         if (isNameChar(c)) {
+            m_pos = m_start;
             while (m_pos < m_size && isNameChar(m_data[m_pos]))
                 ++m_pos;
+            m_text.assign(m_data + m_start, m_pos - m_start);
             return Token::Name;
         }
-        ++m_pos;  // ';' ',' '[' ']' and anything unexpected
+        m_pos = m_start + 1;  // ';' ',' '[' ']' and anything unexpected
         return Token::Other;
     }
 
     struct Mark {
         size_t pos, start;
+        uint32_t listLeft;
+        std::string text;
     };
-    Mark mark() const { return {m_pos, m_start}; }
+    Mark mark() const { return {m_pos, m_start, m_listLeft, m_text}; }
     void rewind(const Mark& mark)
     {
         m_pos = mark.pos;
         m_start = mark.start;
+        m_listLeft = mark.listLeft;
+        m_text = mark.text;
     }
 
-    std::string text() const { return std::string(m_data + m_start, m_pos - m_start); }
+    const std::string& text() const { return m_text; }
     double number() const { return m_number; }
     size_t start() const { return m_start; }
     size_t position() const { return m_pos; }
@@ -58,6 +86,93 @@ public:
 private:
     static bool isNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.'; }
     static bool isNumberStart(char c) { return std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.'; }
+
+    bool has(size_t bytes) const { return m_pos + bytes <= m_size && m_pos + bytes >= m_pos; }
+
+    template <class T>
+    T take()
+    {
+        T value;
+        std::memcpy(&value, m_data + m_pos, sizeof value);
+        m_pos += sizeof value;
+        return value;
+    }
+
+    Token nextBinary()
+    {
+        if (m_listLeft > 0)
+            return nextListNumber();
+        m_start = m_pos;
+        if (!has(2))
+            return Token::End;
+        const uint16_t code = take<uint16_t>();
+        switch (code) {
+        case kName:
+            return readCounted(Token::Name);
+        case kString:
+            if (readCounted(Token::String) == Token::End || !has(2))
+                return Token::End;
+            m_pos += 2;  // the terminating ';' or ','
+            return Token::String;
+        case kInteger:
+            if (!has(4))
+                return Token::End;
+            m_number = take<uint32_t>();
+            return Token::Number;
+        case kGuid:
+            if (!has(16))
+                return Token::End;
+            m_pos += 16;
+            return Token::Guid;
+        case kIntegerList:
+        case kFloatList: {
+            const bool floats = code == kFloatList;
+            if (!has(4))
+                return Token::End;
+            m_listLeft = take<uint32_t>();
+            m_listFloats = floats;
+            return m_listLeft ? nextListNumber() : Token::Other;
+        }
+        case kOpenBrace:
+            return Token::OpenBrace;
+        case kCloseBrace:
+            return Token::CloseBrace;
+        case kTemplate:
+            m_text = "template";
+            return Token::Name;
+        default:
+            return Token::Other;  // punctuation and the type keywords of templates
+        }
+    }
+
+    Token readCounted(Token kind)
+    {
+        if (!has(4))
+            return Token::End;
+        uint32_t count = take<uint32_t>();
+        if (!has(count))
+            return Token::End;
+        m_text.assign(m_data + m_pos, count);
+        m_pos += count;
+        return kind;
+    }
+
+    Token nextListNumber()
+    {
+        const size_t width = m_listFloats ? (m_doubles ? 8 : 4) : 4;
+        if (!has(width)) {
+            m_listLeft = 0;
+            return Token::End;
+        }
+        --m_listLeft;
+        if (!m_listFloats)
+            m_number = take<uint32_t>();
+        else if (m_doubles)
+            m_number = take<double>();
+        else
+            m_number = take<float>();
+        return Token::Number;
+    }
 
     void skipBlanksAndComments()
     {
@@ -89,7 +204,8 @@ private:
         return skipPast('"', Token::String);
     }
 
-    Token readNumber()
+    // A number, or false for a word that only starts like one ("1stJoint").
+    bool readNumber()
     {
         // strtod needs a terminated copy: the buffer is not ours to terminate.
         char digits[64];
@@ -101,14 +217,22 @@ private:
         digits[length] = '\0';
         char* stop = nullptr;
         m_number = std::strtod(digits, &stop);
-        return stop == digits ? Token::Other : Token::Number;
+        if (stop == digits)
+            return false;
+        m_pos = m_start + size_t(stop - digits);
+        return m_pos >= m_size || !isNameChar(m_data[m_pos]);
     }
 
     const char* m_data;
     size_t m_size;
     size_t m_pos;
     size_t m_start = 0;
+    bool m_binary;
+    bool m_doubles;
     double m_number = 0;
+    std::string m_text;
+    uint32_t m_listLeft = 0;
+    bool m_listFloats = false;
 };
 
 class Reader {
@@ -118,7 +242,7 @@ public:
     {
     }
 
-    bool readFile(XTextFile& file)
+    bool readFile(XFileOutline& file)
     {
         for (;;) {
             Token token = m_tokens.next();
@@ -140,7 +264,7 @@ public:
     }
 
 private:
-    bool readTemplate(XTextFile& file)
+    bool readTemplate(XFileOutline& file)
     {
         if (m_tokens.next() != Token::Name)
             return false;
@@ -165,9 +289,9 @@ private:
     }
 
     // The type name has been read; reads "[name] { ... }".
-    bool readObject(const std::string& type, size_t begin, XObject& object)
+    bool readObject(std::string type, size_t begin, XObject& object)
     {
-        object.type = type;
+        object.type = std::move(type);
         object.begin = begin;
         Token token = m_tokens.next();
         if (token == Token::Name) {
@@ -176,7 +300,7 @@ private:
         }
         if (token != Token::OpenBrace)
             return false;
-        if (!readBody(object, m_keepNumbers(type)))
+        if (!readBody(object, m_keepNumbers(object.type)))
             return false;
         object.end = m_tokens.position();
         return true;
@@ -251,9 +375,14 @@ bool isTextXFile(const char* data, size_t size)
     return size >= kHeaderSize && std::memcmp(data, "xof ", 4) == 0 && std::memcmp(data + 8, "txt ", 4) == 0;
 }
 
-bool readXText(const char* data, size_t size, bool (*keepNumbers)(const std::string&), XTextFile& file)
+bool isBinaryXFile(const char* data, size_t size)
 {
-    if (!isTextXFile(data, size))
+    return size >= kHeaderSize && std::memcmp(data, "xof ", 4) == 0 && std::memcmp(data + 8, "bin ", 4) == 0;
+}
+
+bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string&), XFileOutline& file)
+{
+    if (!isTextXFile(data, size) && !isBinaryXFile(data, size))
         return false;
     Reader reader(data, size, keepNumbers);
     return reader.readFile(file);

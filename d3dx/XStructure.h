@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-// A structural reader for the text encoding of X files. It keeps the numbers only of the objects
+// A structural reader for the text and binary encodings of X files. It keeps the numbers only of the objects
 // it is asked about (the animation templates); everything else is walked over, so a mesh with a
 // hundred thousand vertices costs no memory.
 struct XObject {
@@ -16,14 +16,16 @@ struct XObject {
     size_t end = 0;
 };
 
-struct XTextFile {
+struct XFileOutline {
     std::vector<std::string> declaredTemplates;
     std::vector<XObject> topLevel;
 };
 
 // True for "xof 03xxtxt 0032/0064" headers.
 bool isTextXFile(const char* data, size_t size);
+// True for "xof 03xxbin 0032/0064" headers (uncompressed binary).
+bool isBinaryXFile(const char* data, size_t size);
 
-// Reads the structure of a text X file. Returns false when the braces do not balance or the text
+// Reads the structure of a text or binary X file. Returns false when the braces do not balance or the text
 // is cut short; `file` then holds what came before the fault.
-bool readXText(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XTextFile& file);
+bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XFileOutline& file);
