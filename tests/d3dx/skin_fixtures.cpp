@@ -3,6 +3,8 @@
 
 #include "skin_fixtures.h"
 
+#include "TestHierarchy.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -267,62 +269,6 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
 
 namespace {
 
-char* copyName(const char* name)
-{
-    if (!name)
-        return nullptr;
-    char* copy = new char[std::strlen(name) + 1];
-    std::strcpy(copy, name);
-    return copy;
-}
-
-// Keeps only what the checks need: names, mesh, adjacency and skin info.
-class PlainAllocator : public ID3DXAllocateHierarchy {
-public:
-    STDMETHOD(CreateFrame)(const char* name, D3DXFRAME** out) override
-    {
-        auto* frame = new D3DXFRAME();
-        frame->Name = copyName(name);
-        D3DXMatrixIdentity(&frame->TransformationMatrix);
-        *out = frame;
-        return D3D_OK;
-    }
-    STDMETHOD(CreateMeshContainer)(const char* name, const D3DXMESHDATA* data, const D3DXMATERIAL*,
-                                   const D3DXEFFECTINSTANCE*, DWORD, const DWORD* adjacency, ID3DXSkinInfo* skin,
-                                   D3DXMESHCONTAINER** out) override
-    {
-        auto* container = new D3DXMESHCONTAINER();
-        container->Name = copyName(name);
-        container->MeshData = *data;
-        container->MeshData.pMesh->AddRef();
-        const DWORD faces = data->pMesh->GetNumFaces();
-        container->pAdjacency = new DWORD[3 * size_t(faces)];
-        std::copy(adjacency, adjacency + 3 * size_t(faces), container->pAdjacency);
-        container->pSkinInfo = skin;
-        if (skin)
-            skin->AddRef();
-        *out = container;
-        return D3D_OK;
-    }
-    STDMETHOD(DestroyFrame)(D3DXFRAME* frame) override
-    {
-        delete[] frame->Name;
-        delete frame;
-        return D3D_OK;
-    }
-    STDMETHOD(DestroyMeshContainer)(D3DXMESHCONTAINER* container) override
-    {
-        delete[] container->Name;
-        delete[] container->pAdjacency;
-        if (container->MeshData.pMesh)
-            container->MeshData.pMesh->Release();
-        if (container->pSkinInfo)
-            container->pSkinInfo->Release();
-        delete container;
-        return D3D_OK;
-    }
-};
-
 void collect(const D3DXFRAME* frame, std::vector<LoadedSkin>& out)
 {
     for (; frame; frame = frame->pFrameSibling) {
@@ -335,7 +281,6 @@ void collect(const D3DXFRAME* frame, std::vector<LoadedSkin>& out)
             skin.mesh->AddRef();
             skin.skin = Ref<ID3DXSkinInfo>(c->pSkinInfo);
             skin.skin->AddRef();
-            skin.adjacency.assign(c->pAdjacency, c->pAdjacency + 3 * size_t(c->MeshData.pMesh->GetNumFaces()));
             out.push_back(std::move(skin));
         }
         collect(frame->pFrameFirstChild, out);
@@ -346,18 +291,11 @@ void collect(const D3DXFRAME* frame, std::vector<LoadedSkin>& out)
 
 HRESULT loadSkinnedMeshes(IDirect3DDevice9* device, const std::string& path, std::vector<LoadedSkin>& out)
 {
-    PlainAllocator allocator;
-    D3DXFRAME* root = nullptr;
-    ID3DXAnimationController* controller = nullptr;
-    HRESULT hr = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_MANAGED, device, &allocator, nullptr, &root,
-                                             &controller);
-    if (FAILED(hr))
-        return hr;
-    collect(root, out);
-    if (controller)
-        controller->Release();
-    D3DXFrameDestroy(root, &allocator);
-    return D3D_OK;
+    vexiltest::LoadedScene scene;
+    vexiltest::loadFromFile(scene, device, path);
+    if (SUCCEEDED(scene.result))
+        collect(scene.root, out);
+    return scene.result;
 }
 
 }  // namespace skintest

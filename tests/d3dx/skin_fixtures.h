@@ -104,7 +104,6 @@ struct LoadedSkin {
     std::string name;
     Ref<ID3DXMesh> mesh;
     Ref<ID3DXSkinInfo> skin;
-    std::vector<DWORD> adjacency;
 };
 HRESULT loadSkinnedMeshes(IDirect3DDevice9* device, const std::string& path, std::vector<LoadedSkin>& out);
 

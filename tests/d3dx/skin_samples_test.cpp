@@ -23,8 +23,7 @@ protected:
             Ref<IDirect3DIndexBuffer9> indices;
             ASSERT_EQ(D3D_OK, loaded.mesh->GetIndexBuffer(indices.out()));
             ASSERT_EQ(D3D_OK, loaded.skin->GetMaxFaceInfluences(indices.get(), loaded.mesh->GetNumFaces(), &most));
-            Converted c = convert(loaded.skin.get(), loaded.mesh.get(), D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE,
-                                  loaded.adjacency.data());
+            Converted c = convert(loaded.skin.get(), loaded.mesh.get(), D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE);
             ASSERT_EQ(D3D_OK, c.result);
             EXPECT_EQ(std::min<DWORD>(most, 4), c.maxFaceInfluences);
             const DWORD crowded = expectFaithfulConversion(loaded.skin.get(), loaded.mesh.get(), c);
@@ -61,7 +60,7 @@ TEST_F(SkinSamples, WeightsPastTheVertexArrayAreRefused)
     }
     ASSERT_FALSE(skins.empty());
     for (LoadedSkin& loaded : skins) {
-        Converted c = convert(loaded.skin.get(), loaded.mesh.get(), D3DXMESH_MANAGED, loaded.adjacency.data());
+        Converted c = convert(loaded.skin.get(), loaded.mesh.get(), D3DXMESH_MANAGED);
         EXPECT_EQ(D3DERR_INVALIDCALL, c.result);
         EXPECT_FALSE(c.mesh);
         std::printf("loaded, conversion refused: 0x%08lx\n", static_cast<unsigned long>(c.result));
