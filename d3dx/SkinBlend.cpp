@@ -390,30 +390,6 @@ void orderFaces(const std::vector<uint32_t>& combinationOfFace, BlendLayout& lay
         layout.faceRemap[start[combinationOfFace[face]]++] = face;
 }
 
-// A vertex's weights over the combination's slots, renormalised over the bones present; a
-// vertex none of whose bones is present rides on the first slot.
-void writeWeights(const VertexInfluences& influences, uint32_t vertex,
-                  const std::vector<uint32_t>& bones, float* weights)
-{
-    float total = 0.0f;
-    for (size_t slot = 0; slot < bones.size(); ++slot) {
-        float w = 0.0f;
-        if (bones[slot] != kUnusedBone)
-            for (const Influence* it = influences.begin(vertex); it != influences.end(vertex); ++it)
-                if (it->bone == bones[slot])
-                    w += it->weight;
-        weights[slot] = w;
-        total += w;
-    }
-    if (total > 0.0f) {
-        const float scale = 1.0f / total;
-        for (size_t slot = 0; slot < bones.size(); ++slot)
-            weights[slot] *= scale;
-    } else {
-        weights[0] = 1.0f;
-    }
-}
-
 // Gives every combination its own copy of the vertices its faces use, in first-use order.
 void splitVertices(const MeshTopology& mesh, BlendLayout& layout)
 {
@@ -447,10 +423,32 @@ void blendWeights(const VertexInfluences& influences, BlendLayout& layout)
     layout.weights.resize(layout.vertexRemap.size() * slots);
     for (const Combination& combination : layout.combinations)
         for (uint32_t v = combination.vertexStart; v < combination.vertexStart + combination.vertexCount; ++v)
-            writeWeights(influences, layout.vertexRemap[v], combination.bones, layout.weights.data() + size_t(v) * slots);
+            vertexWeights(influences, layout.vertexRemap[v], combination.bones, layout.weights.data() + size_t(v) * slots);
 }
 
 }  // namespace
+
+void vertexWeights(const VertexInfluences& influences, uint32_t vertex, const std::vector<uint32_t>& bones,
+                   float* weights)
+{
+    float total = 0.0f;
+    for (size_t slot = 0; slot < bones.size(); ++slot) {
+        float w = 0.0f;
+        if (bones[slot] != kUnusedBone)
+            for (const Influence* it = influences.begin(vertex); it != influences.end(vertex); ++it)
+                if (it->bone == bones[slot])
+                    w += it->weight;
+        weights[slot] = w;
+        total += w;
+    }
+    if (total > 0.0f) {
+        const float scale = 1.0f / total;
+        for (size_t slot = 0; slot < bones.size(); ++slot)
+            weights[slot] *= scale;
+    } else {
+        weights[0] = 1.0f;
+    }
+}
 
 Status gatherInfluences(const std::vector<BoneWeights>& bones, uint32_t vertexCount,
                         bool ignoreOutOfRange, VertexInfluences& out)
@@ -532,7 +530,7 @@ Status maxFaceInfluences(const VertexInfluences& influences, const uint32_t* ind
 }
 
 Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& mesh,
-                        BlendLayout& out)
+                        BlendLayout& out, bool withWeights)
 {
     out = BlendLayout();
     if (influences.vertexCount() != mesh.vertexCount)
@@ -553,7 +551,8 @@ Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& 
         combinationOfFace[face] = combinationOfGroup[groups.groupOfFace[face]];
     orderFaces(combinationOfFace, out);
     splitVertices(mesh, out);
-    blendWeights(influences, out);
+    if (withWeights)
+        blendWeights(influences, out);
     return Status::Ok;
 }
 

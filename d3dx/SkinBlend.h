@@ -77,7 +77,14 @@ struct BlendLayout {
 // Splits the mesh into combinations of at most min(max face influences, kMaxBlendMatrices)
 // bones, one material attribute each; faces needing more keep their heaviest bones. Faces stay
 // in source order within a combination and each combination owns a private vertex range.
+// Without `withWeights` the weights are left for the caller to take from vertexWeights as it
+// writes each vertex.
 Status buildBlendLayout(const VertexInfluences& influences, const MeshTopology& mesh,
-                        BlendLayout& out);
+                        BlendLayout& out, bool withWeights = true);
+
+// One vertex's weights over a combination's slots, renormalised over the bones present; a
+// vertex none of whose bones is present rides on the first slot.
+void vertexWeights(const VertexInfluences& influences, uint32_t vertex, const std::vector<uint32_t>& bones,
+                   float* weights);
 
 }  // namespace skinblend

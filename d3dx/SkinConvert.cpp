@@ -76,16 +76,38 @@ HRESULT readIndexBuffer(IDirect3DIndexBuffer9* buffer, DWORD faceCount, std::vec
     return D3D_OK;
 }
 
-HRESULT readMeshIndices(ID3DXBaseMesh* mesh, std::vector<uint32_t>& out)
-{
-    void* data = nullptr;
-    HRESULT hr = mesh->LockIndexBuffer(D3DLOCK_READONLY, &data);
-    if (FAILED(hr))
-        return hr;
-    widenIndices(data, mesh->GetOptions() & D3DXMESH_32BIT, size_t(mesh->GetNumFaces()) * 3, out);
-    mesh->UnlockIndexBuffer();
-    return D3D_OK;
-}
+// The mesh's indices as 32-bit values, read in place when they already are.
+class MeshIndices {
+public:
+    explicit MeshIndices(ID3DXBaseMesh* mesh) : m_mesh(mesh)
+    {
+        void* data = nullptr;
+        m_result = mesh->LockIndexBuffer(D3DLOCK_READONLY, &data);
+        if (FAILED(m_result))
+            return;
+        if (mesh->GetOptions() & D3DXMESH_32BIT) {
+            m_data = static_cast<const uint32_t*>(data);
+        } else {
+            widenIndices(data, false, size_t(mesh->GetNumFaces()) * 3, m_widened);
+            m_data = m_widened.data();
+        }
+    }
+    MeshIndices(const MeshIndices&) = delete;
+    MeshIndices& operator=(const MeshIndices&) = delete;
+    ~MeshIndices()
+    {
+        if (SUCCEEDED(m_result))
+            m_mesh->UnlockIndexBuffer();
+    }
+    HRESULT result() const { return m_result; }
+    const uint32_t* data() const { return m_data; }
+
+private:
+    ID3DXBaseMesh* m_mesh;
+    HRESULT m_result;
+    const uint32_t* m_data = nullptr;
+    std::vector<uint32_t> m_widened;
+};
 
 HRESULT readAttributes(ID3DXMesh* mesh, std::vector<uint32_t>& out)
 {
@@ -180,8 +202,9 @@ void copyWords(BYTE* to, const BYTE* from, UINT bytes)
         std::memcpy(to + i, from + i, 4);
 }
 
+// Weights are worked out here, vertex by vertex, rather than kept in a table of their own.
 HRESULT fillVertices(ID3DXMesh* source, ID3DXMesh* target, const BlendedFormat& format,
-                     const BlendLayout& layout)
+                     const VertexInfluences& influences, const BlendLayout& layout)
 {
     const BYTE* from = nullptr;
     HRESULT hr = source->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(const_cast<BYTE**>(&from)));
@@ -194,15 +217,18 @@ HRESULT fillVertices(ID3DXMesh* source, ID3DXMesh* target, const BlendedFormat& 
     }
     const UINT sourceStride = source->GetNumBytesPerVertex();
     const UINT slots = layout.influencesPerFace;
-    for (size_t v = 0; v < layout.vertexRemap.size(); ++v) {
-        const BYTE* in = from + size_t(layout.vertexRemap[v]) * sourceStride;
-        BYTE* out = to + v * format.stride;
-        std::memcpy(out, in, 12);
-        const float* weights = layout.weights.data() + v * slots;
-        for (UINT i = 0; i + 1 < slots; ++i)
-            std::memcpy(out + 12 + 4 * i, weights + i, 4);
-        for (const CopyRun& run : format.runs)
-            copyWords(out + run.target, in + run.source, run.size);
+    float weights[skinblend::kMaxBlendMatrices];
+    for (const skinblend::Combination& combination : layout.combinations) {
+        for (size_t v = combination.vertexStart; v < combination.vertexStart + combination.vertexCount; ++v) {
+            const BYTE* in = from + size_t(layout.vertexRemap[v]) * sourceStride;
+            BYTE* out = to + v * format.stride;
+            std::memcpy(out, in, 12);
+            skinblend::vertexWeights(influences, layout.vertexRemap[v], combination.bones, weights);
+            for (UINT i = 0; i + 1 < slots; ++i)
+                std::memcpy(out + 12 + 4 * i, weights + i, 4);
+            for (const CopyRun& run : format.runs)
+                copyWords(out + run.target, in + run.source, run.size);
+        }
     }
     target->UnlockVertexBuffer();
     source->UnlockVertexBuffer();
@@ -311,7 +337,7 @@ HRESULT createBlendedMesh(ID3DXMesh* source, DWORD options, const BlendedFormat&
                           format.declaration, device.get(), out);
 }
 
-HRESULT buildLayout(ID3DXSkinInfo* skin, ID3DXMesh* mesh, BlendLayout& layout)
+HRESULT buildLayout(ID3DXSkinInfo* skin, ID3DXMesh* mesh, VertexInfluences& influences, BlendLayout& layout)
 {
     if (skin->GetNumBones() == 0)
         return D3DERR_INVALIDCALL;
@@ -319,18 +345,18 @@ HRESULT buildLayout(ID3DXSkinInfo* skin, ID3DXMesh* mesh, BlendLayout& layout)
     HRESULT hr = readBones(skin, bones);
     if (FAILED(hr))
         return hr;
+    MeshIndices indices(mesh);
+    std::vector<uint32_t> attributes;
+    if (FAILED(hr = indices.result()) || FAILED(hr = readAttributes(mesh, attributes)))
+        return hr;
     skinblend::MeshTopology topology;
     topology.vertexCount = mesh->GetNumVertices();
     topology.faceCount = mesh->GetNumFaces();
-    std::vector<uint32_t> indices, attributes;
-    if (FAILED(hr = readMeshIndices(mesh, indices)) || FAILED(hr = readAttributes(mesh, attributes)))
-        return hr;
     topology.indices = indices.data();
     topology.attributes = attributes.data();
-    VertexInfluences influences;
     Status status = skinblend::gatherInfluences(bones, topology.vertexCount, false, influences);
     if (status == Status::Ok)
-        status = skinblend::buildBlendLayout(influences, topology, layout);
+        status = skinblend::buildBlendLayout(influences, topology, layout, false);
     return statusResult(status);
 }
 
@@ -394,8 +420,9 @@ HRESULT convertToBlendedMesh(ID3DXSkinInfo* skin, ID3DXMesh* meshIn, DWORD optio
     if (!meshIn || !meshOut)
         return D3DERR_INVALIDCALL;
     *meshOut = nullptr;
+    VertexInfluences influences;
     BlendLayout layout;
-    HRESULT hr = buildLayout(skin, meshIn, layout);
+    HRESULT hr = buildLayout(skin, meshIn, influences, layout);
     if (FAILED(hr))
         return hr;
 
@@ -408,7 +435,7 @@ HRESULT convertToBlendedMesh(ID3DXSkinInfo* skin, ID3DXMesh* meshIn, DWORD optio
     Owned<ID3DXMesh> mesh;
     Owned<ID3DXBuffer> combinations, remap;
     if (FAILED(hr = createBlendedMesh(meshIn, options, format, layout, mesh.out())) ||
-        FAILED(hr = fillVertices(meshIn, mesh.get(), format, layout)) ||
+        FAILED(hr = fillVertices(meshIn, mesh.get(), format, influences, layout)) ||
         FAILED(hr = fillIndices(mesh.get(), layout)) || FAILED(hr = fillAttributes(mesh.get(), layout)))
         return hr;
     if (boneCombinationTable && FAILED(hr = combinationBuffer(layout, combinations.out())))
