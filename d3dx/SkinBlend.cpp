@@ -30,6 +30,10 @@ void sortFew(Influence* first, Influence* last, Less less)
 
 Influence* compactVertex(Influence* first, Influence* last, Influence* write)
 {
+    if (last - first == 1) {
+        *write = *first;
+        return write + 1;
+    }
     sortFew(first, last, [](const Influence& a, const Influence& b) { return a.bone < b.bone; });
     Influence* start = write;
     for (Influence* it = first; it != last; ++it) {
@@ -139,17 +143,25 @@ bool smallFaceBones(const VertexInfluences& influences, const uint32_t* corners,
 }
 
 // The face's bone set, reduced to `capacity` bones; `touched` is how many it has before that.
+// The heaviest bones of a face known to touch more than `capacity`.
+BoneSet crowdedFaceBones(const VertexInfluences& influences, const uint32_t* corners,
+                         std::vector<Influence>& totals, uint32_t capacity)
+{
+    totals.clear();
+    for (int corner = 0; corner < 3; ++corner)
+        accumulate(influences, corners[corner], totals);
+    return reduceFaceBones(influences, corners, totals, capacity);
+}
+
 BoneSet faceBones(const VertexInfluences& influences, const uint32_t* corners,
                   std::vector<Influence>& totals, uint32_t capacity, uint32_t& touched)
 {
     BoneSet set;
     if (smallFaceBones(influences, corners, capacity, set, touched))
         return set;
-    totals.clear();
-    for (int corner = 0; corner < 3; ++corner)
-        accumulate(influences, corners[corner], totals);
+    set = crowdedFaceBones(influences, corners, totals, capacity);
     touched = uint32_t(totals.size());
-    return reduceFaceBones(influences, corners, totals, capacity);
+    return set;
 }
 
 struct FaceGroups {
@@ -275,9 +287,8 @@ Status groupFacesByMask(const VertexInfluences& influences, const MeshTopology& 
         const uint32_t touched = uint32_t(__builtin_popcountll(mask));
         maxFace = std::max(maxFace, touched);
         if (touched > kMaxBlendMatrices) {
-            uint32_t ignored = 0;
             groups.groupOfFace[face] = index.groupOf(
-                GroupKey{attribute, faceBones(influences, corners, totals, kMaxBlendMatrices, ignored)}, face);
+                GroupKey{attribute, crowdedFaceBones(influences, corners, totals, kMaxBlendMatrices)}, face);
             continue;
         }
         uint32_t* cached = cache.find(mask, attribute);
