@@ -13,8 +13,6 @@ bool heavierFirst(const Influence& a, const Influence& b)
     return a.weight != b.weight ? a.weight > b.weight : a.bone < b.bone;
 }
 
-// Sorts one vertex's influences by bone, folds repeats together and writes them, heaviest
-// first, from `write` on. Returns the new end.
 // Vertices carry a handful of influences: insertion sort beats std::sort's set-up.
 template <class Less>
 void sortFew(Influence* first, Influence* last, Less less)
@@ -28,6 +26,8 @@ void sortFew(Influence* first, Influence* last, Less less)
     }
 }
 
+// Sorts one vertex's influences by bone, folds repeats together and writes them, heaviest
+// first, from `write` on. Returns the new end.
 Influence* compactVertex(Influence* first, Influence* last, Influence* write)
 {
     if (last - first == 1) {
@@ -142,7 +142,6 @@ bool smallFaceBones(const VertexInfluences& influences, const uint32_t* corners,
     return true;
 }
 
-// The face's bone set, reduced to `capacity` bones; `touched` is how many it has before that.
 // The heaviest bones of a face known to touch more than `capacity`.
 BoneSet crowdedFaceBones(const VertexInfluences& influences, const uint32_t* corners,
                          std::vector<Influence>& totals, uint32_t capacity)
@@ -153,6 +152,7 @@ BoneSet crowdedFaceBones(const VertexInfluences& influences, const uint32_t* cor
     return reduceFaceBones(influences, corners, totals, capacity);
 }
 
+// The face's bone set, reduced to `capacity` bones; `touched` is how many it has before that.
 BoneSet faceBones(const VertexInfluences& influences, const uint32_t* corners,
                   std::vector<Influence>& totals, uint32_t capacity, uint32_t& touched)
 {
@@ -359,8 +359,13 @@ std::vector<uint32_t> packGroups(const FaceGroups& groups, uint32_t capacity,
         const GroupKey& key = groups.keys[group];
         if (!combinations.empty() && combinations.back().attribute != key.attribute)
             attributeStart = combinations.size();
+        // Only the latest combinations are tried, which keeps packing linear in the number of
+        // distinct bone sets on meshes with very many bones.
+        constexpr size_t kCandidates = 64;
+        const size_t firstCandidate =
+            std::max(attributeStart, combinations.size() > kCandidates ? combinations.size() - kCandidates : 0);
         size_t target = combinations.size();
-        for (size_t c = attributeStart; c < combinations.size(); ++c) {
+        for (size_t c = firstCandidate; c < combinations.size(); ++c) {
             if (bonesAdded(bones[c], key.bones, capacity) <= capacity) {
                 target = c;
                 break;
