@@ -91,15 +91,33 @@ TEST_F(CompiledEffectTest, RegisterBindingsAndArraysFeedTheirRegisters) {
     EXPECT_EQ(1.0f, seen[1]) << "rows of Bones[25] land in c104 onwards";
 }
 
-TEST_F(CompiledEffectTest, SamplerParametersBindTheirTextureAndStates) {
-    ID3DXEffect* effect = load(R"(
-        texture Picture;
-        sampler2D PictureSampler = sampler_state { Texture = <Picture>; MinFilter = POINT; MagFilter = POINT;
-                                                   AddressU = CLAMP; AddressV = MIRROR; };
-        technique T { pass { ZEnable = FALSE; CullMode = NONE; Sampler[0] = <PictureSampler>;
-            VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };
-            PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s0 texld r0, t0, s0 mov oC0, r0 }; } }
-    )");
+namespace {
+
+// The same sampling pass with the sampler bound by a state or by its register.
+const char kSamplerByState[] = R"(
+    texture Picture;
+    sampler2D PictureSampler = sampler_state { Texture = <Picture>; MinFilter = POINT; MagFilter = POINT;
+                                               AddressU = CLAMP; AddressV = MIRROR; };
+    technique T { pass { ZEnable = FALSE; CullMode = NONE; Sampler[1] = <PictureSampler>;
+        VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };
+        PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 mov oC0, r0 }; } }
+)";
+const char kSamplerByRegister[] = R"(
+    texture Picture;
+    sampler2D PictureSampler : register(s1) = sampler_state { Texture = <Picture>; MinFilter = POINT;
+                                               MagFilter = POINT; AddressU = CLAMP; AddressV = MIRROR; };
+    technique T { pass { ZEnable = FALSE; CullMode = NONE;
+        VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };
+        PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 mov oC0, r0 }; } }
+)";
+
+}  // namespace
+
+class SamplerBindingTest : public CompiledEffectTest, public ::testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(ByStateAndByRegister, SamplerBindingTest, ::testing::Values(kSamplerByState, kSamplerByRegister));
+
+TEST_P(SamplerBindingTest, SamplerParametersBindTheirTextureAndStates) {
+    ID3DXEffect* effect = load(GetParam());
     ASSERT_TRUE(effect);
     IDirect3DTexture9* texture = nullptr;
     ASSERT_EQ(D3D_OK, device()->CreateTexture(1, 1, 1, 0, D3DFMT_X8R8G8B8, D3DPOOL_MANAGED, &texture, nullptr));
@@ -114,14 +132,14 @@ TEST_F(CompiledEffectTest, SamplerParametersBindTheirTextureAndStates) {
     effect->Begin(&passes, 0);
     effect->BeginPass(0);
     DWORD addressU = 0, addressV = 0;
-    device()->GetSamplerState(0, D3DSAMP_ADDRESSU, &addressU);
-    device()->GetSamplerState(0, D3DSAMP_ADDRESSV, &addressV);
+    device()->GetSamplerState(1, D3DSAMP_ADDRESSU, &addressU);
+    device()->GetSamplerState(1, D3DSAMP_ADDRESSV, &addressV);
     effect->EndPass();
     effect->End();
     EXPECT_EQ(static_cast<DWORD>(D3DTADDRESS_CLAMP), addressU);
     EXPECT_EQ(static_cast<DWORD>(D3DTADDRESS_MIRROR), addressV);
     ASSERT_EQ(D3D_OK, effect->SetTexture("Picture", nullptr));
-    device()->SetTexture(0, nullptr);
+    device()->SetTexture(1, nullptr);
     texture->Release();
 }
 
