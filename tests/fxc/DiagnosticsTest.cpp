@@ -136,3 +136,27 @@ TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
     EXPECT_EQ(1, missing.exitCode);
     EXPECT_NE(std::string::npos, missing.output.find("cannot open file")) << missing.output;
 }
+
+// Every cut of a valid effect either compiles or stops with a located error, never anything else.
+TEST(EffectCompilerDiagnostics, TruncatedSourcesFailCleanly) {
+    const std::string source =
+        "#define ONE 1\nfloat4 Colour : COLOR < string UIName = \"c\"; > = { ONE, 0, 0, 1 };\n"
+        "float4x4 Bones[4] : register(vs, c4);\ntexture T;\n"
+        "sampler2D S = sampler_state { Texture = <T>; MinFilter = LINEAR; };\n"
+        "technique Main < int Order = 1; > { pass P0 { CullMode = NONE; ColorOp[1] = MODULATE | COMPLEMENT;\n"
+        " VertexShaderConstantF[0] = <Colour>; Sampler[0] = (S);\n"
+        " VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 };\n"
+        " PixelShader = asm { ps_2_0 mov oC0, c0 }; } }\n";
+    int compiled = 0, refused = 0;
+    for (size_t length = 0; length <= source.size(); ++length) {
+        try {
+            fxc::compileEffectText(source.substr(0, length), "cut.fx", fxc::PreprocessorOptions());
+            ++compiled;
+        } catch (const fxc::CompileError& error) {
+            ++refused;
+            EXPECT_EQ(0u, error.describe().find("cut.fx:")) << error.describe();
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_GT(compiled, 0);
+}
