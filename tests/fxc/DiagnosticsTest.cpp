@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <vector>
 
 namespace {
 
@@ -100,14 +101,40 @@ struct ToolRun {
     std::string output;
 };
 
+// Runs the compiler beside this test program and collects what it prints.
 ToolRun runTool(const std::string& arguments) {
-    std::string command = "vexil-fxc.exe " + arguments + " 2>&1";
+    char self[MAX_PATH];
+    GetModuleFileNameA(nullptr, self, MAX_PATH);
+    std::string tool(self);
+    tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
+    std::string command = "\"" + tool + "\" " + arguments;
     ToolRun run{-1, std::string()};
-    FILE* pipe = _popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[256];
-    while (std::fgets(buffer, sizeof(buffer), pipe)) run.output += buffer;
-    run.exitCode = _pclose(pipe);
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE readEnd = nullptr, writeEnd = nullptr;
+    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    PROCESS_INFORMATION process = {};
+    std::vector<char> line(command.begin(), command.end());
+    line.push_back(0);
+    BOOL started = CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    CloseHandle(writeEnd);
+    if (started) {
+        char buffer[256];
+        DWORD got = 0;
+        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got) run.output.append(buffer, got);
+        WaitForSingleObject(process.hProcess, INFINITE);
+        DWORD code = 0;
+        GetExitCodeProcess(process.hProcess, &code);
+        run.exitCode = static_cast<int>(code);
+        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread);
+    }
+    CloseHandle(readEnd);
     return run;
 }
 
