@@ -7,3 +7,9 @@
 #include <VexilDX9/Effect.h>
 #include <VexilDX9/EffectValue.h>
 #include <VexilDX9/Technique.h>
+#include <VexilDX9/SceneLoaderX.h>
+#include <VexilDX9/FrameNodeIndexer.h>
+#include <VexilDX9/MeshContainerTuple.h>
+#include <VexilDX9/FrameTuple.h>
+#include <VexilDX9/TextureTuple.h>
+#include <VexilDX9/Viewer.h>
