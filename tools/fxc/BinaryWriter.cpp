@@ -84,12 +84,15 @@ private:
     // Offsets are counted in bytes from the start of the blob.
     uint32_t blobOffset() const { return static_cast<uint32_t>(m_blob.size() * 4); }
 
-    uint32_t addName(const std::string& name) {
-        auto known = m_names.find(name);
+    // An empty name is stored as absent (semantics) or as "" (techniques and passes, so that
+    // D3DX's lookups by name never meet a null name).
+    uint32_t addName(const std::string& name, bool keepEmpty = false) {
+        std::string key = keepEmpty ? name + '\1' : name;
+        auto known = m_names.find(key);
         if (known != m_names.end()) return known->second;
         uint32_t offset = blobOffset();
-        appendSized(m_blob, name.empty() ? std::vector<uint8_t>() : nulTerminated(name));
-        m_names[name] = offset;
+        appendSized(m_blob, name.empty() && !keepEmpty ? std::vector<uint8_t>() : nulTerminated(name));
+        m_names[key] = offset;
         return offset;
     }
 
@@ -158,13 +161,13 @@ private:
 
     void writeTechnique(uint32_t index, std::vector<uint32_t>& table) {
         const Technique& technique = m_effect.techniques[index];
-        table.push_back(addName(technique.name));
+        table.push_back(addName(technique.name, true));
         table.push_back(static_cast<uint32_t>(technique.annotations.size()));
         table.push_back(static_cast<uint32_t>(technique.passes.size()));
         writeAnnotations(technique.annotations, table);
         for (uint32_t p = 0; p < technique.passes.size(); ++p) {
             const Pass& pass = technique.passes[p];
-            table.push_back(addName(pass.name));
+            table.push_back(addName(pass.name, true));
             table.push_back(static_cast<uint32_t>(pass.annotations.size()));
             table.push_back(static_cast<uint32_t>(pass.states.size()));
             writeAnnotations(pass.annotations, table);

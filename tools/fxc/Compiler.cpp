@@ -3,6 +3,8 @@
 #include "Parser.h"
 #include <d3dx9.h>
 
+#include <cstdlib>
+
 namespace fxc {
 namespace {
 
@@ -12,10 +14,19 @@ std::string firstLine(const char* text) {
     return end == std::string::npos ? line : line.substr(0, end);
 }
 
-// D3DX prefixes its messages with "(line): "; point at the line instead.
+// D3DX prefixes its messages with "(line): " or "Line line: "; point at the line instead.
 SourceLocation locateMessage(const std::string& message, const SourceLocation& where, std::string& rest) {
     SourceLocation located = where;
     rest = message;
+    if (message.compare(0, 5, "Line ") == 0) {
+        int line = std::atoi(message.c_str() + 5);
+        size_t colon = message.find(": ");
+        if (line > 0 && colon != std::string::npos) {
+            located.line = line;
+            rest = message.substr(colon + 2);
+        }
+        return located;
+    }
     size_t open = message.find('('), close = message.find("): ");
     if (open != std::string::npos && close != std::string::npos && open < close) {
         int line = std::atoi(message.c_str() + open + 1);

@@ -1,4 +1,5 @@
 #include "Parser.h"
+#include "ConstantTable.h"
 #include "StateTable.h"
 #include <cctype>
 #include <cstdlib>
@@ -601,30 +602,91 @@ private:
     }
 
     // ---- register bindings ------------------------------------------------------------------
-    // A parameter bound with register(...) feeds that register of every pass's shaders, the way
-    // compiled effects feed constants named in a shader's constant table.
+    // Parameters reach a pass's shaders through a constant table in each shader, as in effects
+    // compiled from HLSL: D3DX then copies whole matrices and arrays by name when the pass begins.
+    // Bound are parameters declared with register(...) and those that shader-constant states name.
     void bindRegisters() {
         for (Technique& technique : m_effect.techniques)
-            for (Pass& pass : technique.passes) bindRegisters(pass);
+            for (Pass& pass : technique.passes) {
+                bindStage(pass, true);
+                bindStage(pass, false);
+            }
     }
 
-    void bindRegisters(Pass& pass) {
-        bool vertex = false, pixel = false;
-        for (const StateAssignment& state : pass.states) {
-            StateFamily family = stateAt(state.operation).family;
-            bool present = state.kind != StateAssignment::Kind::Object || !state.shaderCode.empty();
-            if (family == StateFamily::VertexShader) vertex = vertex || present;
-            if (family == StateFamily::PixelShader) pixel = pixel || present;
+    static bool isVertexStage(const StateAssignment& state) { return stateAt(state.operation).name[0] == 'V'; }
+
+    static bool isShaderConstant(const StateAssignment& state) {
+        StateFamily family = stateAt(state.operation).family;
+        return family == StateFamily::ShaderConstantF || family == StateFamily::ShaderConstantB ||
+               family == StateFamily::ShaderConstantI;
+    }
+
+    static char registerSetOf(const StateAssignment& state) {
+        switch (stateAt(state.operation).family) {
+        case StateFamily::ShaderConstantB: return 'b';
+        case StateFamily::ShaderConstantI: return 'i';
+        default: return 'c';
         }
+    }
+
+    StateAssignment* inlineShader(Pass& pass, bool vertex) {
+        StateFamily wanted = vertex ? StateFamily::VertexShader : StateFamily::PixelShader;
+        StateAssignment* found = nullptr;
+        for (StateAssignment& state : pass.states)
+            if (stateAt(state.operation).family == wanted)
+                found = state.kind == StateAssignment::Kind::Object && !state.shaderCode.empty() ? &state : nullptr;
+        return found;
+    }
+
+    void bindStage(Pass& pass, bool vertex) {
+        StateAssignment* shader = inlineShader(pass, vertex);
+        if (!shader) return bindWithStates(pass, vertex);
+        std::vector<ConstantBinding> bindings;
+        for (const Parameter& parameter : m_effect.parameters) {
+            const RegisterBinding& binding = parameter.binding;
+            if (!binding.set || binding.stage == (vertex ? RegisterBinding::Stage::Pixel : RegisterBinding::Stage::Vertex))
+                continue;
+            bool fits = binding.index + registerCount(parameter.type, binding.set) <=
+                        registerLimit(shader->shaderCode, binding.set);
+            if (fits) bindings.push_back({&parameter, binding.set, binding.index});
+            else if (binding.stage != RegisterBinding::Stage::Any)
+                throw CompileError(parameter.where, parameter.name + " does not fit the registers of the shader");
+        }
+        std::vector<StateAssignment> kept;
+        for (const StateAssignment& state : pass.states) {
+            bool moves = isShaderConstant(state) && isVertexStage(state) == vertex &&
+                         state.kind == StateAssignment::Kind::ParameterReference;
+            if (!moves) {
+                kept.push_back(state);
+                continue;
+            }
+            const Parameter* parameter = m_effect.findParameter(state.referencedName);
+            char set = registerSetOf(state);
+            if (state.index + registerCount(parameter->type, set) > registerLimit(shader->shaderCode, set))
+                throw CompileError(state.where, parameter->name + " does not fit the registers of the shader");
+            bindings.push_back({parameter, set, state.index});
+        }
+        pass.states = kept;
+        shader = inlineShader(pass, vertex);
+        if (!bindings.empty()) shader->shaderCode = withConstantTable(shader->shaderCode, bindings);
+    }
+
+    // Shaders given by parameter get register-bound values through states, which suits values
+    // of one register.
+    void bindWithStates(Pass& pass, bool vertex) {
+        bool present = false;
+        StateFamily wanted = vertex ? StateFamily::VertexShader : StateFamily::PixelShader;
+        for (const StateAssignment& state : pass.states)
+            if (stateAt(state.operation).family == wanted)
+                present = state.kind != StateAssignment::Kind::Object || !state.shaderCode.empty();
+        if (!present) return;
         std::vector<StateAssignment> implicit;
         for (const Parameter& parameter : m_effect.parameters) {
             const RegisterBinding& binding = parameter.binding;
-            if (!binding.set) continue;
-            bool toVertex = vertex && binding.stage != RegisterBinding::Stage::Pixel &&
-                            (binding.set != 's' || binding.stage == RegisterBinding::Stage::Vertex);
-            bool toPixel = pixel && binding.stage != RegisterBinding::Stage::Vertex;
-            if (toVertex) implicit.push_back(bindingState(parameter, true));
-            if (toPixel) implicit.push_back(bindingState(parameter, false));
+            if (!binding.set || binding.stage == (vertex ? RegisterBinding::Stage::Pixel : RegisterBinding::Stage::Vertex))
+                continue;
+            if (vertex && binding.set == 's' && binding.stage != RegisterBinding::Stage::Vertex) continue;
+            implicit.push_back(bindingState(parameter, vertex));
         }
         pass.states.insert(pass.states.begin(), implicit.begin(), implicit.end());
     }

@@ -1,0 +1,27 @@
+#pragma once
+#include "Compiler.h"
+#include "TestDevice.h"
+
+#include <d3dx9.h>
+
+#include <string>
+
+// A real device and effects compiled in-process from source text, loaded by D3DX from memory.
+class CompiledEffectTest : public vexiltest::DeviceTest {
+protected:
+    void TearDown() override;
+
+    // Compiles and loads; fails the test (and returns null) when either step fails.
+    ID3DXEffect* load(const std::string& source, ID3DXEffectPool* pool = nullptr);
+    D3DXPARAMETER_DESC describe(ID3DXEffect* effect, D3DXHANDLE parameter);
+    // Draws a clip-space quad over [-0.5, 0.5] through every pass of the effect's first technique.
+    void drawQuad(ID3DXEffect* effect);
+
+    static const unsigned kCentre = 32;
+    static const unsigned kRightEdge = 56;  // outside the quad, inside the screen
+
+private:
+    ID3DXEffect* m_effects[4] = {};
+};
+
+std::string annotationString(ID3DXEffect* effect, D3DXHANDLE object, const char* name);

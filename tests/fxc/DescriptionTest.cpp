@@ -1,0 +1,193 @@
+#include "CompiledEffectFixture.h"
+
+#include <cstring>
+
+namespace {
+
+const char kDeclarations[] = R"(
+float4 Colour : DIFFUSE < string UIName = "Tint"; float Max = 2.5; int Steps = 4; > = float4(0.25, 0.5, 0.75, 1);
+float4x4 World : WORLD = { 1, 2, 3, 4,  5, 6, 7, 8,  9, 10, 11, 12,  13, 14, 15, 16 };
+column_major float4x3 Packed;
+float Scale = -1.5e1f;
+bool Enabled = true;
+int Count = 0x10;
+int3 Steps = 7;
+float3 Direction : DIRECTION = { 0, -1, 0 };
+vector<float, 2> Pair = { 3, 4 };
+matrix<int, 2, 3> Grid = { {1, 2, 3}, {4, 5, 6} };
+float4x4 Bones[26];
+int Counts[3] = { 1, 2, 3 };
+shared float Exposure = 2;
+string Label = "hello";
+texture Diffuse < string File = "diffuse.png"; >;
+textureCUBE Sky;
+sampler2D DiffuseSampler = sampler_state { Texture = <Diffuse>; MinFilter = LINEAR; };
+samplerCUBE SkySampler;
+vertexshader Shared = asm { vs_2_0 dcl_position v0 mov oPos, v0 };
+)";
+
+struct Expected {
+    const char* name;
+    const char* semantic;
+    D3DXPARAMETER_CLASS cls;
+    D3DXPARAMETER_TYPE type;
+    UINT rows, columns, elements, annotations;
+    DWORD flags;
+};
+
+}  // namespace
+
+TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclared) {
+    ID3DXEffect* effect = load(kDeclarations);
+    ASSERT_TRUE(effect);
+    const Expected expected[] = {
+        {"Colour", "DIFFUSE", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 4, 0, 3, 0},
+        {"World", "WORLD", D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 0, 0, 0},
+        {"Packed", nullptr, D3DXPC_MATRIX_COLUMNS, D3DXPT_FLOAT, 4, 3, 0, 0, 0},
+        {"Scale", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 0},
+        {"Enabled", nullptr, D3DXPC_SCALAR, D3DXPT_BOOL, 1, 1, 0, 0, 0},
+        {"Count", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 0, 0, 0},
+        {"Steps", nullptr, D3DXPC_VECTOR, D3DXPT_INT, 1, 3, 0, 0, 0},
+        {"Direction", "DIRECTION", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 3, 0, 0, 0},
+        {"Pair", nullptr, D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 2, 0, 0, 0},
+        {"Grid", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_INT, 2, 3, 0, 0, 0},
+        {"Bones", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 26, 0, 0},
+        {"Counts", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 3, 0, 0},
+        {"Exposure", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 1},
+        {"Label", nullptr, D3DXPC_OBJECT, D3DXPT_STRING, 0, 0, 0, 0, 0},
+        {"Diffuse", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURE, 0, 0, 0, 1, 0},
+        {"Sky", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURECUBE, 0, 0, 0, 0, 0},
+        {"DiffuseSampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLER2D, 0, 0, 0, 0, 0},
+        {"SkySampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLERCUBE, 0, 0, 0, 0, 0},
+        {"Shared", nullptr, D3DXPC_OBJECT, D3DXPT_VERTEXSHADER, 0, 0, 0, 0, 0},
+    };
+    D3DXEFFECT_DESC effectDesc;
+    ASSERT_EQ(D3D_OK, effect->GetDesc(&effectDesc));
+    ASSERT_EQ(sizeof(expected) / sizeof(expected[0]), effectDesc.Parameters);
+    EXPECT_EQ(0u, effectDesc.Techniques);
+    for (UINT i = 0; i < effectDesc.Parameters; ++i) {
+        const Expected& e = expected[i];
+        D3DXPARAMETER_DESC d = describe(effect, effect->GetParameter(nullptr, i));
+        SCOPED_TRACE(e.name);
+        EXPECT_STREQ(e.name, d.Name) << "declaration order";
+        EXPECT_STREQ(e.semantic, d.Semantic);
+        EXPECT_EQ(e.cls, d.Class);
+        EXPECT_EQ(e.type, d.Type);
+        if (e.cls != D3DXPC_OBJECT) {
+            EXPECT_EQ(e.rows, d.Rows);
+            EXPECT_EQ(e.columns, d.Columns);
+        }
+        EXPECT_EQ(e.elements, d.Elements);
+        EXPECT_EQ(e.annotations, d.Annotations);
+        EXPECT_EQ(e.flags, d.Flags);
+    }
+    EXPECT_EQ(effect->GetParameterByName(nullptr, "Colour"), effect->GetParameterBySemantic(nullptr, "DIFFUSE"));
+}
+
+TEST_F(CompiledEffectTest, DefaultsAndAnnotationsHoldTheDeclaredValues) {
+    ID3DXEffect* effect = load(kDeclarations);
+    ASSERT_TRUE(effect);
+    D3DXVECTOR4 colour;
+    ASSERT_EQ(D3D_OK, effect->GetVector("Colour", &colour));
+    EXPECT_EQ(D3DXVECTOR4(0.25f, 0.5f, 0.75f, 1.0f), colour);
+    D3DXMATRIX world;
+    ASSERT_EQ(D3D_OK, effect->GetMatrix("World", &world));
+    EXPECT_EQ(2.0f, world._12) << "initializers list rows first";
+    EXPECT_EQ(5.0f, world._21);
+    EXPECT_EQ(16.0f, world._44);
+    float scale = 0;
+    effect->GetFloat("Scale", &scale);
+    EXPECT_EQ(-15.0f, scale);
+    BOOL enabled = FALSE;
+    effect->GetBool("Enabled", &enabled);
+    EXPECT_EQ(TRUE, enabled);
+    INT count = 0;
+    effect->GetInt("Count", &count);
+    EXPECT_EQ(16, count);
+    INT steps[3] = {};
+    effect->GetIntArray("Steps", steps, 3);
+    EXPECT_EQ(7, steps[2]) << "a single value fills the vector";
+    INT grid[6] = {};
+    effect->GetIntArray("Grid", grid, 6);
+    EXPECT_EQ(4, grid[3]);
+    INT counts[3] = {};
+    effect->GetIntArray("Counts", counts, 3);
+    EXPECT_EQ(3, counts[2]);
+    LPCSTR label = nullptr;
+    ASSERT_EQ(D3D_OK, effect->GetString("Label", &label));
+    EXPECT_STREQ("hello", label);
+    IDirect3DVertexShader9* shader = nullptr;
+    ASSERT_EQ(D3D_OK, effect->GetVertexShader("Shared", &shader));
+    EXPECT_TRUE(shader) << "shader parameters are created with the effect";
+    if (shader) shader->Release();
+
+    D3DXHANDLE colourHandle = effect->GetParameterByName(nullptr, "Colour");
+    EXPECT_EQ("Tint", annotationString(effect, colourHandle, "UIName"));
+    float maximum = 0;
+    effect->GetFloat(effect->GetAnnotationByName(colourHandle, "Max"), &maximum);
+    EXPECT_EQ(2.5f, maximum);
+    INT annotatedSteps = 0;
+    effect->GetInt(effect->GetAnnotationByName(colourHandle, "Steps"), &annotatedSteps);
+    EXPECT_EQ(4, annotatedSteps);
+    EXPECT_EQ("diffuse.png", annotationString(effect, effect->GetParameterByName(nullptr, "Diffuse"), "File"));
+}
+
+TEST_F(CompiledEffectTest, TechniquesAndPassesKeepSourceOrderNamesAndAnnotations) {
+    ID3DXEffect* effect = load(R"(
+        technique First < string Purpose = "lit"; int Order = 1; >
+        {
+            pass Opaque < string Mark = "one"; > { VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 }; }
+            pass { PixelShader = asm { ps_2_0 def c0, 1, 0, 0, 1 mov oC0, c0 }; }
+            pass Last { CullMode = NONE; }
+        }
+        technique { pass Only { } }
+        technique Third { }
+    )");
+    ASSERT_TRUE(effect);
+    D3DXEFFECT_DESC effectDesc;
+    effect->GetDesc(&effectDesc);
+    ASSERT_EQ(3u, effectDesc.Techniques);
+    // Unnamed techniques and passes read as "": D3DX compares names without checking for null.
+    const char* names[] = {"First", "", "Third"};
+    const UINT passCounts[] = {3, 1, 0};
+    for (UINT t = 0; t < 3; ++t) {
+        D3DXTECHNIQUE_DESC desc;
+        ASSERT_EQ(D3D_OK, effect->GetTechniqueDesc(effect->GetTechnique(t), &desc));
+        EXPECT_STREQ(names[t], desc.Name);
+        EXPECT_EQ(passCounts[t], desc.Passes);
+    }
+    D3DXHANDLE first = effect->GetTechniqueByName("First");
+    EXPECT_EQ("lit", annotationString(effect, first, "Purpose"));
+    D3DXTECHNIQUE_DESC firstDesc;
+    effect->GetTechniqueDesc(first, &firstDesc);
+    EXPECT_EQ(2u, firstDesc.Annotations);
+
+    D3DXPASS_DESC passes[3];
+    for (UINT p = 0; p < 3; ++p) ASSERT_EQ(D3D_OK, effect->GetPassDesc(effect->GetPass(first, p), &passes[p]));
+    EXPECT_STREQ("Opaque", passes[0].Name);
+    EXPECT_EQ(1u, passes[0].Annotations);
+    EXPECT_EQ("one", annotationString(effect, effect->GetPass(first, 0), "Mark"));
+    EXPECT_TRUE(passes[0].pVertexShaderFunction && !passes[0].pPixelShaderFunction);
+    EXPECT_STREQ("", passes[1].Name);
+    EXPECT_TRUE(passes[1].pPixelShaderFunction && !passes[1].pVertexShaderFunction);
+    EXPECT_STREQ("Last", passes[2].Name);
+    EXPECT_EQ(effect->GetPass(first, 2), effect->GetPassByName(first, "Last"));
+}
+
+TEST_F(CompiledEffectTest, SharedParametersMeetInAPool) {
+    const char source[] = "shared float4 Ambient = { 0.1, 0.2, 0.3, 0.4 }; float4 Own = 0;";
+    ID3DXEffectPool* pool = nullptr;
+    ASSERT_EQ(D3D_OK, D3DXCreateEffectPool(&pool));
+    ID3DXEffect* first = load(source, pool);
+    ID3DXEffect* second = load(source, pool);
+    pool->Release();
+    ASSERT_TRUE(first && second);
+    D3DXVECTOR4 value(5, 6, 7, 8);
+    ASSERT_EQ(D3D_OK, first->SetVector("Ambient", &value));
+    ASSERT_EQ(D3D_OK, first->SetVector("Own", &value));
+    D3DXVECTOR4 seen;
+    second->GetVector("Ambient", &seen);
+    EXPECT_EQ(value, seen);
+    second->GetVector("Own", &seen);
+    EXPECT_EQ(D3DXVECTOR4(0, 0, 0, 0), seen) << "only shared parameters are pooled";
+}

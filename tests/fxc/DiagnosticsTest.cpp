@@ -1,0 +1,189 @@
+#include "Compiler.h"
+#include "StateTable.h"
+#include "TestPaths.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+namespace {
+
+struct BadSource {
+    const char* source;
+    int line;
+    const char* message;
+};
+
+std::string compileError(const std::string& source, const fxc::PreprocessorOptions& options = {}) {
+    try {
+        fxc::compileEffectText(source, "bad.fx", options);
+    } catch (const fxc::CompileError& error) {
+        return error.describe();
+    }
+    return "compiled";
+}
+
+void writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+}  // namespace
+
+TEST(EffectCompilerDiagnostics, ErrorsNameTheFileAndLineOfTheFault) {
+    const BadSource cases[] = {
+        {"float a;\nquaternion q;", 2, "unknown type 'quaternion'"},
+        {"technique T {\n pass P {\n  ZEnable = TRUE;\n  Frobnicate = 1;\n } }", 4, "unknown state Frobnicate"},
+        {"technique T { pass P {\n CullMode = SIDEWAYS; } }", 2, "unknown value 'SIDEWAYS' for state CullMode"},
+        {"technique T { pass P {\n\n VertexShader = asm {\n vs_2_0\n undefined_op r0\n }; } }", 5,
+         "shader does not assemble"},
+        {"technique T { pass P { PixelShader = asm { vs_2_0 mov oPos, v0 }; } }", 1, "expected a pixel shader"},
+        {"technique T { pass P {\n VertexShaderConstantF[0] = <Missing>; } }", 2, "unknown parameter Missing"},
+        {"int Count;\ntechnique T { pass P {\n VertexShaderConstantF[0] = <Count>; } }", 3, "state VertexShaderConstantF needs a float parameter, Count is not"},
+        {"float4 Colour;\ntechnique T { pass P { PixelShaderConstantF = <Colour>; } }", 2, "state PixelShaderConstantF needs an index [n]"},
+        {"technique T { pass P {\n VertexShader = compile vs_2_0 main(); } }", 2, "HLSL compile targets are not supported"},
+        {"float4 main() : COLOR { return 0; }", 1, "HLSL functions are not supported"},
+        {"float2 Pair = { 1, 2, 3 };", 1, "initializer has 3 values where the type needs 2"},
+        {"float a;\nfloat a;", 2, "parameter a declared twice"},
+        {"int Flags : register(c0);", 1, "register c does not fit"},
+        {"sampler S = sampler_state {\n CullMode = NONE; };", 2, "state CullMode does not belong in sampler_state"},
+        {"float x = 1", 1, "expected ';' before end of file"},
+        {"#include \"nowhere.fxh\"\n", 1, "cannot find include file nowhere.fxh"},
+        {"#ifdef X\nfloat a;\n", 3, "#if without #endif"},
+        {"#define F(x) x\n", 1, "function-like macros are not supported"},
+        {"/* open\n\n", 1, "unterminated comment"},
+    };
+    for (const BadSource& bad : cases) {
+        std::string expected = "bad.fx:" + std::to_string(bad.line) + ": " + bad.message;
+        EXPECT_EQ(0u, compileError(bad.source).find(expected)) << bad.source << "\n  gave: " << compileError(bad.source);
+    }
+}
+
+TEST(EffectCompilerDiagnostics, PreprocessorMacrosIncludesAndConditions) {
+    std::string dir = vexiltest::outputDir() + "\\fxc-include";
+    CreateDirectoryA(dir.c_str(), nullptr);
+    writeText(dir + "\\colours.fxh", "#define RED_LEVEL 0.5\nfloat4 FromHeader = { RED_LEVEL, 0, 0, 1 };\n");
+    fxc::PreprocessorOptions options;
+    options.includeDirs.push_back(dir);
+    options.macros["QUALITY"] = "2";
+    const char source[] = "#include <colours.fxh>\n"
+                          "#if QUALITY > 1 && defined(QUALITY)\nfloat High;\n#elif QUALITY == 1\nfloat Mid;\n"
+                          "#else\nfloat Low;\n#endif\n"
+                          "#ifndef QUALITY\nfloat Never;\n#endif\n"
+                          "technique T { pass { VertexShader = asm {\n vs_2_0\n undefined_op r0\n }; } }\n";
+    // The shader fails on purpose: the message shows where the included text left the lines.
+    EXPECT_EQ(0u, compileError(source, options).find("bad.fx:14: shader does not assemble"))
+        << compileError(source, options);
+    EXPECT_EQ("bad.fx:1: cannot find include file colours.fxh", compileError(source).substr(0, 46));
+}
+
+// The numbering of the state table is the binary format: spot checks at every sixteenth row.
+TEST(EffectCompilerDiagnostics, StateOperationsFollowTheFormatNumbering) {
+    const std::pair<const char*, uint32_t> anchors[] = {
+        {"ZEnable", 0x00}, {"FogColor", 0x10}, {"Wrap1", 0x20}, {"Lighting", 0x30}, {"PointScaleEnable", 0x40},
+        {"AntialiasedLineEnable", 0x50}, {"BlendFactor", 0x60}, {"BumpEnvMat00", 0x70}, {"MaterialAmbient", 0x80},
+        {"LightPhi", 0x90}, {"PixelShaderConstant1", 0xa0}, {"ElementIndex", 0xb0}, {"Sampler", 0xb2}};
+    for (const auto& anchor : anchors) {
+        uint32_t operation = 0xFFFFFFFF;
+        EXPECT_TRUE(fxc::findState(anchor.first, &operation)) << anchor.first;
+        EXPECT_EQ(anchor.second, operation) << anchor.first;
+    }
+    EXPECT_EQ(0xb3u, fxc::stateCount());
+}
+
+namespace {
+
+struct ToolRun {
+    int exitCode;
+    std::string output;
+};
+
+// Runs the compiler beside this test program and collects what it prints.
+ToolRun runTool(const std::string& arguments) {
+    char self[MAX_PATH];
+    GetModuleFileNameA(nullptr, self, MAX_PATH);
+    std::string tool(self);
+    tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
+    std::string command = "\"" + tool + "\" " + arguments;
+    ToolRun run{-1, std::string()};
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE readEnd = nullptr, writeEnd = nullptr;
+    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    PROCESS_INFORMATION process = {};
+    std::vector<char> line(command.begin(), command.end());
+    line.push_back(0);
+    BOOL started = CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    CloseHandle(writeEnd);
+    if (started) {
+        char buffer[256];
+        DWORD got = 0;
+        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got) run.output.append(buffer, got);
+        WaitForSingleObject(process.hProcess, INFINITE);
+        DWORD code = 0;
+        GetExitCodeProcess(process.hProcess, &code);
+        run.exitCode = static_cast<int>(code);
+        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread);
+    }
+    CloseHandle(readEnd);
+    return run;
+}
+
+}  // namespace
+
+TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
+    std::string dir = vexiltest::outputDir();
+    std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", output = dir + "\\tool.fxo";
+    writeText(good, "float4 Colour = COLOUR_VALUE;\ntechnique T { pass { CullMode = NONE; } }\n");
+    writeText(bad, "float4 Colour;\n\ntechnique T { pass { CullMode = NONE } }\n");
+
+    ToolRun usage = runTool("");
+    EXPECT_NE(0, usage.exitCode);
+    EXPECT_NE(std::string::npos, usage.output.find("usage: vexil-fxc input.fx -o output.fxo")) << usage.output;
+
+    ToolRun compiled = runTool(good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)");
+    EXPECT_EQ(0, compiled.exitCode) << compiled.output;
+    EXPECT_TRUE(vexiltest::fileExists(output));
+
+    ToolRun failed = runTool(bad + " -o " + output);
+    EXPECT_EQ(1, failed.exitCode);
+    EXPECT_NE(std::string::npos, failed.output.find("tool_bad.fx:3: expected ';' before '}'")) << failed.output;
+    EXPECT_FALSE(vexiltest::fileExists(output)) << "a failed compile removes the stale output";
+
+    ToolRun missing = runTool(dir + "\\absent.fx -o " + output);
+    EXPECT_EQ(1, missing.exitCode);
+    EXPECT_NE(std::string::npos, missing.output.find("cannot open file")) << missing.output;
+}
+
+// Every cut of a valid effect either compiles or stops with a located error, never anything else.
+TEST(EffectCompilerDiagnostics, TruncatedSourcesFailCleanly) {
+    const std::string source =
+        "#define ONE 1\nfloat4 Colour : COLOR < string UIName = \"c\"; > = { ONE, 0, 0, 1 };\n"
+        "float4x4 Bones[4] : register(vs, c4);\ntexture T;\n"
+        "sampler2D S = sampler_state { Texture = <T>; MinFilter = LINEAR; };\n"
+        "technique Main < int Order = 1; > { pass P0 { CullMode = NONE; ColorOp[1] = MODULATE | COMPLEMENT;\n"
+        " VertexShaderConstantF[0] = <Colour>; Sampler[0] = (S);\n"
+        " VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 };\n"
+        " PixelShader = asm { ps_2_0 mov oC0, c0 }; } }\n";
+    int compiled = 0, refused = 0;
+    for (size_t length = 0; length <= source.size(); ++length) {
+        try {
+            fxc::compileEffectText(source.substr(0, length), "cut.fx", fxc::PreprocessorOptions());
+            ++compiled;
+        } catch (const fxc::CompileError& error) {
+            ++refused;
+            EXPECT_EQ(0u, error.describe().find("cut.fx:")) << error.describe();
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_GT(compiled, 0);
+}
