@@ -1,10 +1,35 @@
 #include <VexilDX9/Effect.h>
+#include <VexilDX9/EffectFile.h>
 #include <VexilDX9/SiblingLog.h>
 #include <zeb/Exception.h>
+
+#include <vector>
 
 namespace {
 ZEB_FILE_LOGGER(effectLogger, "VexilDX9")
 const char kSource[] = "VexilDX9/Effect";
+const LONGLONG kLargestEffectFile = 0x40000000;
+
+bool readWholeFile(HANDLE file, std::vector<uint8_t>& bytes) {
+    LARGE_INTEGER size;
+    if (!GetFileSizeEx(file, &size) || size.QuadPart > kLargestEffectFile) return false;
+    bytes.resize(static_cast<size_t>(size.QuadPart));
+    DWORD read = 0;
+    return bytes.empty() || (ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr) &&
+                             read == bytes.size());
+}
+
+// False only when the file could be read and is not a sound compiled effect: D3DX reads compiled
+// effects without bounds checks. A file that cannot be read is left to D3DX to report.
+bool isRefusedEffectFile(const zeb::String& effectFile) {
+    HANDLE file = CreateFileW(effectFile.getWideBuffer(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    std::vector<uint8_t> bytes;
+    bool readable = readWholeFile(file, bytes);
+    CloseHandle(file);
+    return readable && !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size());
+}
 }  // namespace
 
 Effect::Effect() : m_flags(0), m_includes(nullptr), m_desc() {}
@@ -20,6 +45,10 @@ void Effect::setPool(const COMPtr<ID3DXEffectPool>::pointer& pool) { m_pool = po
 bool Effect::load(const zeb::String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device) {
     ZEB_TRACE_AT(effectLogger, "Effect::load(const String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device)",
                  kSource, 36);
+    if (isRefusedEffectFile(effectFile)) {
+        logD3DFunction(effectLogger, "D3DXCreateEffectFromFile", D3DXERR_INVALIDDATA, false);
+        return false;
+    }
     ID3DXEffect* created = nullptr;
     COMPtr<ID3DXBuffer>::pointer errors;
     HRESULT hr = D3DXCreateEffectFromFileW(device.get(), effectFile.getWideBuffer(),
