@@ -57,6 +57,8 @@ struct TypeDef {
     uint32_t type = 0;
     uint32_t cls = 0;
     uint32_t elements = 0;
+    uint32_t rows = 0;
+    uint32_t columns = 0;
     uint64_t elementBytes = 0;  // what D3DX allocates for one element
     std::vector<TypeDef> members;
 
@@ -151,7 +153,7 @@ private:
         case D3DXPC_VECTOR:
         case D3DXPC_MATRIX_ROWS:
         case D3DXPC_MATRIX_COLUMNS:
-            return numericShape(at, out);
+            return numericShape(at, out) && numericShapeFitsClass(out);
         case D3DXPC_OBJECT:
             out.elementBytes = isSamplerType(out.type) ? 0 : kObjectValueBytes;
             return isObjectType(out.type);
@@ -162,12 +164,22 @@ private:
         }
     }
 
+    // Vectors give columns first, the others rows first.
     bool numericShape(size_t& at, TypeDef& out) {
         uint32_t first = 0, second = 0;
         if (!structural(at, first) || !structural(at, second)) return false;
-        if (first > kMaxDimension || second > kMaxDimension) return false;
+        out.rows = out.cls == D3DXPC_VECTOR ? second : first;
+        out.columns = out.cls == D3DXPC_VECTOR ? first : second;
         out.elementBytes = 4ull * first * second;
         return true;
+    }
+
+    // D3DX divides by rows and columns when it sets values and shader constants.
+    static bool numericShapeFitsClass(const TypeDef& type) {
+        if (type.rows < 1 || type.rows > kMaxDimension || type.columns < 1 || type.columns > kMaxDimension)
+            return false;
+        if (type.cls == D3DXPC_SCALAR) return type.rows == 1 && type.columns == 1;
+        return type.cls != D3DXPC_VECTOR || type.rows == 1;
     }
 
     bool structShape(size_t& at, bool named, unsigned depth, TypeDef& out) {

@@ -141,17 +141,16 @@ TEST_F(EffectTest, CutEffectFilesAreRefusedAndKeepThePreviousEffect) {
 
 // Damaged counts, offsets and sizes (never shader code): what the check lets through goes on to
 // D3DX, which must then neither crash, hang nor leak a reference to the device.
-TEST_F(EffectTest, DamagedEffectStructureNeverBreaksTheLoader) {
-    const int kRoundsPerEffect = 400;
-    Damage damage(20261122);
+void EffectTest::loadDamagedCopies(const std::vector<std::string>& effects, int rounds, uint32_t seed) {
+    Damage damage(seed);
     const ULONG deviceRefs = referencesOf(device());
     size_t passedOn = 0;
-    for (const std::string& path : testEffects()) {
+    for (const std::string& path : effects) {
         Bytes bytes = fileBytes(path);
         std::vector<size_t> words;
         ASSERT_TRUE(VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size(), &words)) << path;
         ASSERT_GT(words.size(), 8u) << path;
-        for (int round = 0; round < kRoundsPerEffect; ++round) {
+        for (int round = 0; round < rounds; ++round) {
             Bytes damaged = bytes;
             damage.apply(damaged, words);
             bool accepted = VexilDX9::isWellFormedEffectBinary(damaged.data(), damaged.size());
@@ -165,4 +164,13 @@ TEST_F(EffectTest, DamagedEffectStructureNeverBreaksTheLoader) {
         }
     }
     EXPECT_GT(passedOn, 0u) << "some damage is harmless and reaches D3DX";
+}
+
+TEST_F(EffectTest, DamagedEffectStructureNeverBreaksTheLoader) { loadDamagedCopies(testEffects(), 400, 20261122); }
+
+TEST_F(EffectTest, DamagedThirdPartyEffectsNeverBreakTheLoader) {
+    VEXIL_REQUIRE_SAMPLES();
+    std::vector<std::string> effects = filesIn(vexiltest::samplesDir() + "\\fna", "*.fxb");
+    if (effects.empty()) GTEST_SKIP() << "no fna/*.fxb in the samples: third-party effect check skipped";
+    loadDamagedCopies(effects, 300, 1122);
 }
