@@ -10,25 +10,28 @@ ZEB_FILE_LOGGER(effectLogger, "VexilDX9")
 const char kSource[] = "VexilDX9/Effect";
 const LONGLONG kLargestEffectFile = 0x40000000;
 
-bool readWholeFile(HANDLE file, std::vector<uint8_t>& bytes) {
-    LARGE_INTEGER size;
-    if (!GetFileSizeEx(file, &size) || size.QuadPart > kLargestEffectFile) return false;
-    bytes.resize(static_cast<size_t>(size.QuadPart));
+bool readWholeFile(HANDLE file, LONGLONG size, std::vector<uint8_t>& bytes) {
+    bytes.resize(static_cast<size_t>(size));
     DWORD read = 0;
     return bytes.empty() || (ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr) &&
                              read == bytes.size());
 }
 
-// False only when the file could be read and is not a sound compiled effect: D3DX reads compiled
-// effects without bounds checks. A file that cannot be read is left to D3DX to report.
+// True when the file was read and is no sound compiled effect (or is far too large for one):
+// D3DX reads compiled effects without bounds checks. A file that cannot be read is left to D3DX
+// to report.
 bool isRefusedEffectFile(const zeb::String& effectFile) {
     HANDLE file = CreateFileW(effectFile.getWideBuffer(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
+    LARGE_INTEGER size;
     std::vector<uint8_t> bytes;
-    bool readable = readWholeFile(file, bytes);
+    bool refused = GetFileSizeEx(file, &size) &&
+                   (size.QuadPart > kLargestEffectFile ||
+                    (readWholeFile(file, size.QuadPart, bytes) &&
+                     !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())));
     CloseHandle(file);
-    return readable && !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size());
+    return refused;
 }
 }  // namespace
 
