@@ -1,10 +1,38 @@
 #include <VexilDX9/Effect.h>
+#include <VexilDX9/EffectFile.h>
 #include <VexilDX9/SiblingLog.h>
 #include <zeb/Exception.h>
+
+#include <vector>
 
 namespace {
 ZEB_FILE_LOGGER(effectLogger, "VexilDX9")
 const char kSource[] = "VexilDX9/Effect";
+const LONGLONG kLargestEffectFile = 0x40000000;
+
+bool readWholeFile(HANDLE file, LONGLONG size, std::vector<uint8_t>& bytes) {
+    bytes.resize(static_cast<size_t>(size));
+    DWORD read = 0;
+    return bytes.empty() || (ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr) &&
+                             read == bytes.size());
+}
+
+// True when the file was read and is no sound compiled effect (or is far too large for one):
+// D3DX reads compiled effects without bounds checks. A file that cannot be read is left to D3DX
+// to report.
+bool isRefusedEffectFile(const zeb::String& effectFile) {
+    HANDLE file = CreateFileW(effectFile.getWideBuffer(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    LARGE_INTEGER size;
+    std::vector<uint8_t> bytes;
+    bool refused = GetFileSizeEx(file, &size) &&
+                   (size.QuadPart > kLargestEffectFile ||
+                    (readWholeFile(file, size.QuadPart, bytes) &&
+                     !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())));
+    CloseHandle(file);
+    return refused;
+}
 }  // namespace
 
 Effect::Effect() : m_flags(0), m_includes(nullptr), m_desc() {}
@@ -20,6 +48,10 @@ void Effect::setPool(const COMPtr<ID3DXEffectPool>::pointer& pool) { m_pool = po
 bool Effect::load(const zeb::String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device) {
     ZEB_TRACE_AT(effectLogger, "Effect::load(const String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device)",
                  kSource, 36);
+    if (isRefusedEffectFile(effectFile)) {
+        logD3DFunction(effectLogger, "D3DXCreateEffectFromFile", D3DXERR_INVALIDDATA, false);
+        return false;
+    }
     ID3DXEffect* created = nullptr;
     COMPtr<ID3DXBuffer>::pointer errors;
     HRESULT hr = D3DXCreateEffectFromFileW(device.get(), effectFile.getWideBuffer(),

@@ -21,7 +21,9 @@ public:
     void setIncludes(ID3DXInclude* includes);
     void setPool(const COMPtr<ID3DXEffectPool>::pointer& pool);
 
-    // Loads the effect; on failure the previously loaded effect stays as it was.
+    // Loads the effect; on failure the previously loaded effect stays as it was. A compiled effect
+    // whose counts, offsets or sizes do not hold together is refused (D3DXERR_INVALIDDATA, logged)
+    // before D3DX reads it.
     bool load(const zeb::String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device);
     bool reload(const COMPtr<IDirect3DDevice9>::pointer& device);
 

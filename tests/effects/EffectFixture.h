@@ -5,7 +5,9 @@
 
 #include <d3dx9.h>
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 // A real device with a two-subset quad mesh in clip space: subset 0 covers the centre
 // (x, y in [-0.2, 0.2]), subset 1 a strip near the bottom. The test effects move it by pass.
@@ -16,6 +18,8 @@ protected:
 
     COMPtr<IDirect3DDevice9>::pointer deviceHolder() const;
     static zeb::String effectPath(const char* name);
+    // Loads copies of the effects with damaged counts, offsets and sizes (EffectFileTest.cpp).
+    void loadDamagedCopies(const std::vector<std::string>& effects, int rounds, uint32_t seed);
     // Clears to black, draws through fn, and returns whether it drew.
     template <class Draw> bool drawn(Draw draw) {
         testDevice().clear(D3DCOLOR_XRGB(0, 0, 0));
