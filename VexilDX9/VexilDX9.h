@@ -4,3 +4,9 @@
 
 #include <VexilDX9/Export.h>
 #include <VexilDX9/LogD3D.h>
+#include <VexilDX9/CComPtr.h>
+#include <VexilDX9/DeviceParameter.h>
+#include <VexilDX9/RenderDeviceDX9.h>
+#include <VexilDX9/RenderDeviceManagerDX9.h>
+#include <VexilDX9/DeviceInfo.h>
+#include <VexilDX9/Query.h>
