@@ -4,6 +4,9 @@
 
 #include <VexilDX9/Export.h>
 #include <VexilDX9/LogD3D.h>
+#include <VexilDX9/Effect.h>
+#include <VexilDX9/EffectValue.h>
+#include <VexilDX9/Technique.h>
 #include <VexilDX9/CComPtr.h>
 #include <VexilDX9/DeviceParameter.h>
 #include <VexilDX9/RenderDeviceDX9.h>

@@ -50,8 +50,6 @@ void appendUTF8(char*& out, unsigned codePoint) {
     }
 }
 
-unsigned short emptyUnits[1] = {0};
-
 }  // namespace
 
 // ---- CString ----
@@ -84,7 +82,14 @@ CString::~CString() { std::free(m_text); }
 
 // ---- String ----
 
-String::String() : m_units(emptyUnits), m_size(0), m_capacity(0) {}
+void String::becomeEmptyInline() {
+    m_units = m_inline;
+    m_size = 0;
+    m_capacity = kInlineUnits;
+    m_inline[0] = 0;
+}
+
+String::String() { becomeEmptyInline(); }
 
 String::String(const char* text) : String() {
     if (text) append(text);
@@ -100,35 +105,33 @@ String::String(const unsigned short* text, unsigned length) : String() { append(
 
 String::String(const String& other) : String() { append(other.m_units, other.m_size); }
 
-String::String(String&& other) noexcept : m_units(other.m_units), m_size(other.m_size), m_capacity(other.m_capacity) {
-    other.m_units = emptyUnits;
-    other.m_size = 0;
-    other.m_capacity = 0;
-}
+String::String(String&& other) noexcept : String() { *this = std::move(other); }
 
 String::~String() {
-    if (m_capacity) std::free(m_units);
+    if (!isInline()) std::free(m_units);
 }
 
 String& String::operator=(const String& other) {
     if (this != &other) {
-        m_size = 0;
-        if (m_capacity) m_units[0] = 0;
+        clear();
         append(other.m_units, other.m_size);
     }
     return *this;
 }
 
 String& String::operator=(String&& other) noexcept {
-    if (this != &other) {
-        if (m_capacity) std::free(m_units);
+    if (this == &other) return *this;
+    if (!isInline()) std::free(m_units);
+    if (other.isInline()) {
+        becomeEmptyInline();
+        std::memcpy(m_inline, other.m_inline, (other.m_size + 1) * sizeof(unsigned short));
+        m_size = other.m_size;
+    } else {
         m_units = other.m_units;
         m_size = other.m_size;
         m_capacity = other.m_capacity;
-        other.m_units = emptyUnits;
-        other.m_size = 0;
-        other.m_capacity = 0;
     }
+    other.becomeEmptyInline();
     return *this;
 }
 
@@ -140,13 +143,13 @@ String& String::operator=(const char* text) {
 
 void String::reserve(unsigned capacity) {
     if (capacity <= m_capacity) return;
-    unsigned grown = m_capacity < 8 ? 8 : m_capacity;
+    unsigned grown = m_capacity * 2;
     while (grown < capacity) grown *= 2;
     void* block = std::malloc((static_cast<size_t>(grown) + 1) * sizeof(unsigned short));
     if (!block) throw std::bad_alloc();
     unsigned short* units = static_cast<unsigned short*>(block);
     std::memcpy(units, m_units, (m_size + 1) * sizeof(unsigned short));
-    if (m_capacity) std::free(m_units);
+    if (!isInline()) std::free(m_units);
     m_units = units;
     m_capacity = grown;
 }
@@ -172,7 +175,7 @@ String& String::append(const char* text) {
     reserve(m_size + count);
     for (unsigned i = 0; i < count; ++i) m_units[m_size + i] = static_cast<unsigned char>(text[i]);
     m_size += count;
-    if (m_capacity) m_units[m_size] = 0;
+    m_units[m_size] = 0;
     return *this;
 }
 
@@ -245,7 +248,7 @@ String& String::remove(unsigned start, unsigned count) {
 
 void String::clear() {
     m_size = 0;
-    if (m_capacity) m_units[0] = 0;
+    m_units[0] = 0;
 }
 
 unsigned String::find(unsigned short unit, unsigned start) const {

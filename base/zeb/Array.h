@@ -90,7 +90,9 @@ public:
         T* target = reinterpret_cast<T*>(block + 1);
         unsigned done = 0;
         try {
-            for (; done < size(); ++done) new (target + done) T(slots()[done]);
+            // Elements that move without throwing are moved: same result as a copy, minus the
+            // allocations of deep copies.
+            for (; done < size(); ++done) new (target + done) T(std::move_if_noexcept(slots()[done]));
         } catch (...) {
             for (unsigned i = 0; i < done; ++i) target[i].~T();
             std::free(block);

@@ -231,7 +231,7 @@ public:
         m_arrayKeys.reserve(p + 1);
         m_arrayValues.reserve(p + 1);
         Node* node = new Node(key, p);
-        m_index.insert(hash, node, &node->m_key);
+        m_index.insertWithoutCheck(hash, node, &node->m_key);  // absence checked above
         if (position) *position = p;
         m_arrayKeys.append(key);
         m_arrayValues.append(value);

@@ -135,3 +135,8 @@ ZEB_API extern ConsoleStream cout;
 #define ZEB_TRACE(getter, function)                                                  \
     ::zeb::TraceLogger zebTrace_(getter(::zeb::LoggerPriority::LOGGER_PRIORITY_DETAIL), \
                                  (function), __FILE__, __LINE__)
+
+// A trace scope with a fixed source name and line tag.
+#define ZEB_TRACE_AT(getter, function, file, line)                                   \
+    ::zeb::TraceLogger zebTrace_(getter(::zeb::LoggerPriority::LOGGER_PRIORITY_DETAIL), \
+                                 (function), (file), (line))

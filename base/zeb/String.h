@@ -83,11 +83,18 @@ public:
     const wchar_t* getWideBuffer() const { return reinterpret_cast<const wchar_t*>(m_units); }
 
 private:
-    void reserve(unsigned capacity);
+    // Names of frames, textures and devices are short: up to this many units live inside the
+    // object, without a heap block.
+    static const unsigned kInlineUnits = 23;
 
-    unsigned short* m_units;  // always zero-terminated
+    void reserve(unsigned capacity);
+    bool isInline() const { return m_units == m_inline; }
+    void becomeEmptyInline();
+
+    unsigned short* m_units;  // always zero-terminated; m_inline or a heap block
     unsigned m_size;
     unsigned m_capacity;      // units available before the terminator
+    unsigned short m_inline[kInlineUnits + 1];
 };
 
 ZEB_API String operator+(const char* left, const String& right);
