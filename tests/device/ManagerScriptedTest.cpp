@@ -303,6 +303,21 @@ TEST_F(ScriptedManager, ResetOnlyWhenTheDeviceAsksForIt) {
     EXPECT_EQ(2u, scripted->resetCalls);
 }
 
+TEST_F(ScriptedManager, QueryWhoseCreationFailsIsDropped) {
+    setHeads({0});
+    TestWindow window;
+    RenderDeviceManagerDX9 manager;
+    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, parameters({parameter(headName(0), {windowedChain(window.handle())})}),
+                                             window.handle()));
+    ScriptedDevice9* scripted = d3d->lastDevice();
+    QueryCommon query;
+    ASSERT_EQ(D3D_OK, query.initialize(scripted, D3DQUERYTYPE_EVENT));
+    scripted->script.createQueryResult = E_OUTOFMEMORY;
+    EXPECT_EQ(E_OUTOFMEMORY, query.initialize(scripted, D3DQUERYTYPE_EVENT));
+    EXPECT_FALSE(query.query()) << "the old query is released before creating";
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 CreateQuery E_OUTOFMEMORY")) << log.dump();
+}
+
 TEST_F(ScriptedManager, AdapterQueriesThatFailAreLoggedPerType) {
     setHeads({0, 1});
     d3d->adapter(0).capsResult = D3DERR_INVALIDCALL;

@@ -22,6 +22,7 @@ protected:
 };
 
 TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
+    LogCapture log;
     QueryCommon event(heldDevice(), D3DQUERYTYPE_EVENT);
     ASSERT_TRUE(event.query());
     EXPECT_EQ(D3DQUERYTYPE_EVENT, event.query()->GetType());
@@ -30,6 +31,8 @@ TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
     BOOL done = FALSE;
     EXPECT_EQ(S_OK, waitForData(event, done));
     EXPECT_TRUE(done);
+    // Every issue's result goes through the Direct3D result logger.
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DQuery9::Issue S_OK")) << log.dump();
 
     // Occlusion counts the pixels drawn between the two marks.
     QueryCommon occlusion(heldDevice(), D3DQUERYTYPE_OCCLUSION);

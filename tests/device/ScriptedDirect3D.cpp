@@ -278,4 +278,12 @@ HRESULT ScriptedDevice9::CreateDepthStencilSurface(UINT width, UINT height, D3DF
     return m_real->CreateDepthStencilSurface(width, height, format, multiSample, quality, discard, surface, shared);
 }
 
+HRESULT ScriptedDevice9::CreateQuery(D3DQUERYTYPE type, IDirect3DQuery9** query) {
+    if (query && FAILED(script.createQueryResult)) {
+        *query = nullptr;
+        return script.createQueryResult;
+    }
+    return m_real->CreateQuery(type, query);
+}
+
 }  // namespace vexiltest

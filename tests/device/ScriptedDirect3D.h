@@ -42,6 +42,7 @@ struct DeviceScript {
     HRESULT swapChainResult = D3D_OK;
     HRESULT depthStencilSurfaceResult = D3D_OK;
     HRESULT createDepthStencilResult = D3D_OK;
+    HRESULT createQueryResult = D3D_OK;  // for creating calls only, not support probes
 };
 
 struct CreateDeviceCall {
@@ -250,7 +251,7 @@ public:
     HRESULT STDMETHODCALLTYPE DrawRectPatch(UINT a0, const float * a1, const D3DRECTPATCH_INFO * a2) override { return m_real->DrawRectPatch(a0, a1, a2); }
     HRESULT STDMETHODCALLTYPE DrawTriPatch(UINT a0, const float * a1, const D3DTRIPATCH_INFO * a2) override { return m_real->DrawTriPatch(a0, a1, a2); }
     HRESULT STDMETHODCALLTYPE DeletePatch(UINT a0) override { return m_real->DeletePatch(a0); }
-    HRESULT STDMETHODCALLTYPE CreateQuery(D3DQUERYTYPE a0, IDirect3DQuery9** a1) override { return m_real->CreateQuery(a0, a1); }
+    HRESULT STDMETHODCALLTYPE CreateQuery(D3DQUERYTYPE a0, IDirect3DQuery9** a1) override;
 
 private:
     ~ScriptedDevice9();
