@@ -161,3 +161,9 @@ unsigned int DeviceGroup::listDeviceWindowsHandles(zeb::Array<HWND>& windows) co
 }
 
 }  // namespace VexilDX9
+
+// The record arrays of the device interface, instantiated whole so every member compiles here.
+template class zeb::Array<VexilDX9::SwapChainParameterDX9>;
+template class zeb::Array<VexilDX9::RenderDeviceParameterDX9>;
+template class zeb::Array<VexilDX9::AdapterInfo>;
+template class zeb::Array<VexilDX9::DeviceGroup>;

@@ -79,6 +79,13 @@ TEST_F(ManagerOnWine, WindowedDeviceComesUpDrawsAndKeepsItsRenderBuffer) {
     HRESULT result = E_FAIL;
     EXPECT_FALSE(device->reset(result));
     EXPECT_EQ(D3D_OK, result);
+
+    for (const char* scope : {"RenderDeviceManagerDX9::RenderDeviceManagerDX9", "RenderDeviceManagerDX9::createDirect3D9",
+                              "RenderDeviceManagerDX9::createRenderDevice"})
+        EXPECT_LE(1u, log.count(kManagerLog, scope)) << "no trace " << scope;
+    for (const char* scope : {"RenderDeviceDX9::initialize", "RenderDeviceDX9::validateMainSwapChainParam",
+                              "RenderDeviceDX9::createPresentParam", "RenderDeviceDX9::reset"})
+        EXPECT_LE(1u, log.count(kDeviceLog, scope)) << "no trace " << scope;
 }
 
 TEST_F(ManagerOnWine, BackBufferCountIsClampedToThree) {
