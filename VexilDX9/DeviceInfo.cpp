@@ -1,6 +1,6 @@
 #include <VexilDX9/DeviceInfo.h>
 
-#include <VexilDX9/DeviceNaming.h>
+#include <VexilDX9/detail/DeviceNaming.h>
 #include <zeb/Exception.h>
 #include <zeb/Logger.h>
 

@@ -1,6 +1,6 @@
 #include <VexilDX9/DeviceParameter.h>
 
-#include <VexilDX9/DeviceNaming.h>
+#include <VexilDX9/detail/DeviceNaming.h>
 #include <zeb/Logger.h>
 
 ZEB_FILE_LOGGER(fileLogger, "VexilDX9.Common")

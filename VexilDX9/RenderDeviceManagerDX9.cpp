@@ -1,7 +1,7 @@
 #include <VexilDX9/RenderDeviceManagerDX9.h>
 
 #include <VexilDX9/CComPtr.h>
-#include <VexilDX9/DeviceNaming.h>
+#include <VexilDX9/detail/DeviceNaming.h>
 #include <zeb/Logger.h>
 
 ZEB_FILE_LOGGER(fileLogger, "VexilDX9.RenderDeviceManagerDX9")

@@ -1,5 +1,5 @@
 #pragma once
-// How the library's messages and lookups name device types and adapters (internal).
+// How the library's messages and lookups name device types and adapters. Internal: not installed.
 #include <zeb/String.h>
 
 #include <d3d9.h>
