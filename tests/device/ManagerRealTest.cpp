@@ -157,6 +157,29 @@ TEST_F(ManagerOnWine, DevicesListedPerTypeAndDroppedByClear) {
     EXPECT_TRUE(manager.renderDevice(D3DDEVTYPE_HAL, window.handle())->findRenderBuffer(window.handle(), buffer));
 }
 
+TEST_F(ManagerOnWine, CopiesShareDevicesButNotGroups) {
+    TestWindow window, other;
+    RenderDeviceManagerDX9 manager;
+    {
+        // Parameters filed in a copy stay out of the original's groups.
+        RenderDeviceManagerDX9 copy(manager);
+        ASSERT_EQ(1u, copy.createRenderDevice(D3DDEVTYPE_HAL, parameters({parameter(adapterName(), {windowedChain(other.handle())})}),
+                                              other.handle()));
+        watch(copy.renderDevice(D3DDEVTYPE_HAL, other.handle())->d3dDevice().get());
+    }
+    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, parameters({parameter(adapterName(), {windowedChain(window.handle())})}),
+                                             window.handle()));
+    RenderDeviceManagerDX9::RenderDeviceReference device = manager.renderDevice(D3DDEVTYPE_HAL, window.handle());
+    RenderBuffer buffer;
+    EXPECT_TRUE(device->findRenderBuffer(window.handle(), buffer));
+    watch(device->d3dDevice().get());
+
+    RenderDeviceManagerDX9 copy(manager);
+    EXPECT_EQ(device.get(), copy.renderDevice(D3DDEVTYPE_HAL, window.handle()).get());
+    copy.clear();
+    EXPECT_TRUE(device->d3dDevice()) << "the original still shares the device";
+}
+
 TEST_F(ManagerOnWine, MultisamplingIsHonouredWhenTheAdapterCanAndDroppedWhenNot) {
     IDirect3D9* d3d = createHook().createReal(D3D_SDK_VERSION);
     D3DDISPLAYMODE mode = {};
