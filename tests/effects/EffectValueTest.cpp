@@ -7,6 +7,10 @@
 namespace {
 
 class EffectValueTest : public EffectTest {
+public:
+    // The holders' destructors may throw; the fixture must still match gtest's noexcept one.
+    ~EffectValueTest() noexcept override {}
+
 protected:
     void SetUp() override {
         EffectTest::SetUp();
