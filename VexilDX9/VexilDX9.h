@@ -13,3 +13,9 @@
 #include <VexilDX9/RenderDeviceManagerDX9.h>
 #include <VexilDX9/DeviceInfo.h>
 #include <VexilDX9/Query.h>
+#include <VexilDX9/SceneLoaderX.h>
+#include <VexilDX9/FrameNodeIndexer.h>
+#include <VexilDX9/MeshContainerTuple.h>
+#include <VexilDX9/FrameTuple.h>
+#include <VexilDX9/TextureTuple.h>
+#include <VexilDX9/Viewer.h>

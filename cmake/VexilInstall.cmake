@@ -2,7 +2,7 @@
 # libraries) and lib/cmake/VexilDX9 (the package: find_package(VexilDX9 CONFIG)).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS Zebcore VexilDX9 EXPORT VexilDX9Targets
+install(TARGETS Zebcore VexilDX9 d3dx9_37 EXPORT VexilDX9Targets
         RUNTIME DESTINATION bin
         LIBRARY DESTINATION bin
         ARCHIVE DESTINATION lib)

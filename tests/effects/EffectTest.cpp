@@ -181,11 +181,10 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
 
     std::vector<char> good = fileBytes("test-effects\\marks.fxo");
     ASSERT_GT(good.size(), 64u);
-    std::vector<char> truncated(good.begin(), good.begin() + static_cast<long>(good.size() / 2));
     std::vector<char> garbage(good.size(), '\x5A');
-    EXPECT_FALSE(effect.load(writeFile("truncated.fxo", truncated).c_str(), deviceHolder()));
     EXPECT_FALSE(effect.load(writeFile("garbage.fxo", garbage).c_str(), deviceHolder()));
     EXPECT_FALSE(effect.load(writeFile("empty.fxo", {}).c_str(), deviceHolder()));
+    EXPECT_EQ(3u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
 
     EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
     EXPECT_EQ(3u, effect.numTechniques());

@@ -52,7 +52,8 @@ TEST_F(EffectValueTest, ScalarsVectorsAndMatricesRoundTrip) {
     ASSERT_TRUE(setParameter(m_effect, handle("Enabled"), false));
     ASSERT_TRUE(getParameter(m_effect, handle("Enabled"), enabled));
     EXPECT_FALSE(enabled);
-    ASSERT_EQ(D3D_OK, m_effect.effect()->SetInt(handle("Enabled"), 2));
+    const int two = 2;  // raw bytes: SetInt/SetBool would normalise the flag
+    ASSERT_EQ(D3D_OK, m_effect.effect()->SetValue(handle("Enabled"), &two, sizeof two));
     ASSERT_TRUE(getParameter(m_effect, handle("Enabled"), enabled));
     EXPECT_FALSE(enabled) << "only exactly 1 reads as true";
 

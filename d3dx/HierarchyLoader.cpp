@@ -1,0 +1,127 @@
+#include "SkinInfoWrap.h"
+#include "SystemD3DX.h"
+#include "XAnimation.h"
+
+#include <d3dx9.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+using LoadFromMemory = HRESULT(WINAPI*)(const void*, DWORD, DWORD, IDirect3DDevice9*, ID3DXAllocateHierarchy*,
+                                        ID3DXLoadUserData*, D3DXFRAME**, ID3DXAnimationController**);
+
+// Stands between the system loader and the caller's allocator so that mesh containers receive
+// the completed skin info. The wrapper reference is ours: the caller AddRefs what it keeps.
+class SkinWrappingAllocator : public ID3DXAllocateHierarchy {
+public:
+    explicit SkinWrappingAllocator(ID3DXAllocateHierarchy* inner) : m_inner(inner) {}
+
+    STDMETHOD(CreateFrame)(THIS_ const char* name, D3DXFRAME** newFrame) override
+    {
+        return m_inner->CreateFrame(name, newFrame);
+    }
+
+    STDMETHOD(CreateMeshContainer)(THIS_ const char* name, const D3DXMESHDATA* meshData,
+                                   const D3DXMATERIAL* materials, const D3DXEFFECTINSTANCE* effectInstances,
+                                   DWORD materialCount, const DWORD* adjacency, ID3DXSkinInfo* skinInfo,
+                                   D3DXMESHCONTAINER** newMeshContainer) override
+    {
+        ID3DXSkinInfo* wrapped = vexilWrapSkinInfo(skinInfo);
+        HRESULT hr = m_inner->CreateMeshContainer(name, meshData, materials, effectInstances, materialCount,
+                                                  adjacency, wrapped, newMeshContainer);
+        if (wrapped)
+            wrapped->Release();
+        return hr;
+    }
+
+    STDMETHOD(DestroyFrame)(THIS_ D3DXFRAME* frame) override { return m_inner->DestroyFrame(frame); }
+
+    STDMETHOD(DestroyMeshContainer)(THIS_ D3DXMESHCONTAINER* meshContainer) override
+    {
+        return m_inner->DestroyMeshContainer(meshContainer);
+    }
+
+private:
+    ID3DXAllocateHierarchy* m_inner;
+};
+
+bool readWholeFile(const wchar_t* fileName, std::vector<char>& contents)
+{
+    FILE* file = _wfopen(fileName, L"rb");
+    if (!file)
+        return false;
+    char chunk[65536];
+    size_t got;
+    while ((got = fread(chunk, 1, sizeof chunk, file)) > 0)
+        contents.insert(contents.end(), chunk, chunk + got);
+    fclose(file);
+    return true;
+}
+
+} // namespace
+
+extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, DWORD dataSize, DWORD flags,
+                                                             IDirect3DDevice9* device, ID3DXAllocateHierarchy* allocator,
+                                                             ID3DXLoadUserData* userDataLoader, D3DXFRAME** frameRoot,
+                                                             ID3DXAnimationController** controller)
+{
+    auto systemLoad = systemD3DXFunction<LoadFromMemory>("D3DXLoadMeshHierarchyFromXInMemory");
+    if (!systemLoad)
+        return E_FAIL;
+    if (controller)
+        *controller = nullptr;
+    XAnimationContent animation;
+    const bool prepared = data && prepareXFile(static_cast<const char*>(data), dataSize, animation);
+    SkinWrappingAllocator wrapper(allocator);
+    ID3DXAllocateHierarchy* callbacks = allocator ? &wrapper : nullptr;
+    ID3DXAnimationController* systemController = nullptr;
+    HRESULT hr;
+    if (prepared) {
+        hr = systemLoad(animation.loadableFile.data(), DWORD(animation.loadableFile.size()), flags, device, callbacks,
+                        userDataLoader, frameRoot, nullptr);
+        // Should our copy ever trip the system loader, the file as given still gets its chance.
+        if (FAILED(hr))
+            hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot, nullptr);
+    } else {
+        hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot,
+                        controller ? &systemController : nullptr);
+    }
+    if (FAILED(hr) || !controller || !frameRoot)
+        return hr;
+    if (prepared) {
+        *controller = createXAnimationController(animation, *frameRoot);
+    } else {
+        // Compressed files, which we do not read: whatever the system made of them.
+        *controller = systemController;
+    }
+    return hr;
+}
+
+extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXW(const WCHAR* fileName, DWORD flags, IDirect3DDevice9* device,
+                                                      ID3DXAllocateHierarchy* allocator,
+                                                      ID3DXLoadUserData* userDataLoader, D3DXFRAME** frameRoot,
+                                                      ID3DXAnimationController** controller)
+{
+    if (!fileName)
+        return D3DERR_INVALIDCALL;
+    std::vector<char> contents;
+    if (!readWholeFile(fileName, contents) || contents.empty())
+        return D3DXERR_INVALIDDATA;
+    return D3DXLoadMeshHierarchyFromXInMemory(contents.data(), static_cast<DWORD>(contents.size()), flags, device,
+                                              allocator, userDataLoader, frameRoot, controller);
+}
+
+extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXA(const char* fileName, DWORD flags, IDirect3DDevice9* device,
+                                                      ID3DXAllocateHierarchy* allocator,
+                                                      ID3DXLoadUserData* userDataLoader, D3DXFRAME** frameRoot,
+                                                      ID3DXAnimationController** controller)
+{
+    if (!fileName)
+        return D3DERR_INVALIDCALL;
+    int length = MultiByteToWideChar(CP_ACP, 0, fileName, -1, nullptr, 0);
+    std::vector<wchar_t> wide(length > 0 ? length : 1);
+    MultiByteToWideChar(CP_ACP, 0, fileName, -1, wide.data(), length);
+    return D3DXLoadMeshHierarchyFromXW(wide.data(), flags, device, allocator, userDataLoader, frameRoot, controller);
+}

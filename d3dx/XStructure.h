@@ -1,0 +1,31 @@
+#pragma once
+#include <cstddef>
+#include <string>
+#include <vector>
+
+// A structural reader for the text and binary encodings of X files. It keeps the numbers only of the objects
+// it is asked about (the animation templates); everything else is walked over, so a mesh with a
+// hundred thousand vertices costs no memory.
+struct XObject {
+    std::string type;
+    std::string name;
+    std::vector<double> numbers;          // data members in file order, separators dropped
+    std::vector<std::string> references;  // "{ name }" children
+    std::vector<XObject> children;
+    size_t begin = 0;  // byte range of the whole object in the file, type name to closing brace
+    size_t end = 0;
+};
+
+struct XFileOutline {
+    std::vector<std::string> declaredTemplates;
+    std::vector<XObject> topLevel;
+};
+
+// True for "xof 03xxtxt 0032/0064" headers.
+bool isTextXFile(const char* data, size_t size);
+// True for "xof 03xxbin 0032/0064" headers (uncompressed binary).
+bool isBinaryXFile(const char* data, size_t size);
+
+// Reads the structure of a text or binary X file. Returns false when the braces do not balance or the text
+// is cut short; `file` then holds what came before the fault.
+bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XFileOutline& file);

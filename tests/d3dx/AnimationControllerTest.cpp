@@ -1,0 +1,277 @@
+#include <d3dx9.h>
+#include <gtest/gtest.h>
+
+#include "TestHierarchy.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using vexiltest::matrixNear;
+using vexiltest::srtMatrix;
+
+const D3DXVECTOR3 kY(0, 1, 0);
+
+D3DXQUATERNION aboutY(float degrees)
+{
+    D3DXQUATERNION q;
+    D3DXQuaternionRotationAxis(&q, &kY, D3DXToRadian(degrees));
+    return q;
+}
+
+// "walk" moves "bone" over 2 seconds (10 ticks per second): translation (0,0,0) -> (10,20,0)
+// -> (10,20,-40) at ticks 0, 10, 20; scale x 1 -> 3 over ticks 0..20; rotation about Y 0 -> 90
+// degrees over ticks 0..10. "lift" holds "bone" at (0,100,0), unscaled, unrotated.
+class Controller : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(S_OK, D3DXCreateKeyframedAnimationSet("walk", 10.0, D3DXPLAY_LOOP, 1, 0, nullptr, &m_walk));
+        D3DXKEY_VECTOR3 translation[3] = {{0, {0, 0, 0}}, {10, {10, 20, 0}}, {20, {10, 20, -40}}};
+        D3DXKEY_VECTOR3 scale[2] = {{0, {1, 1, 1}}, {20, {3, 1, 1}}};
+        D3DXKEY_QUATERNION rotation[2] = {{0, aboutY(0)}, {10, aboutY(90)}};
+        ASSERT_EQ(S_OK, m_walk->RegisterAnimationSRTKeys("bone", 2, 2, 3, scale, rotation, translation, nullptr));
+
+        ASSERT_EQ(S_OK, D3DXCreateKeyframedAnimationSet("lift", 10.0, D3DXPLAY_LOOP, 1, 0, nullptr, &m_lift));
+        D3DXKEY_VECTOR3 up = {0, {0, 100, 0}};
+        ASSERT_EQ(S_OK, m_lift->RegisterAnimationSRTKeys("bone", 0, 0, 1, nullptr, nullptr, &up, nullptr));
+
+        ASSERT_EQ(S_OK, D3DXCreateAnimationController(2, 2, 2, 0, &m_controller));
+        D3DXMatrixIdentity(&m_bone);
+        D3DXMatrixScaling(&m_still, 2, 2, 2);
+        ASSERT_EQ(S_OK, m_controller->RegisterAnimationOutput("bone", &m_bone, &m_boneScale, &m_boneRotation,
+                                                              &m_boneTranslation));
+        ASSERT_EQ(S_OK, m_controller->RegisterAnimationOutput("still", &m_still, nullptr, nullptr, nullptr));
+        ASSERT_EQ(S_OK, m_controller->RegisterAnimationSet(m_walk));
+        ASSERT_EQ(S_OK, m_controller->RegisterAnimationSet(m_lift));
+        ASSERT_EQ(S_OK, m_controller->SetTrackAnimationSet(0, m_walk));
+    }
+
+    void TearDown() override
+    {
+        for (IUnknown* object : {static_cast<IUnknown*>(m_controller), static_cast<IUnknown*>(m_walk),
+                                 static_cast<IUnknown*>(m_lift)}) {
+            if (object)
+                object->Release();
+        }
+    }
+
+    double trackPosition(UINT track)
+    {
+        D3DXTRACK_DESC desc;
+        EXPECT_EQ(S_OK, m_controller->GetTrackDesc(track, &desc));
+        return desc.Position;
+    }
+
+    ID3DXKeyframedAnimationSet* m_walk = nullptr;
+    ID3DXKeyframedAnimationSet* m_lift = nullptr;
+    ID3DXAnimationController* m_controller = nullptr;
+    D3DXMATRIX m_bone, m_still;
+    D3DXVECTOR3 m_boneScale, m_boneTranslation;
+    D3DXQUATERNION m_boneRotation;
+};
+
+TEST_F(Controller, AdvanceTimeWritesScaleRotationTranslationAndLoopsPastTheEnd)
+{
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    EXPECT_DOUBLE_EQ(0.5, m_controller->GetTime());
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+    EXPECT_FLOAT_EQ(1.5f, m_boneScale.x);
+    EXPECT_FLOAT_EQ(10.0f, m_boneTranslation.y);
+
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));  // on the key at tick 10
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0})));
+
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(1.5, nullptr));  // 2.5 s: round again to 0.5 s
+    EXPECT_DOUBLE_EQ(2.5, trackPosition(0));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+
+    D3DXMATRIX stillExpected;
+    D3DXMatrixScaling(&stillExpected, 2, 2, 2);
+    EXPECT_TRUE(matrixNear(m_still, stillExpected)) << "an output no set animates keeps its matrix";
+}
+
+TEST_F(Controller, NegativeSpeedPlaysBackwardsAndTrackPositionCanBeSet)
+{
+    ASSERT_EQ(S_OK, m_controller->SetTrackSpeed(0, -1.0f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPosition(0, 1.0));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    EXPECT_DOUBLE_EQ(0.5, trackPosition(0));
+    EXPECT_DOUBLE_EQ(0.5, m_controller->GetTime()) << "global time runs forward whatever the track speed";
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(1.0, nullptr));  // -0.5 s wraps to 1.5 s
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({2.5f, 1, 1}, kY, 90, {10, 20, -20})));
+
+    ASSERT_EQ(S_OK, m_controller->SetTrackSpeed(0, 2.0f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPosition(0, 0.0));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.25, nullptr));
+    EXPECT_DOUBLE_EQ(0.5, trackPosition(0));
+}
+
+TEST_F(Controller, ResetTimeRestartsTheClockButNotTheTracks)
+{
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.75, nullptr));
+    ASSERT_EQ(S_OK, m_controller->ResetTime());
+    EXPECT_DOUBLE_EQ(0.0, m_controller->GetTime());
+    EXPECT_DOUBLE_EQ(0.75, trackPosition(0));
+}
+
+TEST_F(Controller, TwoTracksBlendByWeight)
+{
+    ASSERT_EQ(S_OK, m_controller->SetTrackAnimationSet(1, m_lift));
+    ASSERT_EQ(S_OK, m_controller->SetTrackWeight(0, 0.25f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackWeight(1, 0.75f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackEnable(1, TRUE));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(1.0, nullptr));
+    // walk at 1 s: scale 2, 90 degrees, (10,20,0); lift: scale 1, 0 degrees, (0,100,0).
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.25f, 1, 1}, kY, 22.5f, {2.5f, 80, 0})));
+
+    // Weights that do not add up to one blend in the same proportions.
+    ASSERT_EQ(S_OK, m_controller->SetTrackWeight(0, 1.0f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackWeight(1, 3.0f));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPosition(0, 1.0));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.0, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.25f, 1, 1}, kY, 22.5f, {2.5f, 80, 0})));
+
+    // A disabled track neither counts nor moves.
+    ASSERT_EQ(S_OK, m_controller->SetTrackEnable(1, FALSE));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.0, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0})));
+    double lifted = trackPosition(1);
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    EXPECT_DOUBLE_EQ(lifted, trackPosition(1));
+}
+
+TEST_F(Controller, PriorityBlendMixesHighAndLowGroups)
+{
+    ASSERT_EQ(S_OK, m_controller->SetTrackAnimationSet(1, m_lift));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPriority(0, D3DXPRIORITY_HIGH));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPriority(1, D3DXPRIORITY_LOW));
+    ASSERT_EQ(S_OK, m_controller->SetTrackPosition(0, 1.0));
+    ASSERT_EQ(S_OK, m_controller->SetPriorityBlend(1.0f));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.0, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0})));
+    ASSERT_EQ(S_OK, m_controller->SetPriorityBlend(0.0f));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.0, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1, 1, 1}, kY, 0, {0, 100, 0})));
+    EXPECT_EQ(0.0f, m_controller->GetPriorityBlend());
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->SetTrackPriority(0, D3DXPRIORITY_TYPE(7)));
+}
+
+TEST_F(Controller, RegistryOfSetsAndOutputsKeepsItsLimits)
+{
+    EXPECT_EQ(2u, m_controller->GetMaxNumAnimationOutputs());
+    EXPECT_EQ(2u, m_controller->GetMaxNumAnimationSets());
+    EXPECT_EQ(2u, m_controller->GetMaxNumTracks());
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->RegisterAnimationSet(m_walk)) << "already registered";
+    D3DXMATRIX extra;
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->RegisterAnimationOutput("third", &extra, nullptr, nullptr, nullptr));
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->SetTrackSpeed(2, 1.0f)) << "past the last track";
+
+    ID3DXAnimationSet* found = nullptr;
+    ASSERT_EQ(S_OK, m_controller->GetAnimationSetByName("lift", &found));
+    EXPECT_EQ(static_cast<ID3DXAnimationSet*>(m_lift), found);
+    found->Release();
+    EXPECT_EQ(D3DERR_NOTFOUND, m_controller->GetAnimationSetByName("swim", &found));
+    ASSERT_EQ(S_OK, m_controller->GetAnimationSet(1, &found));
+    EXPECT_STREQ("lift", found->GetName());
+    found->Release();
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->GetAnimationSet(2, &found));
+
+    // A set taken out of the registry still plays on the track that holds it.
+    ASSERT_EQ(S_OK, m_controller->UnregisterAnimationSet(m_walk));
+    EXPECT_EQ(1u, m_controller->GetNumAnimationSets());
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+
+    // Outputs registered after the track was set are found by name all the same.
+    D3DXMATRIX rebound;
+    D3DXMatrixIdentity(&rebound);
+    ASSERT_EQ(S_OK, m_controller->RegisterAnimationOutput("bone", &rebound, nullptr, nullptr, nullptr));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    EXPECT_TRUE(matrixNear(rebound, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0})));
+}
+
+TEST_F(Controller, CloneCarriesTracksButAdvancesOnItsOwn)
+{
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    ID3DXAnimationController* clone = nullptr;
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_controller->CloneAnimationController(1, 2, 2, 0, &clone))
+        << "fewer outputs than registered";
+    ASSERT_EQ(S_OK, m_controller->CloneAnimationController(2, 4, 4, 0, &clone));
+    EXPECT_EQ(4u, clone->GetMaxNumTracks());
+    EXPECT_EQ(2u, clone->GetNumAnimationSets());
+    EXPECT_DOUBLE_EQ(0.5, clone->GetTime());
+    ID3DXAnimationSet* onTrack = nullptr;
+    ASSERT_EQ(S_OK, clone->GetTrackAnimationSet(0, &onTrack));
+    EXPECT_EQ(static_cast<ID3DXAnimationSet*>(m_walk), onTrack);
+    onTrack->Release();
+
+    ASSERT_EQ(S_OK, clone->AdvanceTime(0.5, nullptr));
+    EXPECT_TRUE(matrixNear(m_bone, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0}))) << "the clone writes the same outputs";
+    EXPECT_DOUBLE_EQ(0.5, trackPosition(0)) << "the original's track did not move";
+    clone->Release();
+}
+
+TEST_F(Controller, EventsAreNotScheduled)
+{
+    EXPECT_EQ(0u, m_controller->KeyTrackSpeed(0, 2.0f, 0.0, 1.0, D3DXTRANSITION_LINEAR));
+    EXPECT_EQ(0u, m_controller->GetCurrentTrackEvent(0, D3DXEVENT_TRACKSPEED));
+    ASSERT_EQ(S_OK, m_controller->AdvanceTime(0.5, nullptr));
+    D3DXTRACK_DESC desc;
+    ASSERT_EQ(S_OK, m_controller->GetTrackDesc(0, &desc));
+    EXPECT_EQ(1.0f, desc.Speed);
+}
+
+}  // namespace
+
+namespace {
+
+struct RecordingHandler : ID3DXAnimationCallbackHandler {
+    STDMETHOD(HandleCallback)(THIS_ UINT track, void* data) override
+    {
+        calls.push_back({track, static_cast<const char*>(data)});
+        return S_OK;
+    }
+    std::vector<std::pair<UINT, std::string>> calls;
+};
+
+// Callback keys at 0.5 s ("step") and 1.5 s ("land") of a 2-second loop.
+TEST(ControllerCallbacks, HandlerHearsEachKeyPassedInEitherDirection)
+{
+    static char step[] = "step";
+    static char land[] = "land";
+    D3DXKEY_CALLBACK keys[2] = {{15, land}, {5, step}};  // out of order on purpose
+    ID3DXKeyframedAnimationSet* set = nullptr;
+    ASSERT_EQ(S_OK, D3DXCreateKeyframedAnimationSet("steps", 10.0, D3DXPLAY_LOOP, 1, 2, keys, &set));
+    D3DXKEY_VECTOR3 ends[2] = {{0, {0, 0, 0}}, {20, {1, 0, 0}}};
+    ASSERT_EQ(S_OK, set->RegisterAnimationSRTKeys("bone", 0, 0, 2, nullptr, nullptr, ends, nullptr));
+    ID3DXAnimationController* controller = nullptr;
+    ASSERT_EQ(S_OK, D3DXCreateAnimationController(1, 1, 1, 0, &controller));
+    ASSERT_EQ(S_OK, controller->SetTrackAnimationSet(0, set));
+
+    RecordingHandler handler;
+    using Calls = std::vector<std::pair<UINT, std::string>>;
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.4, &handler));
+    EXPECT_EQ(Calls{}, handler.calls);
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.2, &handler));
+    EXPECT_EQ((Calls{{0, "step"}}), handler.calls);
+    ASSERT_EQ(S_OK, controller->AdvanceTime(2.0, &handler));  // 2.6 s: "land", then "step" of the next loop
+    EXPECT_EQ((Calls{{0, "step"}, {0, "land"}, {0, "step"}}), handler.calls);
+
+    handler.calls.clear();
+    ASSERT_EQ(S_OK, controller->SetTrackSpeed(0, -1.0f));
+    ASSERT_EQ(S_OK, controller->AdvanceTime(0.2, &handler));  // 2.6 -> 2.4 s passes 2.5 s backwards
+    EXPECT_EQ((Calls{{0, "step"}}), handler.calls);
+
+    handler.calls.clear();
+    ASSERT_EQ(S_OK, controller->AdvanceTime(1.0, nullptr));  // no handler: nothing to report to
+    EXPECT_TRUE(handler.calls.empty());
+    controller->Release();
+    set->Release();
+}
+
+}  // namespace

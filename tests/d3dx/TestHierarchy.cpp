@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include "TestHierarchy.h"
+
+#include <cmath>
+#include <cstring>
+#include <sstream>
+
+namespace vexiltest {
+
+namespace {
+char* copyName(const char* name)
+{
+    if (!name)
+        return nullptr;
+    char* copy = new char[std::strlen(name) + 1];
+    std::strcpy(copy, name);
+    return copy;
+}
+}  // namespace
+
+HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
+{
+    D3DXFRAME* frame = new D3DXFRAME{};
+    frame->Name = copyName(name);
+    D3DXMatrixIdentity(&frame->TransformationMatrix);
+    *newFrame = frame;
+    return S_OK;
+}
+
+HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA* meshData, const D3DXMATERIAL*,
+                                           const D3DXEFFECTINSTANCE*, DWORD, const DWORD*, ID3DXSkinInfo* skinInfo,
+                                           D3DXMESHCONTAINER** newMeshContainer)
+{
+    D3DXMESHCONTAINER* container = new D3DXMESHCONTAINER{};
+    container->Name = copyName(name);
+    container->MeshData = *meshData;
+    if (container->MeshData.pMesh)
+        container->MeshData.pMesh->AddRef();
+    container->pSkinInfo = skinInfo;
+    ++meshContainers;
+    if (skinInfo) {
+        skinInfo->AddRef();
+        if (skinInfo->GetNumBones() > 0) {
+            ++skinnedContainers;
+            bonesSeen += skinInfo->GetNumBones();
+        }
+    }
+    *newMeshContainer = container;
+    return S_OK;
+}
+
+HRESULT TestAllocator::DestroyFrame(D3DXFRAME* frame)
+{
+    delete[] frame->Name;
+    delete frame;
+    return S_OK;
+}
+
+HRESULT TestAllocator::DestroyMeshContainer(D3DXMESHCONTAINER* container)
+{
+    if (container->MeshData.pMesh)
+        container->MeshData.pMesh->Release();
+    if (container->pSkinInfo)
+        skinReferencesLeft = container->pSkinInfo->Release();
+    delete[] container->Name;
+    delete container;
+    return S_OK;
+}
+
+LoadedScene::~LoadedScene()
+{
+    if (controller)
+        controller->Release();
+    if (root)
+        D3DXFrameDestroy(root, &allocator);
+}
+
+void loadFromText(LoadedScene& scene, IDirect3DDevice9* device, const std::string& text)
+{
+    scene.result = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
+                                                      &scene.allocator, nullptr, &scene.root, &scene.controller);
+}
+
+void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::string& path)
+{
+    scene.result = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, &scene.allocator, nullptr,
+                                               &scene.root, &scene.controller);
+}
+
+D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees, const D3DXVECTOR3& translation)
+{
+    D3DXMATRIX s, r, t, sr, out;
+    D3DXMatrixScaling(&s, scale.x, scale.y, scale.z);
+    D3DXMatrixRotationAxis(&r, &axis, D3DXToRadian(degrees));
+    D3DXMatrixTranslation(&t, translation.x, translation.y, translation.z);
+    D3DXMatrixMultiply(&sr, &s, &r);
+    D3DXMatrixMultiply(&out, &sr, &t);
+    return out;
+}
+
+::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)
+{
+    for (int r = 0; r < 4; ++r) {
+        for (int c = 0; c < 4; ++c) {
+            if (std::fabs(actual.m[r][c] - expected.m[r][c]) > tolerance) {
+                std::ostringstream out;
+                out << "element [" << r << "][" << c << "] is " << actual.m[r][c] << ", expected " << expected.m[r][c]
+                    << "\nactual:  ";
+                for (int i = 0; i < 16; ++i)
+                    out << actual.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
+                out << "\nexpected: ";
+                for (int i = 0; i < 16; ++i)
+                    out << expected.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
+                return ::testing::AssertionFailure() << out.str();
+            }
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+}  // namespace vexiltest

@@ -1,0 +1,246 @@
+#include "SceneSupport.h"
+
+#include <VexilDX9/TextureTuple.h>
+
+#include <LogCapture.h>
+#include <TestDevice.h>
+#include <TestPaths.h>
+
+#include <deque>
+
+using namespace scenetest;
+
+namespace {
+
+const unsigned kTop = FrameNode::noParent;
+
+// Frames linked by hand the way D3DX links them.
+class Tree {
+public:
+    D3DXFRAME* add(const char* name, D3DXFRAME** chain = nullptr) {
+        m_names.emplace_back(name);
+        m_frames.emplace_back();
+        m_frames.back().Name = &m_names.back()[0];
+        while (chain && *chain) chain = &(*chain)->pFrameSibling;
+        if (chain) *chain = &m_frames.back();
+        return &m_frames.back();
+    }
+
+private:
+    std::deque<D3DXFRAME> m_frames;
+    std::deque<std::string> m_names;
+};
+
+std::vector<std::string> strings(const zeb::Array<zeb::String>& names) {
+    std::vector<std::string> result;
+    for (const zeb::String& n : names) result.push_back(n.getUTF8String().c_str());
+    return result;
+}
+
+}  // namespace
+
+TEST(FrameNodeIndexer, BuildsTheBreadthFirstTableAndSwitchesSubtreesOff) {
+    vexiltest::LogCapture log;
+    Tree t;  // A(B(D, E), C(F)), then the root's sibling S, and a second "E" under F
+    D3DXFRAME* a = t.add("A");
+    D3DXFRAME* b = t.add("B", &a->pFrameFirstChild);
+    D3DXFRAME* c = t.add("C", &a->pFrameFirstChild);
+    t.add("D", &b->pFrameFirstChild);
+    D3DXFRAME* e = t.add("E", &b->pFrameFirstChild);
+    D3DXFRAME* f = t.add("F", &c->pFrameFirstChild);
+    t.add("S", &a->pFrameSibling);
+    FrameNodeIndexer index;
+    ASSERT_TRUE(index.initialize(a));
+    EXPECT_EQ(tableOf(index), (std::vector<FrameRow>{{"A", kTop}, {"S", kTop}, {"B", 0}, {"C", 0}, {"D", 2}, {"E", 2}, {"F", 3}}));
+    EXPECT_TRUE(indexInvariantsHold(index, a));
+
+    EXPECT_TRUE(index.disableFrameRendering("Nobody").empty());
+    EXPECT_EQ(log.count("VexilDX9", "Cannot find frame Nobody"), 1u) << log.dump();
+    EXPECT_EQ(strings(index.disableFrameRendering("E")), (std::vector<std::string>{"E"}));
+    FrameNodeIndexer copy(index);
+    // The root's subtree, not its siblings; frames already off are reported again.
+    EXPECT_EQ(strings(copy.disableFrameRendering("A")), (std::vector<std::string>{"A", "B", "C", "D", "E", "F"}));
+    EXPECT_TRUE(copy.frameByName("S").m_renderFrame);
+    EXPECT_TRUE(index.frameByName("B").m_renderFrame) << "copies are deep";
+
+    t.add("E", &f->pFrameFirstChild);
+    EXPECT_FALSE(index.initialize(a)) << "duplicate names";
+    EXPECT_EQ(index.size(), 8u);
+    EXPECT_EQ(index.frameByName("E").m_frame, e);
+    EXPECT_TRUE(index.frameByName("E").m_renderFrame) << "a rebuilt table starts switched on";
+    EXPECT_TRUE(indexInvariantsHold(index, a));
+
+    EXPECT_FALSE(index.initialize(nullptr));
+    EXPECT_EQ(index.size(), 8u) << "a null root keeps the table";
+    EXPECT_EQ(log.count("VexilDX9", "Null root passed to function"), 1u);
+    EXPECT_THROW(index[8], zeb::IndexOutOfBounds);
+    EXPECT_THROW(index[-1], zeb::IndexOutOfBounds);
+    EXPECT_THROW(index.frameByName("Nobody"), zeb::HashKeyMissing);
+}
+
+TEST(FrameNodeIndexer, FlattensAChainTooDeepForRecursion) {
+    const unsigned depth = 200000;
+    std::vector<D3DXFRAME> frames(depth);
+    std::vector<std::string> names(depth);
+    for (unsigned i = 0; i < depth; ++i) {
+        names[i] = "f" + std::to_string(i);
+        frames[i].Name = &names[i][0];
+        if (i) frames[i - 1].pFrameFirstChild = &frames[i];
+    }
+    FrameNodeIndexer index;
+    ASSERT_TRUE(index.initialize(&frames[0]));
+    for (unsigned i = 1; i < depth; ++i) ASSERT_EQ(index[int(i)].m_parentIndex, i - 1);
+    EXPECT_EQ(index.disableFrameRendering("f199990").size(), 10u);
+}
+
+// ---- Trees loaded through D3DX ------------------------------------------------------------
+
+namespace {
+
+class LoadedIndex : public vexiltest::DeviceTest {
+protected:
+    void SetUp() override {
+        DeviceTest::SetUp();
+        loader.assignNamelessFrameToName("dummy_");
+        loader.setTextureFileRootDirectory("T");
+    }
+    // Loads, indexes and checks the table against the invariants and the expected rows.
+    void check(const std::string& path, const std::vector<FrameRow>& expected, bool distinctNames = true) {
+        SCOPED_TRACE(path);
+        loader.resetDummyFrameCounter();
+        LoadedHierarchy scene(device(), path, loader);
+        ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
+        FrameNodeIndexer index;
+        EXPECT_EQ(index.initialize(scene.root()), distinctNames);
+        EXPECT_TRUE(indexInvariantsHold(index, scene.root()));
+        EXPECT_EQ(tableOf(index), expected);
+    }
+    SceneLoaderX loader;
+};
+
+std::string nested(unsigned depth) { return depth ? frame("deep" + std::to_string(depth), nested(depth - 1)) : ""; }
+
+}  // namespace
+
+TEST_F(LoadedIndex, GeneratedFixturesIndexAsTheirTextNests) {
+    std::string wide;
+    for (unsigned i = 0; i < 150; ++i) wide += frame(i % 3 ? "w" + std::to_string(i) : "", "");
+    std::string mixed = frame("Root", frame("", frame("Leaf", "") + frame("", "")) + frame("Twin", frame("Twin", "")) +
+                                          frame("Mid", quadMesh("", "") + frame("", "")));
+    for (const auto& fixture : {std::make_pair("deep.x", xHeader() + nested(60)),
+                                std::make_pair("wide.x", xHeader() + frame("Hub", wide)),
+                                std::make_pair("mixed.x", xHeader() + mixed)})
+        check(writeFixture(fixture.first, fixture.second), expectedTableFromText(fixture.second, "dummy_"),
+              fixture.second != xHeader() + mixed);
+}
+
+TEST_F(LoadedIndex, SamplesIndexAsTheirFilesNest) {
+    VEXIL_REQUIRE_SAMPLES();
+    std::string dir = vexiltest::samplesDir() + "\\";
+    for (const char* file : {"sdk\\Tiny\\tiny.x", "sdk\\misc\\Cube.x", "assimp\\test_cube_text.x"})
+        check(dir + file, expectedTableFromText(readFile(dir + file), "dummy_"));
+    // Compressed and binary encodings; their nesting read from the decoded files.
+    check(dir + "sdk\\Dwarf\\Dwarf.x", {{"DXCC_ROOT", kTop}, {"dummy_0", 0}, {"Drawf", 1}, {"side", 1}, {"front", 1},
+                                        {"top", 1}, {"persp", 1}, {"Sword_new", 2}, {"backpack_new", 2}, {"Body1", 2},
+                                        {"Armor_new", 2}, {"Face_gear_new", 2}, {"Head_new", 2}});
+    for (const char* file : {"assimp\\test_cube_binary.x", "assimp\\test_cube_compressed.x"})
+        check(dir + file, {{"Root", kTop}, {"Cube", 0}});
+
+    LoadedHierarchy tiny(device(), dir + "sdk\\Tiny\\tiny.x", loader);
+    FrameNodeIndexer index;
+    ASSERT_TRUE(index.initialize(tiny.root()));
+    EXPECT_EQ(index.size(), 48u);
+    ID3DXSkinInfo* skinInfo = nullptr;
+    for (D3DXFRAME* f : framesPreOrder(tiny.root()))
+        if (f->pMeshContainer && f->pMeshContainer->pSkinInfo->GetNumBones()) skinInfo = f->pMeshContainer->pSkinInfo;
+    ASSERT_NE(skinInfo, nullptr);
+    EXPECT_EQ(skinInfo->GetNumBones(), 35u);
+    for (DWORD bone = 0; bone < skinInfo->GetNumBones(); ++bone)
+        EXPECT_TRUE(index.frameListIndex().contains(zeb::String(skinInfo->GetBoneName(bone))));
+}
+
+// ---- The texture index built on a loaded tree -------------------------------------------------
+
+namespace {
+
+std::vector<unsigned> idsOf(const MeshContainerTuple& tuple) {
+    std::vector<unsigned> ids;
+    for (unsigned i = 0; i < tuple.numAttribute(); ++i) ids.push_back(tuple[int(i)]);
+    return ids;
+}
+
+// Every subset of every container grouped by texture, the way the renderer walks them.
+zeb::OrderedHashTable<zeb::String, TextureTuple> textureIndex(FrameNodeIndexer& frames) {
+    zeb::OrderedHashTable<zeb::String, TextureTuple> table;
+    for (unsigned i = 0; i < frames.size(); ++i)
+        for (D3DXMESHCONTAINER* c : containersOf(frames[int(i)].m_frame))
+            for (DWORD a = 0; a < c->NumMaterials; ++a) {
+                MeshContainerTuple container;
+                container.setMeshContainer(c);
+                container.addAttributeId(a);
+                FrameTuple frame;
+                frame.setFrame(&frames[int(i)]);
+                frame.addMeshContainer(container);
+                zeb::String key(*c->pMaterials[a].pTextureFilename ? c->pMaterials[a].pTextureFilename : "NULL");
+                if (!table.contains(key)) table.insert(key, TextureTuple());
+                table[key].addFrame(frame);
+            }
+    return table;
+}
+
+}  // namespace
+
+TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
+    vexiltest::LogCapture log;
+    std::string two = materialList({material(1, 0, 0, 1, 1, "a.bmp"), material(0, 1, 0, 1, 1, "")}, 0, 1);
+    std::string three = materialList({material(1, 1, 1, 1, 1, ""), material(1, 1, 1, 1, 1, "a.bmp"),
+                                      material(1, 1, 1, 1, 1, "")}, 1, 2);
+    std::string text = xHeader() + frame("Root", frame("Pair", quadMesh("", two) + quadMesh("", three)) +
+                                                     frame("Twin", quadMesh("Left", two)) +
+                                                     frame("Twin", quadMesh("Right", two) + quadMesh("Right", two)));
+    LoadedHierarchy scene(device(), writeFixture("tuples.x", text), loader);
+    ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
+    FrameNodeIndexer frames;
+    EXPECT_FALSE(frames.initialize(scene.root()));  // the two frames named "Twin"
+    EXPECT_TRUE(indexInvariantsHold(frames, scene.root()));
+    zeb::OrderedHashTable<zeb::String, TextureTuple> table = textureIndex(frames);
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table.keyAt(0), zeb::String("T\\a.bmp"));
+
+    // Both nameless containers of "Pair" share one tuple that draws with the first container.
+    std::vector<D3DXMESHCONTAINER*> pair = containersOf(D3DXFrameFind(scene.root(), "Pair"));
+    const FrameTuple& pairTuple = table[zeb::String("T\\a.bmp")].frameTable()[zeb::String("Pair")];
+    ASSERT_EQ(pairTuple.childMeshTable().size(), 1u);
+    const MeshContainerTuple& merged = pairTuple.childMeshTable().valueAt(0);
+    EXPECT_EQ(merged.meshContainer(), pair[0]);
+    EXPECT_EQ(merged.mesh(), pair[0]->MeshData.pMesh);
+    EXPECT_EQ(idsOf(merged), (std::vector<unsigned>{0, 1}));
+    // Same-named containers of one frame merge too; a repeated id is reported by its position.
+    const FrameTuple& twin = table[zeb::String("NULL")].frameTable()[zeb::String("Twin")];
+    EXPECT_EQ(twin.frame(), &frames.frameByName("Twin"));  // the first "Twin" keeps the tuple
+    ASSERT_EQ(twin.childMeshTable().size(), 2u);
+    EXPECT_EQ(idsOf(twin.childMeshTable()[zeb::String("Right")]), (std::vector<unsigned>{1}));
+    EXPECT_EQ(log.count("VexilDX9", "Duplicate attrib 0 for mesh Right"), 2u) << log.dump();
+    EXPECT_EQ(log.count("VexilDX9", "Attribute exist 1"), 1u);
+
+    frames.disableFrameRendering("Pair");
+    EXPECT_FALSE(pairTuple.drawFrame());
+    EXPECT_TRUE(twin.drawFrame());
+    EXPECT_TRUE(twin.transformMatrix() == frames.frameByName("Twin").m_combinedTransform);
+    FrameTuple unset;
+    EXPECT_THROW(unset.drawFrame(), zeb::AssertionFailure);
+
+    IDirect3DTexture9* raw = nullptr;
+    ASSERT_EQ(device()->CreateTexture(4, 4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, &raw, nullptr), D3D_OK);
+    COMPtr<IDirect3DTexture9>::pointer texture(raw);
+    table[zeb::String("T\\a.bmp")].setTexture(texture);
+    TextureTuple copy(table[zeb::String("T\\a.bmp")]);
+    EXPECT_EQ(copy.texture(), raw);
+    raw->AddRef();
+    EXPECT_EQ(raw->Release(), 3u);
+    copy.cleanup();
+    table.clear();
+    raw->AddRef();
+    EXPECT_EQ(raw->Release(), 1u);
+    frames.clear();
+}

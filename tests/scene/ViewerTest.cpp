@@ -1,0 +1,84 @@
+#include <VexilDX9/Viewer.h>
+
+#include <LogCapture.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace {
+
+const float kPi = 3.14159265f;
+
+template <class T, int N>::testing::AssertionResult closeTo(const T& actual, const T& expected) {
+    const float* a = &actual.x;
+    const float* e = &expected.x;
+    for (int i = 0; i < N; ++i)
+        if (std::fabs(a[i] - e[i]) > 1e-5f * (1.0f + std::fabs(e[i])))
+            return ::testing::AssertionFailure() << "element " << i << ": " << a[i] << " vs " << e[i];
+    return ::testing::AssertionSuccess();
+}
+::testing::AssertionResult same(const D3DXVECTOR3& a, const D3DXVECTOR3& e) { return closeTo<D3DXVECTOR3, 3>(a, e); }
+::testing::AssertionResult same(const D3DXMATRIX& a, const D3DXMATRIX& e) {
+    return closeTo<D3DXVECTOR4, 16>(*reinterpret_cast<const D3DXVECTOR4*>(&a), *reinterpret_cast<const D3DXVECTOR4*>(&e));
+}
+
+}  // namespace
+
+TEST(PerspectiveViewer, RotationTurnsLookAtAndUpAboutTheEyeAsPoints) {
+    PerspectiveViewer fresh;
+    D3DXMATRIX identity;
+    EXPECT_TRUE(same(fresh.matrixLookAtLH(), *D3DXMatrixIdentity(&identity)));
+    EXPECT_EQ(fresh.fovHalfAngle(), 0.7853982f);
+    fresh.setRotation(0, kPi / 2, 0);
+    EXPECT_TRUE(same(fresh.lookAtVector(), D3DXVECTOR3(1, 0, 0)));
+    EXPECT_TRUE(same(fresh.upVector(), D3DXVECTOR3(0, 1, 0)));
+
+    PerspectiveViewer back;
+    back.setTranslation(D3DXVECTOR3(0, 0, -5));
+    back.setRotation(0, kPi / 2, 0);
+    EXPECT_TRUE(same(back.lookAtVector(), D3DXVECTOR3(6, 0, -5)));
+    EXPECT_TRUE(same(back.upVector(), D3DXVECTOR3(5, 1, -5)));
+
+    // Pitch first, then yaw, then roll; successive calls accumulate.
+    PerspectiveViewer turned;
+    turned.setRotation(kPi / 4, 0, 0);
+    turned.setRotation(kPi / 4, 0, 0);
+    EXPECT_TRUE(same(turned.lookAtVector(), D3DXVECTOR3(0, -1, 0)));
+    EXPECT_TRUE(same(turned.upVector(), D3DXVECTOR3(0, 0, 1)));
+    PerspectiveViewer rolled;
+    rolled.setRotation(0, 0, kPi / 2);
+    EXPECT_TRUE(same(rolled.upVector(), D3DXVECTOR3(-1, 0, 0)));
+}
+
+TEST(PerspectiveViewer, MatricesMatchD3DXAndChangeOnlyWhenAsked) {
+    vexiltest::LogCapture log;
+    PerspectiveViewer viewer;
+    D3DXVECTOR3 eye(3, 4, -10), at(1, 0, 2), up(0.1f, 1, 0);
+    viewer.setTranslation(eye);
+    viewer.setLookAt(at);
+    viewer.setUpVector(up);
+    viewer.setFOVHalfAngle(1.1f);
+    viewer.setAspectRatio(16.0f / 9.0f);
+    viewer.setZPlane(0.5f, 250.0f);
+    D3DXMATRIX view, rhView, projection, inverse, product;
+    D3DXMatrixLookAtLH(&view, &eye, &at, &up);
+    D3DXMatrixLookAtRH(&rhView, &eye, &at, &up);
+    D3DXMatrixPerspectiveFovLH(&projection, 1.1f, 16.0f / 9.0f, 0.5f, 250.0f);
+    D3DXMatrixInverse(&inverse, nullptr, &view);
+    D3DXMatrixMultiply(&product, &view, &projection);
+
+    EXPECT_TRUE(same(viewer.matrixLookAtRH(), rhView));
+    EXPECT_TRUE(same(viewer.matrixLookAtLH(), view));
+    EXPECT_TRUE(same(viewer.matrixPerspectiveFovLH(), projection));
+    EXPECT_TRUE(same(viewer.calculateViewInverse(), inverse));
+    EXPECT_TRUE(same(viewer.calculateViewProjectionLH(), product));
+    EXPECT_TRUE(same(D3DXVECTOR3(viewer.viewInverse()._41, viewer.viewInverse()._42, viewer.viewInverse()._43), eye));
+    EXPECT_EQ(log.count("VexilDX9", " m_aspectRatio 1.77"), 1u) << log.dump();
+    EXPECT_EQ(log.count("VexilDX9", " m_zFar 250"), 1u);
+
+    viewer.setTranslation(D3DXVECTOR3(0, 0, 0));
+    PerspectiveViewer copy(viewer);
+    EXPECT_TRUE(same(copy.view(), view));
+    EXPECT_TRUE(same(copy.viewProjection(), product));
+}
