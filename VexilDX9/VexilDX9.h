@@ -7,6 +7,12 @@
 #include <VexilDX9/Effect.h>
 #include <VexilDX9/EffectValue.h>
 #include <VexilDX9/Technique.h>
+#include <VexilDX9/CComPtr.h>
+#include <VexilDX9/DeviceParameter.h>
+#include <VexilDX9/RenderDeviceDX9.h>
+#include <VexilDX9/RenderDeviceManagerDX9.h>
+#include <VexilDX9/DeviceInfo.h>
+#include <VexilDX9/Query.h>
 #include <VexilDX9/SceneLoaderX.h>
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <VexilDX9/MeshContainerTuple.h>

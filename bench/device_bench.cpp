@@ -1,0 +1,142 @@
+// Render device management against bare Direct3D: bringing a windowed device up and down through
+// the manager, and finding the device of a window among 64.
+#include <VexilDX9/VexilDX9.h>
+
+#include "BenchTimer.h"
+
+#include <d3d9.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+namespace {
+
+const unsigned kWindows = 64;
+const unsigned kLookupRounds = 20000;
+volatile UINT_PTR g_sink;
+
+HWND makeWindow() {
+    static bool registered = false;
+    if (!registered) {
+        WNDCLASSW wc = {};
+        wc.lpfnWndProc = DefWindowProcW;
+        wc.hInstance = GetModuleHandleW(nullptr);
+        wc.lpszClassName = L"VexilDeviceBench";
+        RegisterClassW(&wc);
+        registered = true;
+    }
+    return CreateWindowExW(0, L"VexilDeviceBench", L"bench", WS_OVERLAPPEDWINDOW, 0, 0, 160, 120, nullptr, nullptr,
+                           GetModuleHandleW(nullptr), nullptr);
+}
+
+VexilDX9::SwapChainParameterDX9 windowedChain(HWND window) {
+    VexilDX9::SwapChainParameterDX9 chain;
+    chain.backBufferCount = 1;
+    chain.spareWord = 0;
+    chain.windowed = true;
+    chain.depthStencil = true;
+    chain.window = window;
+    return chain;
+}
+
+zeb::Array<VexilDX9::RenderDeviceParameterDX9> parametersFor(const zeb::String& adapter, const std::vector<HWND>& windows) {
+    VexilDX9::RenderDeviceParameterDX9 parameter;
+    parameter.adapterId = adapter;
+    for (HWND window : windows) parameter.swapChains.append(windowedChain(window));
+    zeb::Array<VexilDX9::RenderDeviceParameterDX9> all;
+    all.append(parameter);
+    return all;
+}
+
+// What the manager asks of Direct3D for one windowed chain with a depth buffer, done by hand.
+bool bareDeviceUpAndDown(HWND window) {
+    IDirect3D9* d3d = Direct3DCreate9(D3D_SDK_VERSION);
+    if (!d3d) return false;
+    D3DDISPLAYMODE mode = {};
+    d3d->GetAdapterDisplayMode(D3DADAPTER_DEFAULT, &mode);
+    D3DPRESENT_PARAMETERS pp = {};
+    pp.hDeviceWindow = window;
+    pp.Windowed = TRUE;
+    pp.BackBufferFormat = mode.Format;
+    pp.BackBufferCount = 1;
+    pp.EnableAutoDepthStencil = TRUE;
+    pp.AutoDepthStencilFormat = D3DFMT_D24S8;
+    pp.Flags = D3DPRESENTFLAG_DISCARD_DEPTHSTENCIL;
+    pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
+    IDirect3DDevice9* device = nullptr;
+    HRESULT hr = d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window, D3DCREATE_HARDWARE_VERTEXPROCESSING, &pp,
+                                   &device);
+    if (device) device->Release();
+    d3d->Release();
+    return SUCCEEDED(hr);
+}
+
+bool managedDeviceUpAndDown(const zeb::String& adapter, HWND window) {
+    VexilDX9::RenderDeviceManagerDX9 manager;
+    return manager.createRenderDevice(D3DDEVTYPE_HAL, parametersFor(adapter, {window}), window) == 1;
+}
+
+void benchDeviceLifetime(const zeb::String& adapter) {
+    HWND window = makeWindow();
+    // Warm both paths once (driver start-up), then alternate so drift hits both alike.
+    bool ok = bareDeviceUpAndDown(window) && managedDeviceUpAndDown(adapter, window);
+    double ours = 1e30, theirs = 1e30;
+    for (int round = 0; round < 7; ++round) {
+        theirs = std::min(theirs, vexilbench::bestOf(1, [&] { ok = bareDeviceUpAndDown(window) && ok; }));
+        ours = std::min(ours, vexilbench::bestOf(1, [&] { ok = managedDeviceUpAndDown(adapter, window) && ok; }));
+    }
+    if (!ok) std::printf("device creation failed\n");
+    vexilbench::report("createRenderDevice + teardown (1 window)", ours, theirs, "Direct3DCreate9/CreateDevice/Release", 1.1);
+    DestroyWindow(window);
+}
+
+void benchWindowLookup(const zeb::String& adapter) {
+    std::vector<HWND> windows;
+    for (unsigned i = 0; i < kWindows; ++i) windows.push_back(makeWindow());
+    VexilDX9::RenderDeviceManagerDX9 manager;
+    if (manager.createRenderDevice(D3DDEVTYPE_HAL, parametersFor(adapter, windows), windows[0]) != 1) {
+        std::printf("device creation failed\n");
+        return;
+    }
+    std::vector<std::pair<HWND, VexilDX9::RenderDeviceDX9*>> direct;
+    for (HWND window : windows) direct.emplace_back(window, manager.renderDevice(D3DDEVTYPE_HAL, window).get());
+
+    double ours = vexilbench::bestOf(5, [&] {
+        UINT_PTR sum = 0;
+        for (unsigned round = 0; round < kLookupRounds; ++round)
+            for (HWND window : windows) sum += reinterpret_cast<UINT_PTR>(manager.renderDevice(D3DDEVTYPE_HAL, window).get());
+        g_sink = sum;
+    });
+    double theirs = vexilbench::bestOf(5, [&] {
+        UINT_PTR sum = 0;
+        for (unsigned round = 0; round < kLookupRounds; ++round) {
+            for (HWND window : windows) {
+                for (const auto& entry : direct) {
+                    if (entry.first == window) {
+                        sum += reinterpret_cast<UINT_PTR>(entry.second);
+                        break;
+                    }
+                }
+            }
+        }
+        g_sink = sum;
+    });
+    vexilbench::report("renderDevice(HAL, window), 64 windows", ours, theirs, "vector<pair<HWND,device*>> scan", 1.5);
+    for (HWND window : windows) DestroyWindow(window);
+}
+
+}  // namespace
+
+int main() {
+    zeb::LogFactory::setDefaultSinkEnabled(false);
+    const zeb::Array<zeb::String>& adapters = enumerateHALDeviceInformation()->deviceNames();
+    if (adapters.empty()) {
+        std::printf("no HAL adapter\n");
+        return 1;
+    }
+    benchDeviceLifetime(adapters[0]);
+    benchWindowLookup(adapters[0]);
+    return 0;
+}

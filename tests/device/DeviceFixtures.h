@@ -1,0 +1,66 @@
+#pragma once
+// Fixtures and builders shared by the device management tests.
+#include "ImportPatch.h"
+#include "ScriptedDirect3D.h"
+
+#include <LogCapture.h>
+#include <TestDevice.h>
+#include <VexilDX9/VexilDX9.h>
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vexiltest {
+
+VexilDX9::SwapChainParameterDX9 windowedChain(HWND window, bool depthStencil = true, unsigned backBuffers = 1,
+                                              unsigned multiSample = 0);
+VexilDX9::SwapChainParameterDX9 fullScreenChain(HWND window, bool depthStencil = true);
+VexilDX9::RenderDeviceParameterDX9 parameter(const std::string& adapterId,
+                                             std::initializer_list<VexilDX9::SwapChainParameterDX9> chains);
+zeb::Array<VexilDX9::RenderDeviceParameterDX9> parameters(std::initializer_list<VexilDX9::RenderDeviceParameterDX9> list);
+std::string lowerCase(std::string text);
+// The display device name of a real adapter.
+std::string realAdapterName(IDirect3D9* d3d, UINT ordinal = 0);
+D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& buffer);
+
+// The library on the real Direct3D of wined3d. Every Direct3D object the library creates is
+// watched, as are devices handed to watch(); at teardown each must be released to zero.
+class RealDirect3DTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    void watch(IDirect3DDevice9* device);
+    const std::string& adapterName() const { return m_adapterName; }
+    const Direct3DCreateHook& createHook() const { return *m_hook; }
+
+    LogCapture log;
+
+private:
+    std::unique_ptr<Direct3DCreateHook> m_hook;
+    std::vector<IDirect3D9*> m_created;
+    std::vector<IDirect3DDevice9*> m_devices;
+    std::string m_adapterName;
+};
+
+// The library on a scripted decorator around the real Direct3D; Sleep is recorded, not waited.
+class ScriptedDirect3DTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Adapters named HEAD0, HEAD1, ... with the given master ordinals (ordinals in group and
+    // group sizes follow from them).
+    void setHeads(std::initializer_list<UINT> masters);
+    std::string headName(UINT ordinal) const { return "\\\\.\\HEAD" + std::to_string(ordinal); }
+
+    LogCapture log;
+    std::shared_ptr<ComLedger> ledger;
+    ScriptedDirect3D9* d3d = nullptr;
+    std::unique_ptr<Direct3DCreateHook> hook;
+    std::unique_ptr<SleepHook> sleeps;
+};
+
+}  // namespace vexiltest

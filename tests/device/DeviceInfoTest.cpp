@@ -1,0 +1,131 @@
+// The device-information snapshot and the shader-version lookups.
+#include "DeviceFixtures.h"
+
+namespace vexiltest {
+namespace {
+
+class DeviceInfoOnScriptedAdapters : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ledger = std::make_shared<ComLedger>();
+        d3d = new ScriptedDirect3D9(Direct3DCreate9(D3D_SDK_VERSION), ledger);
+        ScriptedAdapter first, second;
+        first.deviceName = "\\\\.\\DISPLAY7";
+        first.vertexShaderVersion = D3DVS_VERSION(3, 0);
+        first.pixelShaderVersion = D3DPS_VERSION(3, 0);
+        second.deviceName = "\\\\.\\DISPLAY8";
+        second.masterOrdinal = 0;
+        second.ordinalInGroup = 1;
+        second.vertexShaderVersion = D3DVS_VERSION(2, 1);
+        second.pixelShaderVersion = D3DPS_VERSION(2, 0);
+        d3d->setAdapters({first, second});
+    }
+    void TearDown() override {
+        EXPECT_EQ(0u, d3d->Release());
+        EXPECT_TRUE(ledger->allReleasedToZero());
+    }
+    COMPtr<IDirect3D9>::pointer held() {
+        d3d->AddRef();
+        return COMPtr<IDirect3D9>::pointer(d3d);
+    }
+
+    std::shared_ptr<ComLedger> ledger;
+    ScriptedDirect3D9* d3d = nullptr;
+};
+
+TEST_F(DeviceInfoOnScriptedAdapters, LooksAdaptersUpByNameIgnoringCase) {
+    DeviceInfo info(held(), D3DDEVTYPE_HAL);
+    ASSERT_EQ(2u, info.numDevices());
+    ASSERT_EQ(2u, info.deviceNames().size());
+    EXPECT_EQ(zeb::String("\\\\.\\DISPLAY8"), info.deviceNames()[1]);
+
+    unsigned ordinal = 99, master = 99, inGroup = 99;
+    EXPECT_TRUE(info.deviceOrdinal("\\\\.\\display8", ordinal));
+    EXPECT_EQ(1u, ordinal);
+    EXPECT_TRUE(info.groupInfo("\\\\.\\Display8", master, inGroup));
+    EXPECT_EQ(0u, master);
+    EXPECT_EQ(1u, inGroup);
+
+    // The vertex form keeps the type bits in major; the pixel form does not.
+    unsigned token = 0, major = 0, minor = 99;
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY7", token));
+    EXPECT_EQ(0xFFFE0300u, token);
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY7", major, minor));
+    EXPECT_EQ(0xFFFE03u, major);
+    EXPECT_EQ(0u, minor);
+    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\DISPLAY7", token));
+    EXPECT_EQ(0xFFFF0300u, token);
+    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\DISPLAY7", major, minor));
+    EXPECT_EQ(3u, major);
+    EXPECT_EQ(0u, minor);
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY8", major, minor));
+    EXPECT_EQ(0xFFFE02u, major);
+    EXPECT_EQ(1u, minor);
+
+    // Unknown names leave every output alone.
+    unsigned a = 7, b = 8;
+    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\DISPLAY9", a));
+    EXPECT_FALSE(info.groupInfo("\\\\.\\DISPLAY9", a, b));
+    EXPECT_FALSE(info.vertexShaderVersion("\\\\.\\DISPLAY9", a));
+    EXPECT_FALSE(info.pixelShaderVersion("", a, b));
+    EXPECT_EQ(7u, a);
+    EXPECT_EQ(8u, b);
+
+    // Copies are independent; a second initialize starts both arrays afresh.
+    DeviceInfo copy(info);
+    d3d->setAdapters({ScriptedAdapter()});
+    d3d->adapter(0).deviceName = "\\\\.\\OTHER";
+    EXPECT_EQ(1u, info.initialize(held(), D3DDEVTYPE_HAL));
+    EXPECT_EQ(1u, info.deviceNames().size());
+    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\DISPLAY7", ordinal));
+    EXPECT_TRUE(copy.deviceOrdinal("\\\\.\\DISPLAY7", ordinal));
+}
+
+TEST(DeviceInfo, RequiresADirect3DObject) {
+    try {
+        DeviceInfo info(COMPtr<IDirect3D9>::pointer(), D3DDEVTYPE_HAL);
+        FAIL() << "no assertion failure";
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ("VexilDX9/DeviceInfo", failure.file());
+        EXPECT_STREQ("d3d9Obj.get() != NULL", failure.expression());
+    }
+}
+
+TEST(DeviceInfo, SharedHalSnapshotIsBuiltOnceAndServesTheExportedQueries) {
+    LogCapture log;
+    Direct3DCreateHook hook;
+    ASSERT_TRUE(hook.ok());
+    SharedDeviceInfo& first = enumerateHALDeviceInformation();
+    const size_t callsForFirst = hook.calls().size();
+    EXPECT_LE(callsForFirst, 1u);
+    SharedDeviceInfo& second = enumerateHALDeviceInformation();
+    EXPECT_EQ(&first, &second);
+    EXPECT_EQ(callsForFirst, hook.calls().size()) << "the snapshot is not enumerated again";
+    ASSERT_TRUE(first);
+
+    IDirect3D9* real = hook.createReal(D3D_SDK_VERSION);
+    D3DCAPS9 caps = {};
+    real->GetDeviceCaps(0, D3DDEVTYPE_HAL, &caps);
+    const std::string name = lowerCase(realAdapterName(real));
+    real->Release();
+
+    unsigned version = 0;
+    EXPECT_TRUE(vertexShaderVersion(name.c_str(), &version));
+    EXPECT_EQ(caps.VertexShaderVersion, version);
+    EXPECT_TRUE(pixelShaderVersion(name.c_str(), &version));
+    EXPECT_EQ(caps.PixelShaderVersion, version);
+    version = 5;
+    EXPECT_FALSE(pixelShaderVersion("\\\\.\\NOWHERE", &version));
+    EXPECT_EQ(5u, version);
+}
+
+TEST(DeviceInfo, Direct3DObjectIsFreshEachTime) {
+    COMPtr<IDirect3D9>::pointer first = direct3D9Object();
+    COMPtr<IDirect3D9>::pointer second = direct3D9Object();
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first.get(), second.get());
+    EXPECT_EQ(0u, first.release()->Release());
+}
+
+}  // namespace
+}  // namespace vexiltest

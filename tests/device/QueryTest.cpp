@@ -1,0 +1,96 @@
+// GPU queries on a real wined3d device.
+#include "DeviceFixtures.h"
+
+namespace vexiltest {
+namespace {
+
+class QueryOnWine : public DeviceTest {
+protected:
+    COMPtr<IDirect3DDevice9>::pointer heldDevice() {
+        device()->AddRef();
+        return COMPtr<IDirect3DDevice9>::pointer(device());
+    }
+    template <class T> HRESULT waitForData(const QueryCommon& query, T& data) {
+        HRESULT hr;
+        for (int i = 0; i < 1000; ++i) {
+            hr = query.query()->GetData(&data, sizeof data, D3DGETDATA_FLUSH);
+            if (hr != S_FALSE) return hr;
+            Sleep(1);
+        }
+        return hr;
+    }
+};
+
+TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
+    LogCapture log;
+    QueryCommon event(heldDevice(), D3DQUERYTYPE_EVENT);
+    ASSERT_TRUE(event.query());
+    EXPECT_EQ(D3DQUERYTYPE_EVENT, event.query()->GetType());
+    testDevice().clear(0xFF000000);
+    event.mark(D3DISSUE_END);
+    BOOL done = FALSE;
+    EXPECT_EQ(S_OK, waitForData(event, done));
+    EXPECT_TRUE(done);
+    // Every issue's result goes through the Direct3D result logger.
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DQuery9::Issue S_OK")) << log.dump();
+
+    // Occlusion counts the pixels drawn between the two marks.
+    QueryCommon occlusion(heldDevice(), D3DQUERYTYPE_OCCLUSION);
+    occlusion.mark(D3DISSUE_BEGIN);
+    testDevice().fillRect(0, 0, 16, 8, 0xFFFFFFFF);
+    occlusion.mark(D3DISSUE_END);
+    DWORD pixels = 0;
+    EXPECT_EQ(S_OK, waitForData(occlusion, pixels));
+    EXPECT_EQ(128u, pixels);
+
+    QueryCommon timestamp(heldDevice(), D3DQUERYTYPE_TIMESTAMP);
+    timestamp.mark(D3DISSUE_END);
+    UINT64 ticks = 0;
+    EXPECT_EQ(S_OK, waitForData(timestamp, ticks));
+
+    // Copies share the query object.
+    QueryCommon copy(timestamp);
+    EXPECT_EQ(timestamp.query().get(), copy.query().get());
+}
+
+TEST_F(QueryOnWine, UnsupportedTypeKeepsTheHeldQuery) {
+    LogCapture log;
+    QueryCommon query;
+    ASSERT_EQ(D3D_OK, query.initialize(heldDevice(), D3DQUERYTYPE_EVENT));
+    IDirect3DQuery9* held = query.query().get();
+
+    const HRESULT probe = device()->CreateQuery(D3DQUERYTYPE_VCACHE, nullptr);
+    ASSERT_TRUE(FAILED(probe)) << "this Wine supports VCACHE queries";
+    EXPECT_EQ(probe, query.initialize(device(), D3DQUERYTYPE_VCACHE));
+    EXPECT_EQ(held, query.query().get());
+    EXPECT_EQ(1u, log.count("VexilDX9", "24 Query is not supported"));
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "24 Query is not supported"));
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 CreateQuery D3DERR_NOTAVAILABLE")) << log.dump();
+
+    try {
+        QueryCommon unsupported(heldDevice(), D3DQUERYTYPE_VCACHE);
+        FAIL() << "constructed an unsupported query";
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ("VexilDX9/Query", failure.file());
+        EXPECT_STREQ("SUCCEEDED(initialize(device, query))", failure.expression());
+    }
+}
+
+TEST(Query, PreconditionsAreChecked) {
+    try {
+        QueryCommon query(COMPtr<IDirect3DDevice9>::pointer(), D3DQUERYTYPE_EVENT);
+        FAIL() << "constructed without a device";
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ("device.get()", failure.expression());
+    }
+    try {
+        QueryCommon().mark(D3DISSUE_END);
+        FAIL() << "marked without a query";
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ("VexilDX9/Query", failure.file());
+        EXPECT_STREQ("m_query.get()", failure.expression());
+    }
+}
+
+}  // namespace
+}  // namespace vexiltest
