@@ -67,82 +67,100 @@ protected:
     ID3DXKeyframedAnimationSet* m_set = nullptr;
 };
 
-TEST_F(WalkSet, InterpolatesBetweenKeysAndHoldsOnThem)
+TEST_F(WalkSet, InterpolatesBetweenKeysAndHoldsOnThemWhateverTheKeyOrder)
 {
-    make(D3DXPLAY_LOOP);
-    EXPECT_DOUBLE_EQ(2.0, m_set->GetPeriod());
-    expectPose(0.0, {1, 1, 1}, 0, {0, 0, 0});
-    expectPose(0.5, {1.5f, 1, 1}, 45, {5, 10, 0});  // halfway: lerp, and slerp to 45 degrees
-    expectPose(1.0, {2, 1, 1}, 90, {10, 20, 0});    // exactly on a key
-    expectPose(1.5, {2.5f, 1, 1}, 90, {10, 20, -20});  // past the last rotation key: held
-    expectPose(7.0, {3, 1, 1}, 90, {10, 20, -40});     // beyond every key: the last ones
-    expectPose(-1.0, {1, 1, 1}, 0, {0, 0, 0});         // before every key: the first ones
-}
-
-TEST_F(WalkSet, KeysGivenOutOfOrderPlayInTimeOrder)
-{
-    make(D3DXPLAY_LOOP, true);
-    expectPose(0.5, {1.5f, 1, 1}, 45, {5, 10, 0});
-    expectPose(1.5, {2.5f, 1, 1}, 90, {10, 20, -20});
-    D3DXKEY_VECTOR3 first;
-    ASSERT_EQ(S_OK, m_set->GetTranslationKey(0, 0, &first));
-    EXPECT_EQ(0.0f, first.Time);
+    for (bool outOfOrder : {false, true}) {
+        SCOPED_TRACE(outOfOrder ? "keys given out of order" : "keys in order");
+        if (m_set)
+            m_set->Release();
+        make(D3DXPLAY_LOOP, outOfOrder);
+        EXPECT_DOUBLE_EQ(2.0, m_set->GetPeriod());
+        expectPose(0.0, {1, 1, 1}, 0, {0, 0, 0});
+        expectPose(0.5, {1.5f, 1, 1}, 45, {5, 10, 0});     // halfway: lerp, and slerp to 45 degrees
+        expectPose(1.0, {2, 1, 1}, 90, {10, 20, 0});       // exactly on a key
+        expectPose(1.5, {2.5f, 1, 1}, 90, {10, 20, -20});  // past the last rotation key: held
+        expectPose(7.0, {3, 1, 1}, 90, {10, 20, -40});     // beyond every key: the last ones
+        expectPose(-1.0, {1, 1, 1}, 0, {0, 0, 0});         // before every key: the first ones
+    }
 }
 
 TEST_F(WalkSet, PeriodicPositionFollowsThePlaybackType)
 {
-    make(D3DXPLAY_LOOP);
-    EXPECT_NEAR(0.5, m_set->GetPeriodicPosition(2.5), 1e-9);
-    EXPECT_NEAR(1.5, m_set->GetPeriodicPosition(-0.5), 1e-9);  // backwards past the start wraps to the end
-    EXPECT_NEAR(0.0, m_set->GetPeriodicPosition(4.0), 1e-9);
-    m_set->Release();
-    m_set = nullptr;
-
-    make(D3DXPLAY_PINGPONG);
-    EXPECT_NEAR(1.5, m_set->GetPeriodicPosition(2.5), 1e-9);  // on the way back
-    EXPECT_NEAR(0.5, m_set->GetPeriodicPosition(4.5), 1e-9);  // forward again
-    EXPECT_NEAR(0.5, m_set->GetPeriodicPosition(-0.5), 1e-9);
-    m_set->Release();
-    m_set = nullptr;
-
-    make(D3DXPLAY_ONCE);
-    EXPECT_NEAR(2.0, m_set->GetPeriodicPosition(2.5), 1e-9);
-    EXPECT_NEAR(0.0, m_set->GetPeriodicPosition(-1.0), 1e-9);
-    EXPECT_NEAR(1.25, m_set->GetPeriodicPosition(1.25), 1e-9);
+    const struct {
+        D3DXPLAYBACK_TYPE playback;
+        double position, expected;
+    } cases[] = {{D3DXPLAY_LOOP, 2.5, 0.5},     {D3DXPLAY_LOOP, -0.5, 1.5},     {D3DXPLAY_LOOP, 4.0, 0.0},
+                 {D3DXPLAY_PINGPONG, 2.5, 1.5}, {D3DXPLAY_PINGPONG, 4.5, 0.5}, {D3DXPLAY_PINGPONG, -0.5, 0.5},
+                 {D3DXPLAY_ONCE, 2.5, 2.0},     {D3DXPLAY_ONCE, -1.0, 0.0},     {D3DXPLAY_ONCE, 1.25, 1.25}};
+    for (const auto& test : cases) {
+        if (m_set)
+            m_set->Release();
+        make(test.playback);
+        EXPECT_NEAR(test.expected, m_set->GetPeriodicPosition(test.position), 1e-9)
+            << "playback " << test.playback << " at " << test.position;
+    }
 }
 
-TEST_F(WalkSet, PeriodFollowsKeyEditsAndAnimationsWithoutKeysRestAtIdentity)
+// The scale, rotation and translation key lists answer alike: editing a list's last key moves
+// the period, removing it moves it back, and indices past either end are refused.
+template <class Key>
+void checkKeyList(ID3DXKeyframedAnimationSet* set, UINT (ID3DXKeyframedAnimationSet::*count)(UINT),
+                  HRESULT (ID3DXKeyframedAnimationSet::*get)(UINT, UINT, Key*),
+                  HRESULT (ID3DXKeyframedAnimationSet::*replace)(UINT, UINT, Key*),
+                  HRESULT (ID3DXKeyframedAnimationSet::*remove)(UINT, UINT))
+{
+    const UINT keys = (set->*count)(0);
+    ASSERT_GT(keys, 0u);
+    Key key;
+    ASSERT_EQ(S_OK, (set->*get)(0, keys - 1, &key));
+    key.Time = 50;
+    ASSERT_EQ(S_OK, (set->*replace)(0, keys - 1, &key));
+    EXPECT_DOUBLE_EQ(5.0, set->GetPeriod());
+    EXPECT_EQ(D3DERR_INVALIDCALL, (set->*get)(0, keys, &key));
+    EXPECT_EQ(D3DERR_INVALIDCALL, (set->*get)(7, 0, &key));
+    EXPECT_EQ(D3DERR_INVALIDCALL, (set->*replace)(0, keys, &key));
+    EXPECT_EQ(D3DERR_INVALIDCALL, (set->*remove)(7, 0));
+    EXPECT_EQ(0u, (set->*count)(7));
+    ASSERT_EQ(S_OK, (set->*remove)(0, keys - 1));
+    EXPECT_EQ(keys - 1, (set->*count)(0));
+    EXPECT_DOUBLE_EQ(2.0, set->GetPeriod());
+}
+
+TEST_F(WalkSet, EveryKeyListEditsAlike)
+{
+    using Set = ID3DXKeyframedAnimationSet;
+    make(D3DXPLAY_LOOP);
+    checkKeyList<D3DXKEY_VECTOR3>(m_set, &Set::GetNumScaleKeys, &Set::GetScaleKey, &Set::SetScaleKey,
+                                  &Set::UnregisterScaleKey);
+    m_set->Release();
+    make(D3DXPLAY_LOOP);
+    checkKeyList<D3DXKEY_QUATERNION>(m_set, &Set::GetNumRotationKeys, &Set::GetRotationKey, &Set::SetRotationKey,
+                                     &Set::UnregisterRotationKey);
+    m_set->Release();
+    make(D3DXPLAY_LOOP);
+    checkKeyList<D3DXKEY_VECTOR3>(m_set, &Set::GetNumTranslationKeys, &Set::GetTranslationKey,
+                                  &Set::SetTranslationKey, &Set::UnregisterTranslationKey);
+}
+
+TEST_F(WalkSet, RegistrationKeepsItsLimitsAndEmptyAnimationsRestAtIdentity)
 {
     make(D3DXPLAY_LOOP);
-    D3DXKEY_VECTOR3 late = {50, {0, 0, 0}};
-    ASSERT_EQ(S_OK, m_set->SetTranslationKey(0, 2, &late));
-    EXPECT_DOUBLE_EQ(5.0, m_set->GetPeriod());
-    ASSERT_EQ(S_OK, m_set->UnregisterTranslationKey(0, 2));
-    EXPECT_DOUBLE_EQ(2.0, m_set->GetPeriod());
-
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_set->RegisterAnimationSRTKeys("bone", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
+        << "a second animation of the same name";
     ASSERT_EQ(S_OK, m_set->RegisterAnimationSRTKeys("empty", 0, 0, 0, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(D3DERR_INVALIDCALL, m_set->RegisterAnimationSRTKeys("third", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
+        << "more animations than the set was made for";
     UINT index = 0;
     ASSERT_EQ(S_OK, m_set->GetAnimationIndexByName("empty", &index));
     EXPECT_EQ(1u, index);
+    EXPECT_EQ(D3DERR_NOTFOUND, m_set->GetAnimationIndexByName("nobody", &index));
     D3DXVECTOR3 s, t;
     D3DXQUATERNION r;
     ASSERT_EQ(S_OK, m_set->GetSRT(0.7, index, &s, &r, &t));
     EXPECT_TRUE(sameVector(s, {1, 1, 1}));
     EXPECT_TRUE(sameRotation(r, aboutY(0)));
     EXPECT_TRUE(sameVector(t, {0, 0, 0}));
-}
-
-TEST_F(WalkSet, RefusesWhatCannotBeRegistered)
-{
-    make(D3DXPLAY_LOOP);
-    EXPECT_EQ(D3DERR_INVALIDCALL, m_set->RegisterAnimationSRTKeys("bone", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
-        << "a second animation of the same name";
-    ASSERT_EQ(S_OK, m_set->RegisterAnimationSRTKeys("other", 0, 0, 0, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(D3DERR_INVALIDCALL, m_set->RegisterAnimationSRTKeys("third", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
-        << "more animations than the set was made for";
     EXPECT_EQ(D3DERR_INVALIDCALL, m_set->GetSRT(0, 7, nullptr, nullptr, nullptr));
-    UINT index;
-    EXPECT_EQ(D3DERR_NOTFOUND, m_set->GetAnimationIndexByName("nobody", &index));
 
     ID3DXKeyframedAnimationSet* broken = nullptr;
     EXPECT_EQ(D3DERR_INVALIDCALL, D3DXCreateKeyframedAnimationSet("x", 0.0, D3DXPLAY_LOOP, 1, 0, nullptr, &broken))

@@ -22,6 +22,7 @@ char* copyName(const char* name)
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
     D3DXFRAME* frame = new D3DXFRAME{};
+    ++framesCreated;
     frame->Name = copyName(name);
     D3DXMatrixIdentity(&frame->TransformationMatrix);
     *newFrame = frame;
