@@ -138,18 +138,18 @@ std::vector<DWORD> readIndices(ID3DXMesh* mesh)
     std::vector<DWORD> out(3 * size_t(mesh->GetNumFaces()));
     void* data = nullptr;
     mesh->LockIndexBuffer(D3DLOCK_READONLY, &data);
+    const bool wide = mesh->GetOptions() & D3DXMESH_32BIT;
     for (size_t i = 0; i < out.size(); ++i)
-        out[i] = (mesh->GetOptions() & D3DXMESH_32BIT) ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
+        out[i] = wide ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
     mesh->UnlockIndexBuffer();
     return out;
 }
 
 std::vector<BYTE> readVertices(ID3DXMesh* mesh)
 {
-    std::vector<BYTE> out(size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
-    void* data = nullptr;
-    mesh->LockVertexBuffer(D3DLOCK_READONLY, &data);
-    std::memcpy(out.data(), data, out.size());
+    BYTE* data = nullptr;
+    mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&data));
+    std::vector<BYTE> out(data, data + size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
     mesh->UnlockVertexBuffer();
     return out;
 }
