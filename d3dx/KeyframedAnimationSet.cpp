@@ -295,65 +295,32 @@ HRESULT KeyframedAnimationSet::eraseKey(UINT animation, KeyList<Key> list, UINT 
     return S_OK;
 }
 
-UINT KeyframedAnimationSet::GetNumScaleKeys(UINT animation)
-{
-    return countKeys(animation, &Animation::scale);
-}
+// The scale, rotation and translation key lists share the templates above.
+#define VEXIL_KEY_LIST_METHODS(Kind, list, KeyType)                                        \
+    UINT KeyframedAnimationSet::GetNum##Kind##Keys(UINT animation)                       \
+    {                                                                                    \
+        return countKeys(animation, &Animation::list);                                   \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Get##Kind##Keys(UINT animation, KeyType* keys)        \
+    {                                                                                    \
+        return copyKeys(animation, &Animation::list, keys);                              \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Get##Kind##Key(UINT animation, UINT key, KeyType* value)\
+    {                                                                                    \
+        return copyKey(animation, &Animation::list, key, value);                         \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Set##Kind##Key(UINT animation, UINT key, KeyType* value)\
+    {                                                                                    \
+        return replaceKey(animation, &Animation::list, key, value);                      \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Unregister##Kind##Key(UINT animation, UINT key)       \
+    {                                                                                    \
+        return eraseKey(animation, &Animation::list, key);                               \
+    }
 
-HRESULT KeyframedAnimationSet::GetScaleKeys(UINT animation, LPD3DXKEY_VECTOR3 keys)
-{
-    return copyKeys(animation, &Animation::scale, keys);
-}
-
-HRESULT KeyframedAnimationSet::GetScaleKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    return copyKey(animation, &Animation::scale, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetScaleKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    return replaceKey(animation, &Animation::scale, key, value);
-}
-
-UINT KeyframedAnimationSet::GetNumRotationKeys(UINT animation)
-{
-    return countKeys(animation, &Animation::rotation);
-}
-
-HRESULT KeyframedAnimationSet::GetRotationKeys(UINT animation, LPD3DXKEY_QUATERNION keys)
-{
-    return copyKeys(animation, &Animation::rotation, keys);
-}
-
-HRESULT KeyframedAnimationSet::GetRotationKey(UINT animation, UINT key, LPD3DXKEY_QUATERNION value)
-{
-    return copyKey(animation, &Animation::rotation, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetRotationKey(UINT animation, UINT key, LPD3DXKEY_QUATERNION value)
-{
-    return replaceKey(animation, &Animation::rotation, key, value);
-}
-
-UINT KeyframedAnimationSet::GetNumTranslationKeys(UINT animation)
-{
-    return countKeys(animation, &Animation::translation);
-}
-
-HRESULT KeyframedAnimationSet::GetTranslationKeys(UINT animation, LPD3DXKEY_VECTOR3 keys)
-{
-    return copyKeys(animation, &Animation::translation, keys);
-}
-
-HRESULT KeyframedAnimationSet::GetTranslationKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    return copyKey(animation, &Animation::translation, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetTranslationKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    return replaceKey(animation, &Animation::translation, key, value);
-}
+VEXIL_KEY_LIST_METHODS(Scale, scale, D3DXKEY_VECTOR3)
+VEXIL_KEY_LIST_METHODS(Rotation, rotation, D3DXKEY_QUATERNION)
+VEXIL_KEY_LIST_METHODS(Translation, translation, D3DXKEY_VECTOR3)
 
 UINT KeyframedAnimationSet::GetNumCallbackKeys()
 {
@@ -376,21 +343,6 @@ HRESULT KeyframedAnimationSet::GetCallbackKey(UINT key, LPD3DXKEY_CALLBACK value
 HRESULT KeyframedAnimationSet::SetCallbackKey(UINT key, LPD3DXKEY_CALLBACK value)
 {
     return replaceKey(m_callbacks, key, value);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterScaleKey(UINT animation, UINT key)
-{
-    return eraseKey(animation, &Animation::scale, key);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterRotationKey(UINT animation, UINT key)
-{
-    return eraseKey(animation, &Animation::rotation, key);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterTranslationKey(UINT animation, UINT key)
-{
-    return eraseKey(animation, &Animation::translation, key);
 }
 
 // Keys are kept sorted by time (stable, so equal times keep file order): files with keys out of

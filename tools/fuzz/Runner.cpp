@@ -9,6 +9,7 @@
 #include "Compiler.h"
 
 #include "TestDevice.h"
+#include "TestHierarchy.h"
 
 #include <d3dx9.h>
 
@@ -58,67 +59,10 @@ void operator delete(void* pointer, size_t) noexcept
 
 namespace {
 
-// Keeps what D3DX hands it, as an application does, and gives it back on destruction.
-class Allocator : public ID3DXAllocateHierarchy {
-public:
-    STDMETHOD(CreateFrame)(THIS_ const char* name, D3DXFRAME** newFrame) override
-    {
-        D3DXFRAME* frame = new D3DXFRAME{};
-        frame->Name = copy(name);
-        D3DXMatrixIdentity(&frame->TransformationMatrix);
-        *newFrame = frame;
-        return S_OK;
-    }
-    STDMETHOD(CreateMeshContainer)(THIS_ const char* name, const D3DXMESHDATA* meshData, const D3DXMATERIAL*,
-                                   const D3DXEFFECTINSTANCE*, DWORD, const DWORD*, ID3DXSkinInfo* skinInfo,
-                                   D3DXMESHCONTAINER** newMeshContainer) override
-    {
-        D3DXMESHCONTAINER* container = new D3DXMESHCONTAINER{};
-        container->Name = copy(name);
-        container->MeshData = *meshData;
-        if (container->MeshData.pMesh)
-            container->MeshData.pMesh->AddRef();
-        container->pSkinInfo = skinInfo;
-        if (skinInfo) {
-            skinInfo->AddRef();
-            DWORD influences = 0;
-            skinInfo->GetMaxVertexInfluences(&influences);
-        }
-        *newMeshContainer = container;
-        return S_OK;
-    }
-    STDMETHOD(DestroyFrame)(THIS_ D3DXFRAME* frame) override
-    {
-        delete[] frame->Name;
-        delete frame;
-        return S_OK;
-    }
-    STDMETHOD(DestroyMeshContainer)(THIS_ D3DXMESHCONTAINER* container) override
-    {
-        if (container->MeshData.pMesh)
-            container->MeshData.pMesh->Release();
-        if (container->pSkinInfo)
-            container->pSkinInfo->Release();
-        delete[] container->Name;
-        delete container;
-        return S_OK;
-    }
-
-private:
-    static char* copy(const char* name)
-    {
-        if (!name)
-            return nullptr;
-        char* out = new char[std::strlen(name) + 1];
-        std::strcpy(out, name);
-        return out;
-    }
-};
-
 // Loads the hierarchy, plays its animation a little, and lets it all go.
 bool loadX(const std::string& path, IDirect3DDevice9* device)
 {
-    Allocator allocator;
+    vexiltest::TestAllocator allocator;
     D3DXFRAME* root = nullptr;
     ID3DXAnimationController* controller = nullptr;
     const HRESULT hr = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, &allocator, nullptr,
@@ -175,6 +119,10 @@ int main(int argc, char** argv)
         TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
         return EXCEPTION_EXECUTE_HANDLER;
     });
+    if (!GetModuleHandleW(L"d3dx9_37.dll")) {
+        std::fprintf(stderr, "vexil-fuzz-runner: D3DX does not come from the drop-in d3dx9_37.dll\n");
+        return 3;
+    }
     vexiltest::TestDevice device;
     if (!device.ok()) {
         std::fprintf(stderr, "vexil-fuzz-runner: no Direct3D device (0x%08lx)\n", device.creationResult());
