@@ -32,6 +32,17 @@ std::vector<Weight> threeBoneStrip()
     return weights;
 }
 
+// Most influences on one vertex and on one face.
+std::pair<DWORD, DWORD> influenceCounts(ID3DXSkinInfo* skin, ID3DXMesh* mesh)
+{
+    DWORD vertex = 0, face = 0;
+    Ref<IDirect3DIndexBuffer9> indices;
+    EXPECT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&vertex));
+    EXPECT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
+    EXPECT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), mesh->GetNumFaces(), &face));
+    return {vertex, face};
+}
+
 class SkinConvert : public vexiltest::DeviceTest {
 protected:
     Ref<ID3DXMesh> strip(DWORD options = D3DXMESH_MANAGED) { return makeStrip(device(), kColumns, -0.25f, 0.25f, options); }
@@ -42,13 +53,7 @@ TEST_F(SkinConvert, StripSplitsIntoTheExpectedCombinations)
 {
     Ref<ID3DXMesh> mesh = strip();
     Ref<ID3DXSkinInfo> skin = stripSkin();
-    DWORD most = 0;
-    ASSERT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&most));
-    EXPECT_EQ(2u, most);
-    Ref<IDirect3DIndexBuffer9> indices;
-    ASSERT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
-    ASSERT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), mesh->GetNumFaces(), &most));
-    EXPECT_EQ(2u, most);
+    EXPECT_EQ(std::make_pair(2ul, 2ul), influenceCounts(skin.get(), mesh.get()));
 
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
@@ -85,13 +90,7 @@ TEST_F(SkinConvert, FaceTouchingSixBonesKeepsTheFourThatMatterMost)
                                        {{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f},
                                         {5, 2, 0.9f}, {1, 2, 0.1f}, {6, 3, 1.0f}, {6, 4, 0.7f}, {7, 4, 0.3f},
                                         {7, 5, 1.0f}});
-    DWORD most = 0;
-    ASSERT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&most));
-    EXPECT_EQ(3u, most);
-    Ref<IDirect3DIndexBuffer9> indices;
-    ASSERT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
-    ASSERT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), 2, &most));
-    EXPECT_EQ(6u, most);
+    EXPECT_EQ(std::make_pair(3ul, 6ul), influenceCounts(skin.get(), mesh.get()));
 
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
@@ -196,16 +195,22 @@ TEST_F(SkinConvert, BadInputIsRefusedWithoutLeaks)
     EXPECT_EQ(0u, mesh.releaseCount()) << "the source mesh keeps a reference";
 }
 
-TEST_F(SkinConvert, SkinInfoFromTheBlendedMeshGivesTheWeightsBack)
+// Clones, interface queries and skin infos made from a blended mesh are completed too; the last
+// gives the weights back.
+TEST_F(SkinConvert, EverySkinInfoHandedOutIsCompleted)
 {
     Ref<ID3DXMesh> mesh = strip();
     Ref<ID3DXSkinInfo> skin = stripSkin();
+    Ref<ID3DXSkinInfo> clone, queried, back;
+    ASSERT_EQ(D3D_OK, skin->Clone(clone.out()));
+    EXPECT_EQ(std::make_pair(2ul, 2ul), influenceCounts(clone.get(), mesh.get()));
+    ASSERT_EQ(D3D_OK, skin->QueryInterface(IID_ID3DXSkinInfo, reinterpret_cast<void**>(queried.out())));
+    EXPECT_EQ(skin.get(), queried.get());
+
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
-    Ref<ID3DXSkinInfo> back;
-    ASSERT_EQ(D3D_OK, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3,
-                                                        static_cast<const D3DXBONECOMBINATION*>(c.table->GetBufferPointer()),
-                                                        back.out()));
+    const auto* table = static_cast<const D3DXBONECOMBINATION*>(c.table->GetBufferPointer());
+    ASSERT_EQ(D3D_OK, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3, table, back.out()));
     ASSERT_EQ(3u, back->GetNumBones());
     const auto original = sourceWeights(skin.get(), mesh->GetNumVertices());
     const auto recovered = sourceWeights(back.get(), c.mesh->GetNumVertices());
@@ -215,26 +220,11 @@ TEST_F(SkinConvert, SkinInfoFromTheBlendedMeshGivesTheWeightsBack)
         for (const auto& w : expected)
             EXPECT_NEAR(w.second, recovered[v].at(w.first), 1e-5f) << "blended vertex " << v;
     }
-    DWORD most = 0;
-    EXPECT_EQ(D3D_OK, back->GetMaxVertexInfluences(&most)) << "the new skin info is completed too";
-    EXPECT_EQ(2u, most);
+    EXPECT_EQ(2ul, influenceCounts(back.get(), c.mesh.get()).first);
     EXPECT_EQ(D3DERR_INVALIDCALL, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3, nullptr, back.out()));
-}
-
-TEST_F(SkinConvert, ClonesAndInterfaceQueriesStayCompleted)
-{
-    Ref<ID3DXMesh> mesh = strip();
-    Ref<ID3DXSkinInfo> skin = stripSkin();
-    Ref<ID3DXSkinInfo> clone;
-    ASSERT_EQ(D3D_OK, skin->Clone(clone.out()));
-    Converted c = convert(clone.get(), mesh.get());
-    EXPECT_EQ(0u, expectFaithfulConversion(clone.get(), mesh.get(), c));
-
-    Ref<ID3DXSkinInfo> queried;
-    ASSERT_EQ(D3D_OK, skin->QueryInterface(IID_ID3DXSkinInfo, reinterpret_cast<void**>(queried.out())));
-    EXPECT_EQ(skin.get(), queried.get());
     queried.reset();
     EXPECT_EQ(0u, clone.releaseCount());
+    EXPECT_EQ(0u, back.releaseCount());
     EXPECT_EQ(0u, skin.releaseCount());
 }
 
@@ -326,10 +316,7 @@ TEST_F(SkinConvert, SampleCharactersConvertFaithfully)
                 EXPECT_FALSE(c.mesh);
                 continue;
             }
-            DWORD most = 0;
-            Ref<IDirect3DIndexBuffer9> indices;
-            ASSERT_EQ(D3D_OK, loaded->MeshData.pMesh->GetIndexBuffer(indices.out()));
-            ASSERT_EQ(D3D_OK, loaded->pSkinInfo->GetMaxFaceInfluences(indices.get(), loaded->MeshData.pMesh->GetNumFaces(), &most));
+            const DWORD most = influenceCounts(loaded->pSkinInfo, loaded->MeshData.pMesh).second;
             EXPECT_EQ(std::min<DWORD>(most, 4), c.maxFaceInfluences);
             const DWORD crowded = expectFaithfulConversion(loaded->pSkinInfo, loaded->MeshData.pMesh, c);
             std::printf("%s: %lu combinations, %lu faces reduced\n", file, c.combinationCount, crowded);
