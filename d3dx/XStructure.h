@@ -30,7 +30,7 @@ struct XFileOutline {
 };
 
 // Objects nested deeper than this are refused: the system loader walks the nesting recursively.
-const int kMaxXNesting = 1000;
+const int kMaxXNesting = 4096;
 // Longer names and strings are refused: the system loader copies them into fixed buffers.
 const size_t kMaxXNameLength = 99;
 

@@ -270,6 +270,9 @@ TEST_F(XAnimationLoad, DamagedFilesAreRefusedCleanly)
         EXPECT_EQ(nullptr, scene.controller) << test.what;
         EXPECT_EQ(0, scene.allocator.framesCreated) << test.what;
     }
+    LoadedScene deep;  // deep, but within the limit: a long bone chain
+    vexiltest::loadFromText(deep, device(), textFile({nested("Frame f {\n", "}\n", 2000)}));
+    EXPECT_EQ(S_OK, deep.result);
 }
 
 // A frame naming a top-level mesh holds that mesh, once.
