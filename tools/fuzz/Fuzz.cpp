@@ -168,7 +168,47 @@ void finish(PROCESS_INFORMATION& process, bool kill)
     CloseHandle(process.hThread);
 }
 
-// Runs inputs[from..] in one runner; returns the index of the first input it did not settle.
+// Where a runner is: on `current` when `started`, else about to start it.
+struct Progress {
+    size_t current;
+    bool started = false;
+    Clock::time_point since = Clock::now();
+};
+
+// "start N" or "done N loaded|refused", N counted from the batch's first input.
+void applyLine(const std::string& line, size_t from, std::vector<Input>& inputs, Progress& progress)
+{
+    char word[16] = {}, result[16] = {};
+    unsigned index = 0;
+    if (std::sscanf(line.c_str(), "%15s %u %15s", word, &index, result) < 2 || from + index >= inputs.size())
+        return;
+    const bool done = std::strcmp(word, "done") == 0;
+    if (done)
+        inputs[from + index].outcome = std::strcmp(result, "loaded") == 0 ? Outcome::Loaded : Outcome::Refused;
+    progress = {from + index + (done ? 1 : 0), !done, Clock::now()};
+}
+
+// Appends what the pipe holds; false when it held nothing.
+bool drain(HANDLE pipe, std::string& pending)
+{
+    DWORD available = 0;
+    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) || !available)
+        return false;
+    std::string chunk(available, '\0');
+    DWORD got = 0;
+    ReadFile(pipe, &chunk[0], available, &got, nullptr);
+    pending.append(chunk, 0, got);
+    return true;
+}
+
+[[noreturn]] void fail(const char* what)
+{
+    std::fprintf(stderr, "vexil-fuzz: %s\n", what);
+    std::exit(2);
+}
+
+// Runs inputs[from..] in one runner; returns the index of the first input it did not settle. An
+// input the runner dies on has crashed; one it stays on past the time limit has hung.
 size_t runBatch(const Target& target, std::vector<Input>& inputs, size_t from, const std::string& listPath)
 {
     std::ofstream list(listPath, std::ios::trunc);
@@ -182,56 +222,29 @@ size_t runBatch(const Target& target, std::vector<Input>& inputs, size_t from, c
     PROCESS_INFORMATION runner =
         start("\"" + binDir() + "\\vexil-fuzz-runner.exe\" " + target.name + " \"" + listPath + "\"", writeEnd, nullptr);
     CloseHandle(writeEnd);
-    if (!runner.hProcess) {
-        CloseHandle(readEnd);
-        std::fprintf(stderr, "vexil-fuzz: cannot start vexil-fuzz-runner.exe\n");
-        std::exit(2);
-    }
-    size_t current = from;  // the input the runner is on (or will start next)
-    bool started = false;
-    Clock::time_point since = Clock::now();
+    if (!runner.hProcess)
+        fail("cannot start vexil-fuzz-runner.exe");
+    Progress progress{from};
     std::string pending;
     for (;;) {
-        DWORD available = 0;
-        if (PeekNamedPipe(readEnd, nullptr, 0, nullptr, &available, nullptr) && available) {
-            std::string chunk(available, '\0');
-            DWORD got = 0;
-            ReadFile(readEnd, &chunk[0], available, &got, nullptr);
-            pending.append(chunk, 0, got);
-        }
-        for (size_t eol; (eol = pending.find('\n')) != std::string::npos; pending.erase(0, eol + 1)) {
-            char word[16] = {}, result[16] = {};
-            unsigned index = 0;
-            if (std::sscanf(pending.c_str(), "%15s %u %15s", word, &index, result) < 2)
-                continue;
-            if (std::strcmp(word, "start") == 0) {
-                current = from + index;
-                started = true;
-                since = Clock::now();
-            } else if (std::strcmp(word, "done") == 0) {
-                inputs[from + index].outcome = std::strcmp(result, "loaded") == 0 ? Outcome::Loaded : Outcome::Refused;
-                current = from + index + 1;
-                started = false;
-                since = Clock::now();
-            }
-        }
-        const bool exited = WaitForSingleObject(runner.hProcess, available ? 0 : 20) == WAIT_OBJECT_0;
-        if (exited && PeekNamedPipe(readEnd, nullptr, 0, nullptr, &available, nullptr) && available)
-            continue;  // read what it said before it went
-        const double waited = std::chrono::duration<double>(Clock::now() - since).count();
-        if (exited) {
-            finish(runner, false);
-            CloseHandle(readEnd);
-            if (started)
-                inputs[current].outcome = Outcome::Crashed;
-            return started ? current + 1 : (current < inputs.size() ? current : inputs.size());
-        }
-        if (waited > (started ? kInputSeconds : kStartupSeconds) && (started || current != from)) {
-            finish(runner, true);
-            CloseHandle(readEnd);
-            inputs[current].outcome = Outcome::Hung;
-            return current + 1;
-        }
+        const bool read = drain(readEnd, pending);
+        for (size_t eol; (eol = pending.find('\n')) != std::string::npos; pending.erase(0, eol + 1))
+            applyLine(pending.substr(0, eol), from, inputs, progress);
+        const bool exited = WaitForSingleObject(runner.hProcess, read ? 0 : 20) == WAIT_OBJECT_0;
+        if (exited && drain(readEnd, pending))
+            continue;  // what it said before it went
+        const double waited = std::chrono::duration<double>(Clock::now() - progress.since).count();
+        const bool stuck = waited > (progress.started ? kInputSeconds : kStartupSeconds);
+        if (!exited && !stuck)
+            continue;
+        finish(runner, !exited);
+        CloseHandle(readEnd);
+        if (!progress.started && progress.current == from && from < inputs.size())
+            fail("vexil-fuzz-runner.exe did not get as far as its first input");
+        if (!progress.started)
+            return progress.current;
+        inputs[progress.current].outcome = exited ? Outcome::Crashed : Outcome::Hung;
+        return progress.current + 1;
     }
 }
 
