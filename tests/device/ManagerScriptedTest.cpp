@@ -290,7 +290,7 @@ TEST_F(ScriptedManager, ResetOnlyWhenTheDeviceAsksForIt) {
 
     // Wine refuses Reset while a default-pool resource lives.
     IDirect3DTexture9* texture = nullptr;
-    ASSERT_EQ(D3D_OK, scripted->CreateTexture(8, 8, 1, D3DUSAGE_RENDERTARGET, D3DFMT_A8R8G8B8, D3DPOOL_DEFAULT, &texture, nullptr));
+    ASSERT_EQ(D3D_OK, scripted->device->CreateTexture(8, 8, 1, D3DUSAGE_RENDERTARGET, D3DFMT_A8R8G8B8, D3DPOOL_DEFAULT, &texture, nullptr));
     scripted->script.cooperativeLevels = {D3DERR_DEVICENOTRESET};
     EXPECT_FALSE(device->reset(result));
     EXPECT_EQ(D3DERR_INVALIDCALL, result);
@@ -311,9 +311,9 @@ TEST_F(ScriptedManager, QueryWhoseCreationFailsIsDropped) {
                                              window.handle()));
     ScriptedDevice9* scripted = d3d->lastDevice();
     QueryCommon query;
-    ASSERT_EQ(D3D_OK, query.initialize(scripted, D3DQUERYTYPE_EVENT));
+    ASSERT_EQ(D3D_OK, query.initialize(scripted->device, D3DQUERYTYPE_EVENT));
     scripted->script.createQueryResult = E_OUTOFMEMORY;
-    EXPECT_EQ(E_OUTOFMEMORY, query.initialize(scripted, D3DQUERYTYPE_EVENT));
+    EXPECT_EQ(E_OUTOFMEMORY, query.initialize(scripted->device, D3DQUERYTYPE_EVENT));
     EXPECT_FALSE(query.query()) << "the old query is released before creating";
     EXPECT_EQ(1u, log.count("VexilDX9", "14 CreateQuery E_OUTOFMEMORY")) << log.dump();
 }
