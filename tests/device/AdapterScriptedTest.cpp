@@ -185,6 +185,9 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})));
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2})));
     EXPECT_EQ(0u, adapter.adapterIndex(""));
+    for (const char* line : {"245 m_swapChainGroup.m_renderingHeadIndex.size() = 3", "757 Master head index 0",
+                             "733 CreateDepthStencilBuffer succeeded"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
     adapter.resetHeadRenderFlag();
     EXPECT_FALSE(adapter.displayHead(0).renderFlag);
     expectAssertion([&] { adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL); },
@@ -211,6 +214,8 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
 
     EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "563 Zero size os locator list passed"));
+    expectAssertion([&] { adapter.createDevicePresentParam(zeb::Array<zeb::String>(), windows.list(1), true); }, 743,
+                    "osLocatorList.size() > 0");
 }
 
 TEST_F(AdapterScripted, FailedChainsAndBuffersAreReportedAndReleased) {
@@ -257,6 +262,13 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     EXPECT_FALSE(adapter.depthBuffer(name(0)));
     EXPECT_EQ(4u, device->resetCalls);
 
+    // A focus window that cannot be brought forward is reported; the reset stands.
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), nullptr, windows.list(1), true, D3DDEVTYPE_HAL));
+    device = d3d->lastDevice();
+    device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
+    EXPECT_EQ(D3D_OK, adapter.reset());
+    EXPECT_EQ(1u, log.count("VexilDX9", "1194 SetForegroundWindow fails "));
+
     device->script.resetResult = D3D_OK;
     device->script.cooperativeLevels = std::deque<HRESULT>(10, D3DERR_DEVICELOST);
     device->script.cooperativeLevels.push_back(D3DERR_DEVICENOTRESET);
@@ -265,7 +277,10 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     EXPECT_EQ(9u, log.count("VexilDX9", "1233 Device in lost state, sleeping 500 ms"));
     EXPECT_TRUE(log.contains("VexilDX9", 1, "1240 Device is in not reset state"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::Reset S_OK"));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "1244 Releasing device"));
+    for (const char* line : {"1218 Releasing depth stencil", "1221 Releasing swap chain", "1224 Testing device validity",
+                             "1229 Testing device cooperative level for lost device",
+                             "1237 Testing device cooperative level for device reset", "1244 Releasing device"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
     EXPECT_FALSE(adapter.device());
 }
 
