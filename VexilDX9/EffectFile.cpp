@@ -1,4 +1,5 @@
 #include <VexilDX9/EffectFile.h>
+#include <VexilDX9/EffectShaderCheck.h>
 
 #include <d3dx9.h>
 
@@ -14,7 +15,6 @@ const uint32_t kNoUser = 0xFFFFFFFF;
 const uint32_t kStateOperationCount = 0xB3;  // entries of D3DX's state table
 const uint32_t kMaxDimension = 4;            // rows and columns of Direct3D 9 types
 const unsigned kMaxNesting = 16;             // D3DX recurses once per level
-const uint32_t kShaderEnd = 0x0000FFFF;
 const uint64_t kObjectValueBytes = sizeof(void*);  // D3DX keeps an object value as a pointer
 
 // Smallest size of one record, to refuse counts the remaining bytes could never hold.
@@ -41,14 +41,6 @@ uint32_t wordAt(const uint8_t* bytes) {
     uint32_t word;
     std::memcpy(&word, bytes, sizeof(word));
     return word;
-}
-
-// Shader code must start with a version token and end with the end token: the device walks it
-// without a size.
-bool isShaderCode(const uint8_t* bytes, uint32_t size) {
-    if (size < 8 || size % 4 != 0) return false;
-    uint32_t kind = wordAt(bytes) >> 16;
-    return (kind == 0xFFFE || kind == 0xFFFF) && wordAt(bytes + size - 4) == kShaderEnd;
 }
 
 bool hasTerminator(const uint8_t* bytes, size_t size) { return size > 0 && std::memchr(bytes, 0, size) != nullptr; }
@@ -182,9 +174,10 @@ private:
         return type.cls != D3DXPC_VECTOR || type.rows == 1;
     }
 
+    // D3DX divides by the size of a struct's members, so a struct has at least one.
     bool structShape(size_t& at, bool named, unsigned depth, TypeDef& out) {
         uint32_t memberCount = 0;
-        if (!count(at, memberCount, kTypeRecord)) return false;
+        if (!count(at, memberCount, kTypeRecord) || memberCount == 0) return false;
         out.members.resize(memberCount);
         for (TypeDef& member : out.members) {
             if (!typeDef(at, named, depth + 1, member)) return false;
@@ -339,9 +332,15 @@ private:
     }
 
     // D3DX creates the object through the parameter that named it, so there must be one.
-    static bool objectFits(uint32_t user, const uint8_t* bytes, uint32_t size) {
+    bool objectFits(uint32_t user, const uint8_t* bytes, uint32_t size) const {
         if (user == kNoUser) return false;
-        return !isShaderType(user) || isShaderCode(bytes, size);
+        return !isShaderType(user) || code(bytes, size, CodeKind::Shader);
+    }
+
+    // Shader code must start with a version token and end with the end token (the device walks it
+    // without a size); D3DX reads its comments and constant tables unchecked.
+    bool code(const uint8_t* bytes, size_t size, CodeKind kind) const {
+        return isSoundEffectCode(bytes, size, kind, m_base - kHeaderBytes, m_structuralWords);
     }
 
     bool resource(size_t& at) {
@@ -360,8 +359,8 @@ private:
         switch (usage) {
         case UsageObjectData:
             if (isShaderType(state.type))
-                return size == 0 || (isShaderCode(bytes, size) && objectFits(m_objectUsers[state.objectId], bytes, size));
-            return isExpressionType(state.type) && size > 0;
+                return size == 0 || objectFits(m_objectUsers[state.objectId], bytes, size);
+            return isExpressionType(state.type) && size > 0 && code(bytes, size, CodeKind::Expression);
         case UsageParameterName:
             return hasTerminator(bytes, size);
         case UsageArraySelector:
@@ -372,10 +371,12 @@ private:
     }
 
     // The name of the array (its size word first), then the expression choosing the element.
-    static bool arraySelectorFits(const uint8_t* bytes, uint32_t size) {
+    bool arraySelectorFits(const uint8_t* bytes, uint32_t size) const {
         if (size < 8) return false;
         uint64_t nameLength = wordAt(bytes);
-        return nameLength + 4 <= size && hasTerminator(bytes + 4, static_cast<size_t>(nameLength));
+        if (nameLength + 4 > size || !hasTerminator(bytes + 4, static_cast<size_t>(nameLength))) return false;
+        size_t expression = static_cast<size_t>(nameLength) + 4;
+        return code(bytes + expression, size - expression, CodeKind::Expression);
     }
 
     const StateInfo* samplerState(uint32_t index, uint32_t element, uint32_t stateIndex) const {
@@ -408,8 +409,10 @@ private:
 
 }  // namespace
 
+bool hasEffectBinaryTag(const uint8_t* data, size_t size) { return data && size >= 4 && wordAt(data) == kEffectTag; }
+
 bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords) {
-    if (!data || size < kHeaderBytes || wordAt(data) != kEffectTag) return false;
+    if (size < kHeaderBytes || !hasEffectBinaryTag(data, size)) return false;
     if (structuralWords) structuralWords->push_back(4);
     return EffectWalker(data, size, structuralWords).walk(wordAt(data + 4));
 }

@@ -49,22 +49,3 @@ TEST_F(EffectTest, ThirdPartyCompiledEffectsListWhatD3DXReports) {
         }
     }
 }
-
-// The skinning effect's bone palette takes a whole matrix array through the typed setter.
-TEST_F(EffectTest, ThirdPartySkinningEffectTakesItsBonePalette) {
-    VEXIL_REQUIRE_SAMPLES();
-    Effect effect;
-    ASSERT_TRUE(effect.load((vexiltest::samplesDir() + "\\fna\\SkinnedEffect.fxb").c_str(), deviceHolder()));
-    const char* bones = nullptr;
-    ASSERT_TRUE(getParameterHandle(effect, "Bones", bones));
-    D3DXPARAMETER_DESC desc;
-    effect.effect()->GetParameterDesc(bones, &desc);
-    zeb::Array<D3DXMATRIX> palette;
-    palette.resize(desc.Elements);
-    for (unsigned i = 0; i < palette.size(); ++i) D3DXMatrixTranslation(&palette[i], 0.0f, static_cast<float>(i), 0.0f);
-    ASSERT_TRUE(setParameter(effect, bones, palette));
-    zeb::Array<D3DXMATRIX> readBack;
-    readBack.resize(desc.Elements);
-    ASSERT_TRUE(getParameter(effect, bones, readBack));
-    EXPECT_EQ(static_cast<float>(desc.Elements - 1), readBack[desc.Elements - 1]._42);
-}

@@ -18,7 +18,6 @@ protected:
     void drawQuad(ID3DXEffect* effect);
 
     static const unsigned kCentre = 32;
-    static const unsigned kRightEdge = 56;  // outside the quad, inside the screen
 
 private:
     ID3DXEffect* m_effects[4] = {};

@@ -12,10 +12,24 @@
 namespace {
 
 struct BadSource {
-    const char* source;
+    std::string source;
     int line;
     const char* message;
 };
+
+std::string repeated(const char* text, int times) {
+    std::string result;
+    for (int i = 0; i < times; ++i) result += text;
+    return result;
+}
+
+// Macros that each expand to two of the one before grow to 2^levels tokens.
+std::string doublingMacros(int levels) {
+    std::string source = "#define M0 x\n";
+    for (int i = 1; i <= levels; ++i)
+        source += "#define M" + std::to_string(i) + " M" + std::to_string(i - 1) + " M" + std::to_string(i - 1) + "\n";
+    return source + "M" + std::to_string(levels) + "\n";
+}
 
 std::string compileError(const std::string& source, const fxc::PreprocessorOptions& options = {}) {
     try {
@@ -55,10 +69,48 @@ TEST(EffectCompilerDiagnostics, ErrorsNameTheFileAndLineOfTheFault) {
         {"#ifdef X\nfloat a;\n", 3, "#if without #endif"},
         {"#define F(x) x\n", 1, "function-like macros are not supported"},
         {"/* open\n\n", 1, "unterminated comment"},
+        // Sizes and nesting no effect needs end in a located error, not in a runaway or a crash.
+        {"float4x4 Palette[4294967296];", 1, "array size 4294967296 is larger than 65535"},
+        {"float a;\n\nstring Notes < int Pages[70000] = 0; >;", 3, "array size 70000 is larger than 65535"},
+        {"float4 P : register(c4294967300);", 1, "unsupported register c4294967300"},
+        {"technique T { pass P {\n Sampler[4294967296] = <S>; } }", 2, "a state index 4294967296 is larger than 65535"},
+        {"\n#if " + repeated("(", 100000) + "1" + repeated(")", 100000) + "\n#endif", 2, "#if expression nested too deeply"},
+        {"#if " + repeated("!-", 50000) + "1\n#endif", 1, "#if expression nested too deeply"},
+        {"#if (-2147483647 - 1) / -1 < 0 || (-2147483647 - 1) % -1 == 0\n#endif\nbad", 3, "unknown type 'bad'"},
+        {"float4 v =\n" + repeated("{", 20000) + "1" + repeated("}", 20000) + ";", 2, "values nested too deeply"},
+        {"\n" + repeated("vector<", 10000), 2, "values nested too deeply"},
+        {doublingMacros(24), 26, "effect source expands too far"},
     };
     for (const BadSource& bad : cases) {
         std::string expected = "bad.fx:" + std::to_string(bad.line) + ": " + bad.message;
-        EXPECT_EQ(0u, compileError(bad.source).find(expected)) << bad.source << "\n  gave: " << compileError(bad.source);
+        std::string error = compileError(bad.source);
+        EXPECT_EQ(0u, error.find(expected)) << bad.source.substr(0, 80) << "\n  gave: " << error;
+    }
+}
+
+// A register binding must fit the registers that the profile of the shader reading it offers.
+TEST(EffectCompilerDiagnostics, RegisterBindingsFitTheirShaderProfile) {
+    const char kVs2[] = "VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 }";
+    const char kVs3[] = "VertexShader = asm { vs_3_0 dcl_position v0 dcl_position o0 mov o0, v0 }";
+    const char kPs2[] = "PixelShader = asm { ps_2_0 mov oC0, c0 }";
+    const char kPs3[] = "PixelShader = asm { ps_3_0 mov oC0, c0 }";
+    const struct {
+        const char* declaration;
+        const char* shader;
+        bool fits;
+    } cases[] = {
+        {"float4 P[4] : register(vs, c252)", kVs2, true}, {"float4 P[4] : register(vs, c253)", kVs2, false},
+        {"float4 P : register(ps, c31)", kPs2, true},     {"float4 P : register(ps, c32)", kPs2, false},
+        {"float4 P : register(ps, c223)", kPs3, true},    {"float4 P : register(ps, c224)", kPs3, false},
+        {"bool P : register(ps, b15)", kPs3, true},       {"bool P : register(ps, b16)", kPs3, false},
+        {"int4 P : register(vs, i15)", kVs3, true},       {"int4 P : register(vs, i16)", kVs3, false},
+        {"sampler2D P : register(ps, s15)", kPs2, true},  {"sampler2D P : register(ps, s16)", kPs2, false},
+        {"sampler2D P : register(vs, s3)", kVs3, true},   {"sampler2D P : register(vs, s4)", kVs3, false},
+    };
+    for (const auto& c : cases) {
+        std::string source = std::string("\n") + c.declaration + ";\ntechnique T { pass { " + c.shader + "; } }";
+        EXPECT_EQ(c.fits ? "compiled" : "bad.fx:2: P does not fit the registers of the shader", compileError(source))
+            << c.declaration << " read by " << c.shader;
     }
 }
 
