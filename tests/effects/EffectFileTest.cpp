@@ -274,6 +274,7 @@ void EffectTest::loadDamagedCopies(const std::vector<std::string>& effects, int 
         std::vector<size_t> words;
         ASSERT_TRUE(VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size(), &words)) << path;
         ASSERT_GT(words.size(), 8u) << path;
+        EXPECT_TRUE(Effect().load(path.c_str(), deviceHolder())) << path << " itself loads";
         for (int round = 0; round < rounds; ++round) {
             Bytes damaged = bytes;
             damage(damaged, words, random);

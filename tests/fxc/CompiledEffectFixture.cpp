@@ -1,4 +1,8 @@
 #include "CompiledEffectFixture.h"
+#include "TestPaths.h"
+
+#include <fstream>
+#include <iterator>
 
 void CompiledEffectTest::TearDown() {
     for (ID3DXEffect*& effect : m_effects) {
@@ -25,6 +29,11 @@ ID3DXEffect* CompiledEffectTest::load(const std::string& source, ID3DXEffectPool
     }
     ADD_FAILURE() << "too many effects in one test";
     return nullptr;
+}
+
+ID3DXEffect* CompiledEffectTest::loadFixture(const char* name) {
+    std::ifstream in(vexiltest::sourcePath(std::string("tests/fxc/fixtures/") + name), std::ios::binary);
+    return load(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
 }
 
 D3DXPARAMETER_DESC CompiledEffectTest::describe(ID3DXEffect* effect, D3DXHANDLE parameter) {

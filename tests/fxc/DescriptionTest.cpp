@@ -5,28 +5,6 @@
 
 namespace {
 
-const char kDeclarations[] = R"(
-float4 Colour : DIFFUSE < string UIName = "Tint"; float Max = 2.5; int Steps = 4; > = float4(0.25, 0.5, 0.75, 1);
-float4x4 World : WORLD = { 1, 2, 3, 4,  5, 6, 7, 8,  9, 10, 11, 12,  13, 14, 15, 16 };
-column_major float4x3 Packed;
-float Scale = -1.5e1f;
-bool Enabled = true;
-int Count = 0x10;
-int3 Steps = 7;
-float3 Direction : DIRECTION = { 0, -1, 0 };
-vector<float, 2> Pair = { 3, 4 };
-matrix<int, 2, 3> Grid = { {1, 2, 3}, {4, 5, 6} };
-float4x4 Bones[26];
-int Counts[3] = { 1, 2, 3 };
-shared float Exposure = 2;
-string Label = "hello";
-texture Diffuse < string File = "diffuse.png"; >;
-textureCUBE Sky;
-sampler2D DiffuseSampler = sampler_state { Texture = <Diffuse>; MinFilter = LINEAR; };
-samplerCUBE SkySampler;
-vertexshader Shared = asm { vs_2_0 dcl_position v0 mov oPos, v0 };
-)";
-
 struct Expected {
     const char* name;
     const char* semantic;
@@ -45,7 +23,7 @@ uint32_t bitsOf(float value) {
 }  // namespace
 
 TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclared) {
-    ID3DXEffect* effect = load(kDeclarations);
+    ID3DXEffect* effect = loadFixture("declarations.fx");
     ASSERT_TRUE(effect);
     const Expected expected[] = {
         {"Colour", "DIFFUSE", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 4, 0, 3, 0},
@@ -92,7 +70,7 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclared) {
 }
 
 TEST_F(CompiledEffectTest, DefaultsAndAnnotationsHoldTheDeclaredValues) {
-    ID3DXEffect* effect = load(kDeclarations);
+    ID3DXEffect* effect = loadFixture("declarations.fx");
     ASSERT_TRUE(effect);
     D3DXHANDLE colour = effect->GetParameterByName(nullptr, "Colour");
     const struct {

@@ -159,34 +159,12 @@ ToolRun runTool(const std::string& arguments) {
     GetModuleFileNameA(nullptr, self, MAX_PATH);
     std::string tool(self);
     tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
-    std::string command = "\"" + tool + "\" " + arguments;
     ToolRun run{-1, std::string()};
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE readEnd = nullptr, writeEnd = nullptr;
-    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
-    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = writeEnd;
-    startup.hStdError = writeEnd;
-    PROCESS_INFORMATION process = {};
-    std::vector<char> line(command.begin(), command.end());
-    line.push_back(0);
-    BOOL started = CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    CloseHandle(writeEnd);
-    if (started) {
-        char buffer[256];
-        DWORD got = 0;
-        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got) run.output.append(buffer, got);
-        WaitForSingleObject(process.hProcess, INFINITE);
-        DWORD code = 0;
-        GetExitCodeProcess(process.hProcess, &code);
-        run.exitCode = static_cast<int>(code);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
-    }
-    CloseHandle(readEnd);
+    FILE* pipe = _popen(("\"\"" + tool + "\" " + arguments + " 2>&1\"").c_str(), "rb");
+    if (!pipe) return run;
+    char buffer[256];
+    while (size_t got = std::fread(buffer, 1, sizeof(buffer), pipe)) run.output.append(buffer, got);
+    run.exitCode = _pclose(pipe);
     return run;
 }
 
