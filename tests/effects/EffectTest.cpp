@@ -30,18 +30,17 @@ D3DXHANDLE WINAPI foreignPass(ID3DXEffect*, D3DXHANDLE, const char*) { return "a
 }  // namespace
 
 TEST_F(EffectTest, LoadListsTechniquesAndPassesInEffectOrder) {
-    Effect& effect = m_marks;
-    EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
-    ASSERT_EQ(4u, effect.numTechniques());
+    EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
+    ASSERT_EQ(4u, m_marks.numTechniques());
     const char* names[] = {"Solid", "TwoPasses", "SHADOW", "BrokenFirst"};
-    for (unsigned i = 0; i < 4; ++i) EXPECT_TRUE(effect.technique(i).name() == names[i]) << names[i];
-    const Technique& two = effect.technique(1);
+    for (unsigned i = 0; i < 4; ++i) EXPECT_TRUE(m_marks.technique(i).name() == names[i]) << names[i];
+    const Technique& two = m_marks.technique(1);
     ASSERT_EQ(2u, two.numPasses());
     EXPECT_STREQ("Left", two.passes()[0].desc.Name);
     EXPECT_STREQ("Right", two.passes()[1].desc.Name);
     EXPECT_TRUE(two.passes()[1] == two.passes()[1].handle);
-    EXPECT_EQ(13u, effect.numParameters());
-    zeb::IndexOutOfBounds e = thrownBy([&] { effect.technique(4); }, zeb::IndexOutOfBounds(0, 0, 0));
+    EXPECT_EQ(13u, m_marks.numParameters());
+    zeb::IndexOutOfBounds e = thrownBy([&] { m_marks.technique(4); }, zeb::IndexOutOfBounds(0, 0, 0));
     EXPECT_EQ(0, e.lower());
     EXPECT_EQ(3, e.upper());
     EXPECT_EQ(4, e.index());
@@ -49,43 +48,40 @@ TEST_F(EffectTest, LoadListsTechniquesAndPassesInEffectOrder) {
 
 TEST_F(EffectTest, TechniquesAreFoundByNameAndActivated) {
     vexiltest::LogCapture log;
-    Effect& effect = m_marks;
-    EXPECT_EQ(2u, effect.techniqueIndex("shadow")) << "names compare without case";
-    EXPECT_EQ(0xFFFFFFFFu, effect.techniqueIndex("Glow"));
+    EXPECT_EQ(2u, m_marks.techniqueIndex("shadow")) << "names compare without case";
+    EXPECT_EQ(0xFFFFFFFFu, m_marks.techniqueIndex("Glow"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "158 Cannot find technique Glow"));
 
-    EXPECT_TRUE(effect.setActiveTechnique(zeb::String("TwoPasses")));
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "TwoPasses");
-    EXPECT_FALSE(effect.setActiveTechnique(zeb::String("Glow")));
+    EXPECT_TRUE(m_marks.setActiveTechnique(zeb::String("TwoPasses")));
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "TwoPasses");
+    EXPECT_FALSE(m_marks.setActiveTechnique(zeb::String("Glow")));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "122 Glow technique does not exist in the effect."));
-    EXPECT_TRUE(effect.setActiveTechnique(2u));
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "SHADOW");
-    EXPECT_THROW(effect.setActiveTechnique(4u), zeb::IndexOutOfBounds);
-    EXPECT_TRUE(effect.technique(0).activate());
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "Solid");
+    EXPECT_TRUE(m_marks.setActiveTechnique(2u));
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "SHADOW");
+    EXPECT_THROW(m_marks.setActiveTechnique(4u), zeb::IndexOutOfBounds);
+    EXPECT_TRUE(m_marks.technique(0).activate());
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "Solid");
 }
 
 TEST_F(EffectTest, RenderDrawsEveryPassAndGoesOnAfterAFailedOne) {
     vexiltest::LogCapture log;
-    Effect& effect = m_marks;
-    ASSERT_TRUE(drawn([&] { return effect.technique(1).render(m_mesh, 0); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(1).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kRed));
     EXPECT_TRUE(renderedPixelIs(kRight, kCentre, kBlue));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 1); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 1); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kBottomRow, kRed)) << "subset 1 is the bottom strip";
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
 
-    EXPECT_FALSE(drawn([&] { return effect.technique(3).render(m_mesh, 0); }));
+    EXPECT_FALSE(drawn([&] { return m_marks.technique(3).render(m_mesh, 0); }));
     EXPECT_EQ(1u, log.count("VexilDX9", "14 ID3DXEffect::BeginPass ")) << log.dump();
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed)) << "the pass after the failed one still draws";
-    EXPECT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); })) << "the failed render ended its effect";
+    EXPECT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); })) << "the failed render ended its effect";
 }
 
 TEST_F(EffectTest, SinglePassesByIndexAndByName) {
     vexiltest::LogCapture log;
-    Effect& effect = m_marks;
-    const Technique& two = effect.technique(1);
+    const Technique& two = m_marks.technique(1);
     ASSERT_TRUE(drawnPass(two, zeb::String("Right")));
     EXPECT_TRUE(renderedPixelIs(kRight, kCentre, kBlue));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kBlack));
@@ -102,9 +98,8 @@ TEST_F(EffectTest, SinglePassesByIndexAndByName) {
 
 TEST_F(EffectTest, PassesOfAnotherEffectHaveNoIndex) {
     vexiltest::LogCapture log;
-    Effect& effect = m_marks;
-    overrideEffectMethod(effect.effect().get(), kGetPassByName, reinterpret_cast<void*>(&foreignPass));
-    const Technique& two = effect.technique(1);
+    overrideEffectMethod(m_marks.effect().get(), kGetPassByName, reinterpret_cast<void*>(&foreignPass));
+    const Technique& two = m_marks.technique(1);
     EXPECT_EQ(0xFFFFFFFFu, two.passIndexByName("Right"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "188 Right pass does not exist in technique TwoPasses")) << log.dump();
     EXPECT_FALSE(drawnPass(two, zeb::String("Right")));
@@ -112,17 +107,16 @@ TEST_F(EffectTest, PassesOfAnotherEffectHaveNoIndex) {
 
 TEST_F(EffectTest, TechniquesThatCannotBeReadFailTheirConstruction) {
     vexiltest::LogCapture log;
-    Effect& effect = m_marks;
-    zeb::AssertionFailure e = thrownBy([&] { Technique(effect.effect().get(), 9); }, kNoAssertion);
+    zeb::AssertionFailure e = thrownBy([&] { Technique(m_marks.effect().get(), 9); }, kNoAssertion);
     EXPECT_STREQ("VexilDX9/Technique", e.file());
     EXPECT_EQ(17u, e.line());
     EXPECT_STREQ("initialize(effect, index)", e.expression());
     EXPECT_TRUE(log.contains("VexilDX9", 3, "34 Technique index is invalid 9"));
     EXPECT_THROW(Technique(nullptr, 0), zeb::AssertionFailure);
     EXPECT_TRUE(log.contains("VexilDX9", 3, "27 Effect is invalid."));
-    Technique copy(effect.effect().get(), 1);
+    Technique copy(m_marks.effect().get(), 1);
     EXPECT_EQ(2u, copy.numPasses());
-    EXPECT_EQ(effect.technique(1).handle(), copy.handle());
+    EXPECT_EQ(m_marks.technique(1).handle(), copy.handle());
 }
 
 TEST_F(EffectTest, ATechniqueFailingDuringLoadLeavesTheRestEmpty) {
@@ -159,14 +153,13 @@ TEST_F(EffectTest, TechniqueNamesTakeEachByteAsOneCharacter) {
 }
 
 TEST_F(EffectTest, ParameterValuesReachTheShader) {
-    Effect& effect = m_marks;
     const char* fill = nullptr;
-    ASSERT_TRUE(getParameterHandle(effect, "FillColour", fill));
-    ASSERT_TRUE(setParameter(effect, fill, D3DXVECTOR4(0.0f, 1.0f, 0.0f, 1.0f)));
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    ASSERT_TRUE(getParameterHandle(m_marks, "FillColour", fill));
+    ASSERT_TRUE(setParameter(m_marks, fill, D3DXVECTOR4(0.0f, 1.0f, 0.0f, 1.0f)));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kGreen));
-    ASSERT_TRUE(setParameter(effect, fill, D3DXVECTOR3(1.0f, 1.0f, 0.0f)));
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    ASSERT_TRUE(setParameter(m_marks, fill, D3DXVECTOR3(1.0f, 1.0f, 0.0f)));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, D3DCOLOR_XRGB(255, 255, 0)));
 }
 
@@ -196,7 +189,6 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
     vexiltest::LogCapture log;
     EffectCreationHook hook;
     ASSERT_TRUE(hook.ok());
-    Effect& effect = m_marks;
     Bytes good = fileBytes("test-effects\\marks.fxo");
     ASSERT_GT(good.size(), 64u);
     const struct {
@@ -211,16 +203,16 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
     };
     for (const auto& failure : failures) {
         unsigned before = hook.calls();
-        EXPECT_FALSE(effect.load(failure.file.c_str(), deviceHolder())) << failure.file;
+        EXPECT_FALSE(m_marks.load(failure.file.c_str(), deviceHolder())) << failure.file;
         EXPECT_EQ(failure.reachesD3DX, hook.calls() - before) << failure.file;
     }
     EXPECT_EQ(5u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
-    EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
-    EXPECT_EQ(4u, effect.numTechniques());
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
+    EXPECT_EQ(4u, m_marks.numTechniques());
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed));
-    EXPECT_TRUE(effect.reload(deviceHolder()));
-    EXPECT_EQ(4u, effect.numTechniques());
+    EXPECT_TRUE(m_marks.reload(deviceHolder()));
+    EXPECT_EQ(4u, m_marks.numTechniques());
 }
 
 TEST_F(EffectTest, EffectsWithoutTechniquesOrNeverLoaded) {

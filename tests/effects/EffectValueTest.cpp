@@ -5,42 +5,37 @@
 #include "LogCapture.h"
 
 #include <functional>
+namespace {
 
+// Sets a value of marks.fxo's parameter and reads it back as Out.
+template <class Out, class In> Out roundTrip(const Effect& effect, const char* name, const In& value) {
+    const char* handle = nullptr;
+    Out out{};
+    EXPECT_TRUE(getParameterHandle(effect, name, handle) && setParameter(effect, handle, value) &&
+                getParameter(effect, handle, out)) << name;
+    return out;
+}
+
+}  // namespace
 
 TEST_F(EffectTest, ScalarsVectorsAndMatricesRoundTrip) {
     float scale = 0.0f;
     ASSERT_TRUE(getParameter(m_marks, handle("Scale"), scale));
     EXPECT_EQ(2.5f, scale) << "default value from the effect file";
-    ASSERT_TRUE(setParameter(m_marks, handle("Scale"), 0.25f));
-    ASSERT_TRUE(getParameter(m_marks, handle("Scale"), scale));
-    EXPECT_EQ(0.25f, scale);
-
-    bool enabled = false;
-    ASSERT_TRUE(getParameter(m_marks, handle("Enabled"), enabled));
-    EXPECT_TRUE(enabled);
-    ASSERT_TRUE(setParameter(m_marks, handle("Enabled"), false));
-    ASSERT_TRUE(getParameter(m_marks, handle("Enabled"), enabled));
-    EXPECT_FALSE(enabled);
+    EXPECT_EQ(0.25f, roundTrip<float>(m_marks, "Scale", 0.25f));
+    EXPECT_TRUE(roundTrip<bool>(m_marks, "Enabled", true));
+    EXPECT_FALSE(roundTrip<bool>(m_marks, "Enabled", false));
     const int two = 2;  // raw bytes: SetInt/SetBool would normalise the flag
     ASSERT_EQ(D3D_OK, m_marks.effect()->SetValue(handle("Enabled"), &two, sizeof two));
+    bool enabled = true;
     ASSERT_TRUE(getParameter(m_marks, handle("Enabled"), enabled));
     EXPECT_FALSE(enabled) << "only exactly 1 reads as true";
-
-    ASSERT_TRUE(setParameter(m_marks, handle("FillColour"), D3DXVECTOR3(1.0f, 2.0f, 3.0f)));
-    D3DXVECTOR4 wide;
-    ASSERT_TRUE(getParameter(m_marks, handle("FillColour"), wide));
-    EXPECT_EQ(D3DXVECTOR4(1.0f, 2.0f, 3.0f, 1.0f), wide);
-    ASSERT_TRUE(setParameter(m_marks, handle("FillColour"), D3DXVECTOR4(4.0f, 5.0f, 6.0f, 7.0f)));
-    D3DXVECTOR3 narrow;
-    ASSERT_TRUE(getParameter(m_marks, handle("FillColour"), narrow));
-    EXPECT_EQ(D3DXVECTOR3(4.0f, 5.0f, 6.0f), narrow);
-
-    D3DXMATRIX world, back;
+    EXPECT_EQ(D3DXVECTOR4(1, 2, 3, 1), roundTrip<D3DXVECTOR4>(m_marks, "FillColour", D3DXVECTOR3(1, 2, 3)));
+    EXPECT_EQ(D3DXVECTOR3(4, 5, 6), roundTrip<D3DXVECTOR3>(m_marks, "FillColour", D3DXVECTOR4(4, 5, 6, 7)));
+    D3DXMATRIX world;
     D3DXMatrixRotationYawPitchRoll(&world, 0.3f, 0.2f, 0.1f);
     world._41 = 5.0f;
-    ASSERT_TRUE(setParameter(m_marks, handle("World"), world));
-    ASSERT_TRUE(getParameter(m_marks, handle("World"), back));
-    EXPECT_EQ(world, back) << "no transposition on the way";
+    EXPECT_EQ(world, roundTrip<D3DXMATRIX>(m_marks, "World", world)) << "no transposition on the way";
 }
 
 TEST_F(EffectTest, ArraysReadAsManyElementsAsTheyHold) {
