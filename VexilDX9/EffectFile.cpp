@@ -3,6 +3,7 @@
 
 #include <d3dx9.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace VexilDX9 {
@@ -26,6 +27,7 @@ enum ResourceUsage : uint32_t { UsageObjectData = 0, UsageParameterName = 1, Usa
 bool isSamplerType(uint32_t type) { return type >= D3DXPT_SAMPLER && type <= D3DXPT_SAMPLERCUBE; }
 bool isShaderType(uint32_t type) { return type == D3DXPT_PIXELSHADER || type == D3DXPT_VERTEXSHADER; }
 bool isObjectType(uint32_t type) { return (type >= D3DXPT_STRING && type <= D3DXPT_SAMPLERCUBE) || isShaderType(type); }
+bool isNumericType(uint32_t type) { return type == D3DXPT_BOOL || type == D3DXPT_INT || type == D3DXPT_FLOAT; }
 bool isExpressionType(uint32_t type) {
     return type == D3DXPT_BOOL || type == D3DXPT_INT || type == D3DXPT_FLOAT || type == D3DXPT_STRING;
 }
@@ -52,6 +54,7 @@ struct TypeDef {
     uint32_t rows = 0;
     uint32_t columns = 0;
     uint64_t elementBytes = 0;  // what D3DX allocates for one element
+    uint32_t nameOffset = 0;
     std::vector<TypeDef> members;
 
     uint64_t bytes() const { return elements ? saturatingProduct(elementBytes, elements) : elementBytes; }
@@ -136,6 +139,7 @@ private:
         if (!plain(at, out.type) || !plain(at, out.cls) || !structural(at, nameOffset) ||
             !structural(at, semanticOffset) || !structural(at, out.elements))
             return false;
+        out.nameOffset = nameOffset;
         return name(nameOffset, named) && name(semanticOffset, false) && typeShape(at, named, depth, out);
     }
 
@@ -145,7 +149,7 @@ private:
         case D3DXPC_VECTOR:
         case D3DXPC_MATRIX_ROWS:
         case D3DXPC_MATRIX_COLUMNS:
-            return numericShape(at, out) && numericShapeFitsClass(out);
+            return isNumericType(out.type) && numericShape(at, out) && numericShapeFitsClass(out);
         case D3DXPC_OBJECT:
             out.elementBytes = isSamplerType(out.type) ? 0 : kObjectValueBytes;
             return isObjectType(out.type);
@@ -340,7 +344,22 @@ private:
     // Shader code must start with a version token and end with the end token (the device walks it
     // without a size); D3DX reads its comments and constant tables unchecked.
     bool code(const uint8_t* bytes, size_t size, CodeKind kind) const {
-        return isSoundEffectCode(bytes, size, kind, m_base - kHeaderBytes, m_structuralWords);
+        ConstantRule agrees = [this](const ConstantShape& shape) { return parameterAgrees(shape); };
+        return isSoundEffectCode(bytes, size, kind, agrees, m_base - kHeaderBytes, m_structuralWords);
+    }
+
+    // A constant names a top-level parameter by its name; D3DX sizes the copy of a numeric value by
+    // both, so they must describe the same value.
+    bool parameterAgrees(const ConstantShape& shape) const {
+        for (const ParameterInfo& parameter : m_parameters) {
+            const TypeDef& type = parameter.type;
+            if (std::strcmp(reinterpret_cast<const char*>(m_base + type.nameOffset + 4), shape.name) != 0) continue;
+            if (type.cls > D3DXPC_MATRIX_COLUMNS) return true;  // D3DX checks samplers itself
+            return shape.cls <= D3DXPC_MATRIX_COLUMNS && shape.type == type.type && shape.rows == type.rows &&
+                   shape.columns == type.columns &&
+                   std::max<uint32_t>(shape.elements, 1) == std::max<uint32_t>(type.elements, 1);
+        }
+        return true;
     }
 
     bool resource(size_t& at) {

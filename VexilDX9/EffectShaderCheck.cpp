@@ -33,13 +33,15 @@ uint16_t halfAt(const uint8_t* bytes) {
 // reported to the caller that wants to know where they lie.
 class Reader {
 public:
-    Reader(const uint8_t* fileStart, std::vector<size_t>* structuralWords)
-        : m_fileStart(fileStart), m_structuralWords(structuralWords) {}
+    Reader(const uint8_t* fileStart, std::vector<size_t>* structuralWords, const ConstantRule& agrees)
+        : agrees(agrees), m_fileStart(fileStart), m_structuralWords(structuralWords) {}
 
     uint32_t structural(const uint8_t* at) const {
         if (m_structuralWords && m_fileStart) m_structuralWords->push_back(static_cast<size_t>(at - m_fileStart));
         return wordAt(at);
     }
+
+    const ConstantRule& agrees;
 
 private:
     const uint8_t* m_fileStart;
@@ -77,7 +79,15 @@ private:
         uint32_t name = word(at), typeInfo = word(at + 12), defaultValue = word(at + 16);
         word(at + 4);  // register set and index
         word(at + 8);  // register count
-        return half(at + 4) <= D3DXRS_SAMPLER && text(name) && defaultValue <= m_size && type(typeInfo, name, false, 0);
+        return half(at + 4) <= D3DXRS_SAMPLER && text(name) && defaultValue <= m_size && type(typeInfo, name, false, 0) &&
+               agrees(name, typeInfo);
+    }
+
+    bool agrees(uint32_t name, uint32_t type) const {
+        const uint8_t* t = m_table + type;
+        ConstantShape shape = {reinterpret_cast<const char*>(m_table + name), halfAt(t), halfAt(t + 2), halfAt(t + 4),
+                               halfAt(t + 6), halfAt(t + 8)};
+        return !m_reader.agrees || m_reader.agrees(shape);
     }
 
     // One constant node; elements and struct members are nodes of their own, as D3DX builds them.
@@ -191,9 +201,9 @@ private:
 
 }  // namespace
 
-bool isSoundEffectCode(const uint8_t* code, size_t size, CodeKind kind, const uint8_t* fileStart,
-                       std::vector<size_t>* structuralWords) {
-    Reader reader(fileStart, structuralWords);
+bool isSoundEffectCode(const uint8_t* code, size_t size, CodeKind kind, const ConstantRule& agrees,
+                       const uint8_t* fileStart, std::vector<size_t>* structuralWords) {
+    Reader reader(fileStart, structuralWords, agrees);
     if (kind == CodeKind::Expression) {
         CodeCheck check(code, size, reader);
         return check.preshader(0, check.words());

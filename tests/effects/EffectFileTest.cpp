@@ -190,6 +190,7 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
         {"shader code without its end", [](TinyEffect& e) { e.objectCount = 4; e.parameter(D3DXPT_PIXELSHADER, "PS", D3DXPC_OBJECT, {3}); e.objectData(3, {0xFFFF0200}); }, false},
         {"16 million empty elements", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0x00FFFFFF, {0}), e.words({})); }, false},
         {"a struct without members", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0, {0}), e.words({})); }, false},
+        {"a scalar of an object type", [](TinyEffect& e) { e.parameter(D3DXPT_TEXTURE, "T", D3DXPC_SCALAR, {0}, kScalarShape); }, false},
         {"a vector without columns", [](TinyEffect& e) { e.parameter(D3DXPT_FLOAT, "Wide", D3DXPC_VECTOR, {0}, {0, 1}); }, false},
         {"a sampler state that is its own block", [](TinyEffect& e) {
              uint32_t block = e.words({1, 0xB2, 0, e.type(D3DXPT_SAMPLER, D3DXPC_OBJECT, e.text("", false), 0)});
@@ -228,9 +229,11 @@ TEST(EffectFileCheck, ConstantTablesInShadersAreCheckedLikeTheFile) {
         {11, 7, false},                   // register set
         {13, 80, false},                  // type
         {15, 9, false},                   // class
-        {17, 0xFFFF, true},               // 65535 elements are nodes D3DX can make
-        {15, D3DXPC_STRUCT, true},        // a struct with no members reads as a leaf
-        {16, 5, true},                    // rows are D3DX's to clamp
+        {12, 4, true},                    // register counts are D3DX's to clamp
+        {10, 72, true},                   // a constant of no parameter is skipped
+        {17, 0xFFFF, false},              // 65535 elements, where the parameter it names has one
+        {15, D3DXPC_SCALAR | (D3DXPT_INT << 16), false},  // not the parameter's type
+        {16, 1 | (4u << 16), false},      // nor its columns
     };
     for (const auto& c : cases) {
         Words code = shaderWithTable();
