@@ -62,6 +62,16 @@ void CompiledEffectTest::drawQuad(ID3DXEffect* effect) {
     device()->EndScene();
 }
 
+void CompiledEffectTest::inPass(ID3DXEffect* effect, D3DXHANDLE technique, const std::function<void()>& read) {
+    ASSERT_EQ(D3D_OK, effect->SetTechnique(technique));
+    UINT passes = 0;
+    effect->Begin(&passes, D3DXFX_DONOTSAVESTATE);
+    EXPECT_EQ(D3D_OK, effect->BeginPass(0));
+    read();
+    effect->EndPass();
+    effect->End();
+}
+
 std::string annotationString(ID3DXEffect* effect, D3DXHANDLE object, const char* name) {
     LPCSTR text = nullptr;
     D3DXHANDLE annotation = effect->GetAnnotationByName(object, name);

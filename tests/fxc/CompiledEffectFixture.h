@@ -4,6 +4,7 @@
 
 #include <d3dx9.h>
 
+#include <functional>
 #include <string>
 
 // A real device and effects compiled in-process from source text, loaded by D3DX from memory.
@@ -18,6 +19,8 @@ protected:
     D3DXPARAMETER_DESC describe(ID3DXEffect* effect, D3DXHANDLE parameter);
     // Draws a clip-space quad over [-0.5, 0.5] through every pass of the effect's first technique.
     void drawQuad(ID3DXEffect* effect);
+    // Runs read inside pass 0 of the technique, with the pass's state on the device.
+    void inPass(ID3DXEffect* effect, D3DXHANDLE technique, const std::function<void()>& read);
 
     static const unsigned kCentre = 32;
 

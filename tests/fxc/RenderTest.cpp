@@ -23,14 +23,8 @@ TEST_F(CompiledEffectTest, RegisterBindingsAndArraysFeedTheirRegisters) {
     ASSERT_TRUE(effect);
     D3DXVECTOR4 bound(0, 0, 1, 1);
     ASSERT_EQ(D3D_OK, effect->SetVector("Bound", &bound));
-    ASSERT_EQ(D3D_OK, effect->SetTechnique("ByRegister"));
-    UINT passes = 0;
-    effect->Begin(&passes, 0);
-    effect->BeginPass(0);
     float seen[4] = {};
-    device()->GetPixelShaderConstantF(3, seen, 1);
-    effect->EndPass();
-    effect->End();
+    inPass(effect, "ByRegister", [&] { device()->GetPixelShaderConstantF(3, seen, 1); });
     EXPECT_EQ(1.0f, seen[2]) << "register(ps, c3) sets c3 of the pass's pixel shader";
 
     // Bones[25] starts at c4 + 25 * 4 = c104, where the vertex shader takes its offset.
@@ -39,12 +33,7 @@ TEST_F(CompiledEffectTest, RegisterBindingsAndArraysFeedTheirRegisters) {
     bones[25]._11 = 0.0f;
     bones[25]._12 = 1.0f;
     ASSERT_EQ(D3D_OK, effect->SetMatrixArray("Bones", bones, 26));
-    ASSERT_EQ(D3D_OK, effect->SetTechnique("Palette"));
-    effect->Begin(&passes, 0);
-    effect->BeginPass(0);
-    device()->GetVertexShaderConstantF(104, seen, 1);
-    effect->EndPass();
-    effect->End();
+    inPass(effect, "Palette", [&] { device()->GetVertexShaderConstantF(104, seen, 1); });
     EXPECT_EQ(0.0f, seen[0]);
     EXPECT_EQ(1.0f, seen[1]) << "rows of Bones[25] land in c104 onwards";
 }
@@ -52,30 +41,22 @@ TEST_F(CompiledEffectTest, RegisterBindingsAndArraysFeedTheirRegisters) {
 namespace {
 
 // The same sampling pass with the sampler bound by a state or by its register.
-const char kSamplerByState[] = R"(
-    texture Picture;
-    sampler2D PictureSampler = sampler_state { Texture = <Picture>; MinFilter = POINT; MagFilter = POINT;
-                                               AddressU = CLAMP; AddressV = MIRROR; };
-    technique T { pass { ZEnable = FALSE; CullMode = NONE; Sampler[1] = <PictureSampler>;
-        VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };
-        PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 mov oC0, r0 }; } }
-)";
-const char kSamplerByRegister[] = R"(
-    texture Picture;
-    sampler2D PictureSampler : register(s1) = sampler_state { Texture = <Picture>; MinFilter = POINT;
-                                               MagFilter = POINT; AddressU = CLAMP; AddressV = MIRROR; };
-    technique T { pass { ZEnable = FALSE; CullMode = NONE;
-        VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };
-        PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 mov oC0, r0 }; } }
-)";
+std::string samplerEffect(bool byRegister) {
+    return std::string("texture Picture;\nsampler2D PictureSampler") + (byRegister ? " : register(s1)" : "") +
+           " = sampler_state { Texture = <Picture>; MinFilter = POINT; MagFilter = POINT; AddressU = CLAMP;\n"
+           " AddressV = MIRROR; };\ntechnique T { pass { ZEnable = FALSE; CullMode = NONE;" +
+           (byRegister ? "" : " Sampler[1] = <PictureSampler>;") +
+           "\n VertexShader = asm { vs_2_0 def c0, 0.5, 0.5, 0, 0 dcl_position v0 mov oPos, v0 mov oT0, c0 };\n"
+           " PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 mov oC0, r0 }; } }";
+}
 
 }  // namespace
 
-class SamplerBindingTest : public CompiledEffectTest, public ::testing::WithParamInterface<const char*> {};
-INSTANTIATE_TEST_SUITE_P(ByStateAndByRegister, SamplerBindingTest, ::testing::Values(kSamplerByState, kSamplerByRegister));
+class SamplerBindingTest : public CompiledEffectTest, public ::testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(ByStateAndByRegister, SamplerBindingTest, ::testing::Values(false, true));
 
 TEST_P(SamplerBindingTest, SamplerParametersBindTheirTextureAndStates) {
-    ID3DXEffect* effect = load(GetParam());
+    ID3DXEffect* effect = load(samplerEffect(GetParam()));
     ASSERT_TRUE(effect);
     IDirect3DTexture9* texture = nullptr;
     ASSERT_EQ(D3D_OK, device()->CreateTexture(1, 1, 1, 0, D3DFMT_X8R8G8B8, D3DPOOL_MANAGED, &texture, nullptr));
@@ -86,14 +67,11 @@ TEST_P(SamplerBindingTest, SamplerParametersBindTheirTextureAndStates) {
     ASSERT_EQ(D3D_OK, effect->SetTexture("Picture", texture));
     drawQuad(effect);
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, D3DCOLOR_XRGB(10, 200, 30)));
-    UINT passes = 0;
-    effect->Begin(&passes, 0);
-    effect->BeginPass(0);
     DWORD addressU = 0, addressV = 0;
-    device()->GetSamplerState(1, D3DSAMP_ADDRESSU, &addressU);
-    device()->GetSamplerState(1, D3DSAMP_ADDRESSV, &addressV);
-    effect->EndPass();
-    effect->End();
+    inPass(effect, effect->GetTechnique(0), [&] {
+        device()->GetSamplerState(1, D3DSAMP_ADDRESSU, &addressU);
+        device()->GetSamplerState(1, D3DSAMP_ADDRESSV, &addressV);
+    });
     EXPECT_EQ(static_cast<DWORD>(D3DTADDRESS_CLAMP), addressU);
     EXPECT_EQ(static_cast<DWORD>(D3DTADDRESS_MIRROR), addressV);
     ASSERT_EQ(D3D_OK, effect->SetTexture("Picture", nullptr));
@@ -157,23 +135,20 @@ TEST_F(CompiledEffectTest, PassStatesReachTheDevice) {
     for (const PassState& row : kPassStates) source += std::string(" ") + row.source + ";\n";
     ID3DXEffect* effect = load(source + "} }");
     ASSERT_TRUE(effect);
-    UINT passes = 0;
-    effect->Begin(&passes, D3DXFX_DONOTSAVESTATE);
-    ASSERT_EQ(D3D_OK, effect->BeginPass(0));
-    for (const PassState& row : kPassStates) {
-        DWORD value = 0xDEADBEEF;
-        if (row.kind == Render) device()->GetRenderState(static_cast<D3DRENDERSTATETYPE>(row.state), &value);
-        if (row.kind == Stage)
-            device()->GetTextureStageState(row.index, static_cast<D3DTEXTURESTAGESTATETYPE>(row.state), &value);
-        if (row.kind == Sampler) device()->GetSamplerState(row.index, static_cast<D3DSAMPLERSTATETYPE>(row.state), &value);
-        EXPECT_EQ(row.expected, value) << row.source;
-    }
     BOOL lightEnabled = FALSE;
-    device()->GetLightEnable(0, &lightEnabled);
+    D3DMATERIAL9 material = {};
+    inPass(effect, effect->GetTechnique(0), [&] {
+        for (const PassState& row : kPassStates) {
+            DWORD value = 0xDEADBEEF;
+            if (row.kind == Render) device()->GetRenderState(static_cast<D3DRENDERSTATETYPE>(row.state), &value);
+            if (row.kind == Stage)
+                device()->GetTextureStageState(row.index, static_cast<D3DTEXTURESTAGESTATETYPE>(row.state), &value);
+            if (row.kind == Sampler) device()->GetSamplerState(row.index, static_cast<D3DSAMPLERSTATETYPE>(row.state), &value);
+            EXPECT_EQ(row.expected, value) << row.source;
+        }
+        device()->GetLightEnable(0, &lightEnabled);
+        device()->GetMaterial(&material);
+    });
     EXPECT_TRUE(lightEnabled);
-    D3DMATERIAL9 material;
-    device()->GetMaterial(&material);
     EXPECT_EQ(8.0f, material.Power);
-    effect->EndPass();
-    effect->End();
 }
