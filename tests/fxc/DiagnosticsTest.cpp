@@ -172,26 +172,31 @@ ToolRun runTool(const std::string& arguments) {
 
 TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
     std::string dir = vexiltest::outputDir();
-    std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", output = dir + "\\tool.fxo";
+    std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", deep = dir + "\\tool_deep.fx";
+    std::string output = dir + "\\tool.fxo";
     writeText(good, "float4 Colour = COLOUR_VALUE;\ntechnique T { pass { CullMode = NONE; } }\n");
     writeText(bad, "float4 Colour;\n\ntechnique T { pass { CullMode = NONE } }\n");
-
-    ToolRun usage = runTool("");
-    EXPECT_NE(0, usage.exitCode);
-    EXPECT_NE(std::string::npos, usage.output.find("usage: vexil-fxc input.fx -o output.fxo")) << usage.output;
-
-    ToolRun compiled = runTool(good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)");
-    EXPECT_EQ(0, compiled.exitCode) << compiled.output;
-    EXPECT_TRUE(vexiltest::fileExists(output));
-
-    ToolRun failed = runTool(bad + " -o " + output);
-    EXPECT_EQ(1, failed.exitCode);
-    EXPECT_NE(std::string::npos, failed.output.find("tool_bad.fx:3: expected ';' before '}'")) << failed.output;
-    EXPECT_FALSE(vexiltest::fileExists(output)) << "a failed compile removes the stale output";
-
-    ToolRun missing = runTool(dir + "\\absent.fx -o " + output);
-    EXPECT_EQ(1, missing.exitCode);
-    EXPECT_NE(std::string::npos, missing.output.find("cannot open file")) << missing.output;
+    writeText(deep, "#if " + repeated("(", 100000) + "1\n#endif\n");
+    DeleteFileA(output.c_str());
+    const struct {
+        std::string arguments;
+        int exitCode;
+        const char* says;
+        bool leavesOutput;  // a failed compile removes the stale output
+    } runs[] = {
+        {"", 2, "usage: vexil-fxc input.fx -o output.fxo", false},
+        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
+        {bad + " -o " + output, 1, "tool_bad.fx:3: expected ';' before '}'", false},
+        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
+        {deep + " -o " + output, 1, "tool_deep.fx:1: #if expression nested too deeply", false},
+        {dir + "\\absent.fx -o " + output, 1, "cannot open file", false},
+    };
+    for (const auto& run : runs) {
+        ToolRun result = runTool(run.arguments);
+        EXPECT_EQ(run.exitCode, result.exitCode) << run.arguments.substr(0, 100);
+        EXPECT_NE(std::string::npos, result.output.find(run.says)) << result.output;
+        EXPECT_EQ(run.leavesOutput, vexiltest::fileExists(output)) << run.arguments.substr(0, 100);
+    }
 }
 
 // Every cut of a valid effect either compiles or stops with a located error, never anything else.
