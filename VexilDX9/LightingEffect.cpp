@@ -7,7 +7,7 @@ ZEB_FILE_LOGGER(lightingLogger, "VexilDX9")
 const char kSource[] = "VexilDX9/LightingEffect";
 }  // namespace
 
-LightingEffect::GeneralParameter::GeneralParameter(const EffectReference& effect)
+LightingEffect::GeneralParameter::GeneralParameter(const BorrowedEffect& effect)
     : ambientCoeff(effect, "ambientCoeff"),
       ambientColor(effect, "ambientColor"),
       matWorld(effect, "matWorld"),
@@ -34,14 +34,14 @@ bool LightingEffect::GeneralParameter::isInitialized() const {
     return true;
 }
 
-LightingEffect::DirectionalLightParameter::DirectionalLightParameter(const EffectReference& effect)
+LightingEffect::DirectionalLightParameter::DirectionalLightParameter(const BorrowedEffect& effect)
     : lightDirection(effect, "lightDirection"), lightColor(effect, "lightColor") {}
 
 bool LightingEffect::DirectionalLightParameter::isInitialized() const {
     return lightDirection.m_handle && lightColor.m_handle;
 }
 
-LightingEffect::SpotLightParameter::SpotLightParameter(const EffectReference& effect)
+LightingEffect::SpotLightParameter::SpotLightParameter(const BorrowedEffect& effect)
     : spotLightPosition(effect, "spotLightPosition"),
       spotLightDirection(effect, "spotLightDirection"),
       spotLightColor(effect, "spotLightColor"),
@@ -53,7 +53,7 @@ bool LightingEffect::SpotLightParameter::isInitialized() const {
            innerAngle.m_handle && outerAngle.m_handle;
 }
 
-LightingEffect::PointLightParameter::PointLightParameter(const EffectReference& effect)
+LightingEffect::PointLightParameter::PointLightParameter(const BorrowedEffect& effect)
     : pointLightPosition(effect, "pointLightPosition"), pointLightColor(effect, "pointLightColor") {}
 
 bool LightingEffect::PointLightParameter::isInitialized() const {
@@ -65,10 +65,10 @@ LightingEffect::LightingEffect() : m_effectFileName("lightingEffect.fxo") {}
 bool LightingEffect::initialize(const AdapterD3D9& adapter) {
     ZEB_TRACE_AT(lightingLogger, "LightingEffect::initialize", kSource, 70);
     if (!m_effect.load(m_effectFileName, adapter.device())) {
-        ZEB_LOG(lightingLogger, 3, 75, zeb::String("Failed to load effect file ") + m_effectFileName);
+        ZEB_LOG(lightingLogger, 3, 75, "Failed to load effect file " + m_effectFileName);
         return false;
     }
-    EffectReference effect(&m_effect);
+    BorrowedEffect effect(&m_effect);
     m_generalParameter.reset(new GeneralParameter(effect));
     m_directionalLightParameter.reset(new DirectionalLightParameter(effect));
     m_spotLightParameter.reset(new SpotLightParameter(effect));

@@ -25,7 +25,7 @@ class AdapterD3D9;
 class VEXILDX9_API LightingEffect {
 public:
     struct VEXILDX9_API GeneralParameter {
-        explicit GeneralParameter(const EffectReference& effect);
+        explicit GeneralParameter(const BorrowedEffect& effect);
         bool isInitialized() const;
 
         EffectValue<float> ambientCoeff;
@@ -44,7 +44,7 @@ public:
         EffectValue<float> squareDistanceFactor;
     };
     struct VEXILDX9_API DirectionalLightParameter {
-        explicit DirectionalLightParameter(const EffectReference& effect);
+        explicit DirectionalLightParameter(const BorrowedEffect& effect);
         bool isInitialized() const;
 
         EffectValue<D3DXVECTOR4> lightDirection;
@@ -53,7 +53,7 @@ public:
     // innerAngle and outerAngle are the cone's half-angles in radians; between them the light
     // fades smoothly.
     struct VEXILDX9_API SpotLightParameter {
-        explicit SpotLightParameter(const EffectReference& effect);
+        explicit SpotLightParameter(const BorrowedEffect& effect);
         bool isInitialized() const;
 
         EffectValue<D3DXVECTOR4> spotLightPosition;
@@ -64,7 +64,7 @@ public:
     };
     // Attenuated by 1 / (1 + squareDistanceFactor * distance^2).
     struct VEXILDX9_API PointLightParameter {
-        explicit PointLightParameter(const EffectReference& effect);
+        explicit PointLightParameter(const BorrowedEffect& effect);
         bool isInitialized() const;
 
         EffectValue<D3DXVECTOR4> pointLightPosition;

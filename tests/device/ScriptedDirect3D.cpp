@@ -88,6 +88,7 @@ HRESULT ScriptedDirect3D9::CheckDeviceType(UINT adapter, D3DDEVTYPE type, D3DFOR
 HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat, DWORD usage,
                                              D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
+    if (refusedFormat != D3DFMT_UNKNOWN && checkFormat == refusedFormat) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDeviceFormat(realAdapter(adapter), type, adapterFormat, usage, resourceType, checkFormat);
 }
 
@@ -276,6 +277,15 @@ HRESULT ScriptedDevice9::CreateDepthStencilSurface(UINT width, UINT height, D3DF
         return script.createDepthStencilResult;
     }
     return m_real->CreateDepthStencilSurface(width, height, format, multiSample, quality, discard, surface, shared);
+}
+
+HRESULT ScriptedDevice9::CreateTexture(UINT width, UINT height, UINT levels, DWORD usage, D3DFORMAT format,
+                                       D3DPOOL pool, IDirect3DTexture9** texture, HANDLE* shared) {
+    if (FAILED(script.createTextureResult)) {
+        *texture = nullptr;
+        return script.createTextureResult;
+    }
+    return m_real->CreateTexture(width, height, levels, usage, format, pool, texture, shared);
 }
 
 HRESULT ScriptedDevice9::CreateQuery(D3DQUERYTYPE type, IDirect3DQuery9** query) {

@@ -43,6 +43,7 @@ struct DeviceScript {
     HRESULT depthStencilSurfaceResult = D3D_OK;
     HRESULT createDepthStencilResult = D3D_OK;
     HRESULT createQueryResult = D3D_OK;  // for creating calls only, not support probes
+    HRESULT createTextureResult = D3D_OK;
 };
 
 struct CreateDeviceCall {
@@ -71,6 +72,8 @@ public:
     DWORD failingVertexMode = 0;
     HRESULT failingVertexModeResult = D3DERR_NOTAVAILABLE;
     HRESULT multiSampleResult = D3D_OK;
+    // A format that every CheckDeviceFormat refuses (D3DFMT_UNKNOWN: none).
+    D3DFORMAT refusedFormat = D3DFMT_UNKNOWN;
     // How many depth-stencil checks to refuse from now on (-1: all); after that, accept only
     // acceptedDepthFormat (D3DFMT_UNKNOWN: whatever the real adapter accepts).
     int rejectedDepthChecks = 0;
@@ -156,7 +159,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetDialogBoxMode(WINBOOL a0) override { return m_real->SetDialogBoxMode(a0); }
     void STDMETHODCALLTYPE SetGammaRamp(UINT a0, DWORD a1, const D3DGAMMARAMP * a2) override { m_real->SetGammaRamp(a0, a1, a2); }
     void STDMETHODCALLTYPE GetGammaRamp(UINT a0, D3DGAMMARAMP* a1) override { m_real->GetGammaRamp(a0, a1); }
-    HRESULT STDMETHODCALLTYPE CreateTexture(UINT a0, UINT a1, UINT a2, DWORD a3, D3DFORMAT a4, D3DPOOL a5, IDirect3DTexture9** a6, HANDLE* a7) override { return m_real->CreateTexture(a0, a1, a2, a3, a4, a5, a6, a7); }
+    HRESULT STDMETHODCALLTYPE CreateTexture(UINT a0, UINT a1, UINT a2, DWORD a3, D3DFORMAT a4, D3DPOOL a5, IDirect3DTexture9** a6, HANDLE* a7) override;
     HRESULT STDMETHODCALLTYPE CreateVolumeTexture(UINT a0, UINT a1, UINT a2, UINT a3, DWORD a4, D3DFORMAT a5, D3DPOOL a6, IDirect3DVolumeTexture9** a7, HANDLE* a8) override { return m_real->CreateVolumeTexture(a0, a1, a2, a3, a4, a5, a6, a7, a8); }
     HRESULT STDMETHODCALLTYPE CreateCubeTexture(UINT a0, UINT a1, DWORD a2, D3DFORMAT a3, D3DPOOL a4, IDirect3DCubeTexture9** a5, HANDLE* a6) override { return m_real->CreateCubeTexture(a0, a1, a2, a3, a4, a5, a6); }
     HRESULT STDMETHODCALLTYPE CreateVertexBuffer(UINT a0, DWORD a1, DWORD a2, D3DPOOL a3, IDirect3DVertexBuffer9** a4, HANDLE* a5) override { return m_real->CreateVertexBuffer(a0, a1, a2, a3, a4, a5); }
