@@ -17,9 +17,9 @@
 
 float ambientCoeff : register(ps, c0) = 0.2;
 float4 ambientColor : register(ps, c1) = { 1, 1, 1, 1 };
-column_major float4x4 matWorld : register(vs, c0);
-column_major float4x4 matViewProjection : register(vs, c4);
-column_major float4x4 matWorldInverseTranspose : register(vs, c8);
+float4x4 matWorld : register(vs, c0);
+float4x4 matViewProjection : register(vs, c4);
+float4x4 matWorldInverseTranspose : register(vs, c8);
 float4x4 matViewInv : register(vs, c12);
 float diffuseCoeff : register(ps, c2) = 0.8;
 float4 diffuseColor : register(ps, c3) = { 1, 1, 1, 1 };
@@ -70,10 +70,20 @@ technique BlinnPhongShading
             dcl_texcoord1 o2.xyz
             dcl_texcoord2 o3.xy
             dcl_texcoord3 o4.xyz
-            m4x4 r0, v0, c0
-            m4x4 o0, r0, c4
+            mul r0, v0.x, c0
+            mad r0, v0.y, c1, r0
+            mad r0, v0.z, c2, r0
+            mad r0, v0.w, c3, r0
+            mul r1, r0.x, c4
+            mad r1, r0.y, c5, r1
+            mad r1, r0.z, c6, r1
+            mad r1, r0.w, c7, r1
+            mov o0, r1
             mov o1.xyz, r0
-            m3x3 o2.xyz, v1, c8
+            mul r2.xyz, v1.x, c8
+            mad r2.xyz, v1.y, c9, r2
+            mad r2.xyz, v1.z, c10, r2
+            mov o2.xyz, r2
             mov o3.xy, v2
             add o4.xyz, c15, -r0
         };

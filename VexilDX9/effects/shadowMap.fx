@@ -10,9 +10,9 @@
 // (percentage-closer filtering): a tap is lit when its stored depth + zBias is not nearer than
 // the pixel's own lamp depth. Outside the map everything counts as lit.
 
-column_major float4x4 matWorld : register(vs, c0);
-column_major float4x4 matViewProjection : register(vs, c4);
-column_major float4x4 matWorldInverseTranspose : register(vs, c8);
+float4x4 matWorld : register(vs, c0);
+float4x4 matViewProjection : register(vs, c4);
+float4x4 matWorldInverseTranspose : register(vs, c8);
 float4x4 matViewInverse : register(vs, c12);
 
 float ambientCoeff : register(ps, c0) = 0.2;
@@ -32,8 +32,8 @@ texture normalMap;
 float4 lightDirection : register(ps, c8) = { 0, -1, 0, 0 };
 
 float mapDimension : register(ps, c9) = 512;
-column_major float4x4 lampView : register(vs, c16);
-column_major float4x4 lampProjection : register(vs, c20);
+float4x4 lampView : register(vs, c16);
+float4x4 lampProjection : register(vs, c20);
 texture colorBuffer;
 float zBias : register(ps, c10) = 0.005;
 float zNear : register(vs, c24) = 1;
@@ -69,9 +69,19 @@ technique ShadowDepth
             dcl_position v0
             dcl_position o0
             dcl_texcoord0 o1.x
-            m4x4 r0, v0, c0
-            m4x4 r1, r0, c16
-            m4x4 o0, r1, c20
+            mul r0, v0.x, c0
+            mad r0, v0.y, c1, r0
+            mad r0, v0.z, c2, r0
+            mad r0, v0.w, c3, r0
+            mul r1, r0.x, c16
+            mad r1, r0.y, c17, r1
+            mad r1, r0.z, c18, r1
+            mad r1, r0.w, c19, r1
+            mul r3, r1.x, c20
+            mad r3, r1.y, c21, r3
+            mad r3, r1.z, c22, r3
+            mad r3, r1.w, c23, r3
+            mov o0, r3
             add r2.x, r1.z, -c24.x
             add r2.y, c25.x, -c24.x
             rcp r2.y, r2.y
@@ -104,11 +114,28 @@ technique ShadowReceiver
             dcl_texcoord2 o3.x
             dcl_texcoord3 o4.xyz
             dcl_texcoord4 o5.xy
-            m4x4 r0, v0, c0
-            m4x4 o0, r0, c4
-            m3x3 o1.xyz, v1, c8
-            m4x4 r1, r0, c16
-            m4x4 o2, r1, c20
+            mul r0, v0.x, c0
+            mad r0, v0.y, c1, r0
+            mad r0, v0.z, c2, r0
+            mad r0, v0.w, c3, r0
+            mul r3, r0.x, c4
+            mad r3, r0.y, c5, r3
+            mad r3, r0.z, c6, r3
+            mad r3, r0.w, c7, r3
+            mov o0, r3
+            mul r4.xyz, v1.x, c8
+            mad r4.xyz, v1.y, c9, r4
+            mad r4.xyz, v1.z, c10, r4
+            mov o1.xyz, r4
+            mul r1, r0.x, c16
+            mad r1, r0.y, c17, r1
+            mad r1, r0.z, c18, r1
+            mad r1, r0.w, c19, r1
+            mul r3, r1.x, c20
+            mad r3, r1.y, c21, r3
+            mad r3, r1.z, c22, r3
+            mad r3, r1.w, c23, r3
+            mov o2, r3
             add r2.x, r1.z, -c24.x
             add r2.y, c25.x, -c24.x
             rcp r2.y, r2.y

@@ -29,7 +29,9 @@ protected:
     }
     void TearDown() override {
         m_lighting.reset();
-        if (m_adapter.device()) EXPECT_EQ(m_deviceReferences, references(m_adapter.device().get()));
+        if (m_adapter.device()) {
+            EXPECT_EQ(m_deviceReferences, references(m_adapter.device().get()));
+        }
     }
     // Runs body with the working directory moved to folder (under the test programs' folder).
     template <class Body> void inFolder(const char* folder, Body body) {

@@ -75,7 +75,9 @@ protected:
         m_texture.reset();
         m_effect = Effect();
         m_holder.reset();
-        if (m_device) EXPECT_EQ(0u, m_device->shutdown());
+        if (m_device) {
+            EXPECT_EQ(0u, m_device->shutdown());
+        }
     }
     IDirect3DDevice9* device() const { return m_device->device(); }
 

@@ -49,7 +49,9 @@ protected:
         m_box.reset();
         m_ground.reset();
         m_holder.reset();
-        if (m_device) EXPECT_EQ(0u, m_device->shutdown());
+        if (m_device) {
+            EXPECT_EQ(0u, m_device->shutdown());
+        }
     }
     IDirect3DDevice9* device() const { return m_device->device(); }
 
