@@ -28,11 +28,6 @@ struct Lamp {
     }
 };
 
-ULONG references(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
-
 // A box over the ground, drawn into the lamp's map and then as seen by the camera.
 class ShadowMapTest : public ::testing::Test {
 protected:
