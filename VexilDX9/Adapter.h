@@ -35,6 +35,8 @@ public:
     };
 
     AdapterD3D9();
+    // With true, initializes at once and fails its check when that does not succeed.
+    explicit AdapterD3D9(bool initializeNow);
     ~AdapterD3D9();
     AdapterD3D9(const AdapterD3D9&) = delete;
     AdapterD3D9& operator=(const AdapterD3D9&) = delete;

@@ -140,13 +140,21 @@ TEST_F(ManagerOnWine, DevicesListedPerTypeAndDroppedByClear) {
     RenderDeviceManagerDX9 manager;
     const zeb::Array<RenderDeviceParameterDX9> params = parameters({parameter(adapterName(), {windowedChain(window.handle())})});
     ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_REF, params, window.handle()));
-    ASSERT_TRUE(manager.renderDevice(D3DDEVTYPE_REF, window.handle()));
-    watch(manager.renderDevice(D3DDEVTYPE_REF, window.handle())->d3dDevice().get());
+    RenderDeviceDX9* refDevice = manager.renderDevice(D3DDEVTYPE_REF, window.handle()).get();
+    ASSERT_TRUE(refDevice);
+    watch(refDevice->d3dDevice().get());
 
     zeb::Array<RenderDeviceManagerDX9::RenderDeviceReference> devices;
     EXPECT_EQ(1u, manager.renderDevices(D3DDEVTYPE_REF, devices));
     EXPECT_EQ(0u, manager.renderDevices(D3DDEVTYPE_HAL, devices));
     EXPECT_EQ(0u, devices.size()) << "the output is replaced, not appended to";
+
+    // Asked for the other type, the index reads the other list, here still empty.
+    EXPECT_FALSE(manager.renderDevice(D3DDEVTYPE_HAL, window.handle()));
+    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, params, window.handle()));
+    watch(manager.renderDevice(D3DDEVTYPE_HAL, window.handle())->d3dDevice().get());
+    EXPECT_EQ(refDevice, manager.renderDevice(D3DDEVTYPE_REF, window.handle()).get());
+    EXPECT_NE(refDevice, manager.renderDevice(D3DDEVTYPE_HAL, window.handle()).get());
 
     manager.clear();
     EXPECT_FALSE(manager.renderDevice(D3DDEVTYPE_REF, window.handle()));
@@ -157,27 +165,22 @@ TEST_F(ManagerOnWine, DevicesListedPerTypeAndDroppedByClear) {
     EXPECT_TRUE(manager.renderDevice(D3DDEVTYPE_HAL, window.handle())->findRenderBuffer(window.handle(), buffer));
 }
 
-TEST_F(ManagerOnWine, CopiesShareDevicesButNotGroups) {
-    TestWindow window, other;
+TEST_F(ManagerOnWine, CopiesTakeTheGroupsAndShareTheDevices) {
+    TestWindow window;
+    const zeb::Array<RenderDeviceParameterDX9> params = parameters({parameter(adapterName(), {windowedChain(window.handle())})});
     RenderDeviceManagerDX9 manager;
-    {
-        // Parameters filed in a copy stay out of the original's groups.
-        RenderDeviceManagerDX9 copy(manager);
-        ASSERT_EQ(1u, copy.createRenderDevice(D3DDEVTYPE_HAL, parameters({parameter(adapterName(), {windowedChain(other.handle())})}),
-                                              other.handle()));
-        watch(copy.renderDevice(D3DDEVTYPE_HAL, other.handle())->d3dDevice().get());
-    }
-    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, parameters({parameter(adapterName(), {windowedChain(window.handle())})}),
-                                             window.handle()));
-    RenderDeviceManagerDX9::RenderDeviceReference device = manager.renderDevice(D3DDEVTYPE_HAL, window.handle());
-    RenderBuffer buffer;
-    EXPECT_TRUE(device->findRenderBuffer(window.handle(), buffer));
-    watch(device->d3dDevice().get());
+    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, params, window.handle()));
+    watch(manager.renderDevice(D3DDEVTYPE_HAL, window.handle())->d3dDevice().get());
 
     RenderDeviceManagerDX9 copy(manager);
-    EXPECT_EQ(device.get(), copy.renderDevice(D3DDEVTYPE_HAL, window.handle()).get());
-    copy.clear();
-    EXPECT_TRUE(device->d3dDevice()) << "the original still shares the device";
+    EXPECT_EQ(manager.renderDevice(D3DDEVTYPE_HAL, window.handle()).get(), copy.renderDevice(D3DDEVTYPE_HAL, window.handle()).get());
+    EXPECT_EQ(0u, manager.createRenderDevice(D3DDEVTYPE_HAL, params, window.handle())) << "the copy took the groups";
+    EXPECT_TRUE(log.contains(kManagerLog, 3, "178 Cannot create render device with an empty device group list"));
+    RenderDeviceManagerDX9 assigned;
+    assigned = copy;
+    EXPECT_EQ(0u, copy.createRenderDevice(D3DDEVTYPE_HAL, params, window.handle()));
+    ASSERT_EQ(1u, assigned.createRenderDevice(D3DDEVTYPE_HAL, params, window.handle()));
+    watch(assigned.renderDevice(D3DDEVTYPE_HAL, window.handle())->d3dDevice().get());
 }
 
 TEST_F(ManagerOnWine, MultisamplingIsHonouredWhenTheAdapterCanAndDroppedWhenNot) {

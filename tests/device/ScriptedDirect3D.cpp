@@ -64,19 +64,32 @@ HRESULT ScriptedDirect3D9::GetAdapterIdentifier(UINT adapter, DWORD flags, D3DAD
     return hr;
 }
 
+const std::vector<D3DDISPLAYMODE>* ScriptedDirect3D9::scriptedModes(UINT adapter) const {
+    return m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].modes.empty() ? &m_adapters[adapter].modes
+                                                                                         : nullptr;
+}
+
 UINT ScriptedDirect3D9::GetAdapterModeCount(UINT adapter, D3DFORMAT format) {
+    if (const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter)) return static_cast<UINT>(modes->size());
     return knownAdapter(adapter) ? m_real->GetAdapterModeCount(realAdapter(adapter), format) : 0;
 }
 
 HRESULT ScriptedDirect3D9::EnumAdapterModes(UINT adapter, D3DFORMAT format, UINT mode, D3DDISPLAYMODE* out) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->EnumAdapterModes(realAdapter(adapter), format, mode, out);
+    const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter);
+    if (!modes) return m_real->EnumAdapterModes(realAdapter(adapter), format, mode, out);
+    if (mode >= modes->size()) return D3DERR_INVALIDCALL;
+    *out = (*modes)[mode];
+    return D3D_OK;
 }
 
 HRESULT ScriptedDirect3D9::GetAdapterDisplayMode(UINT adapter, D3DDISPLAYMODE* mode) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if (m_scripted && FAILED(m_adapters[adapter].displayModeResult)) return m_adapters[adapter].displayModeResult;
-    return m_real->GetAdapterDisplayMode(realAdapter(adapter), mode);
+    const HRESULT hr = m_real->GetAdapterDisplayMode(realAdapter(adapter), mode);
+    if (SUCCEEDED(hr) && m_scripted && m_adapters[adapter].displayFormat != D3DFMT_UNKNOWN)
+        mode->Format = m_adapters[adapter].displayFormat;
+    return hr;
 }
 
 HRESULT ScriptedDirect3D9::CheckDeviceType(UINT adapter, D3DDEVTYPE type, D3DFORMAT displayFormat,
@@ -89,6 +102,7 @@ HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DF
                                              D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if (refusedFormat != D3DFMT_UNKNOWN && checkFormat == refusedFormat) return D3DERR_NOTAVAILABLE;
+    if ((usage & D3DUSAGE_DEPTHSTENCIL) && !depthFormatAllowed(checkFormat)) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDeviceFormat(realAdapter(adapter), type, adapterFormat, usage, resourceType, checkFormat);
 }
 
@@ -97,18 +111,26 @@ HRESULT ScriptedDirect3D9::CheckDeviceMultiSampleType(UINT adapter, D3DDEVTYPE t
                                                       DWORD* qualityLevels) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if (FAILED(multiSampleResult)) return multiSampleResult;
+    if (multiSampleLevels && qualityLevels) {
+        *qualityLevels = multiSampleLevels;
+        return D3D_OK;
+    }
     return m_real->CheckDeviceMultiSampleType(realAdapter(adapter), type, surfaceFormat, windowed, multiSampleType,
                                               qualityLevels);
+}
+
+bool ScriptedDirect3D9::depthFormatAllowed(D3DFORMAT format) {
+    if (rejectedDepthChecks != 0) {
+        if (rejectedDepthChecks > 0) --rejectedDepthChecks;
+        return false;
+    }
+    return acceptedDepthFormat == D3DFMT_UNKNOWN || format == acceptedDepthFormat;
 }
 
 HRESULT ScriptedDirect3D9::CheckDepthStencilMatch(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat,
                                                   D3DFORMAT renderTargetFormat, D3DFORMAT depthStencilFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (rejectedDepthChecks != 0) {
-        if (rejectedDepthChecks > 0) --rejectedDepthChecks;
-        return D3DERR_NOTAVAILABLE;
-    }
-    if (acceptedDepthFormat != D3DFMT_UNKNOWN && depthStencilFormat != acceptedDepthFormat) return D3DERR_NOTAVAILABLE;
+    if (!depthFormatAllowed(depthStencilFormat)) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDepthStencilMatch(realAdapter(adapter), type, adapterFormat, renderTargetFormat,
                                           depthStencilFormat);
 }
@@ -136,6 +158,7 @@ HRESULT ScriptedDirect3D9::GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9
 }
 
 HMONITOR ScriptedDirect3D9::GetAdapterMonitor(UINT adapter) {
+    if (m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].monitor) return nullptr;
     return knownAdapter(adapter) ? m_real->GetAdapterMonitor(realAdapter(adapter)) : nullptr;
 }
 
@@ -252,6 +275,14 @@ HRESULT ScriptedDevice9::GetSwapChain(UINT index, IDirect3DSwapChain9** swapChai
 }
 
 UINT ScriptedDevice9::GetNumberOfSwapChains() { return std::max(m_heads, m_real->GetNumberOfSwapChains()); }
+
+HRESULT ScriptedDevice9::CreateAdditionalSwapChain(D3DPRESENT_PARAMETERS* params, IDirect3DSwapChain9** swapChain) {
+    if (FAILED(script.additionalSwapChainResult)) {
+        *swapChain = nullptr;
+        return script.additionalSwapChainResult;
+    }
+    return m_real->CreateAdditionalSwapChain(params, swapChain);
+}
 
 HRESULT ScriptedDevice9::Reset(D3DPRESENT_PARAMETERS* params) {
     ++resetCalls;

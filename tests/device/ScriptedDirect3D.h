@@ -33,6 +33,9 @@ struct ScriptedAdapter {
     HRESULT displayModeResult = D3D_OK;
     DWORD vertexShaderVersion = 0;  // 0: the real adapter's
     DWORD pixelShaderVersion = 0;
+    bool monitor = true;
+    D3DFORMAT displayFormat = D3DFMT_UNKNOWN;  // of the current mode; UNKNOWN: the real one
+    std::vector<D3DDISPLAYMODE> modes;          // empty: the real adapter's
 };
 
 // Results for the calls of devices created through the decorator (D3D_OK: forward).
@@ -44,6 +47,7 @@ struct DeviceScript {
     HRESULT createDepthStencilResult = D3D_OK;
     HRESULT createQueryResult = D3D_OK;  // for creating calls only, not support probes
     HRESULT createTextureResult = D3D_OK;
+    HRESULT additionalSwapChainResult = D3D_OK;
 };
 
 struct CreateDeviceCall {
@@ -74,7 +78,8 @@ public:
     HRESULT multiSampleResult = D3D_OK;
     // A format that every CheckDeviceFormat refuses (D3DFMT_UNKNOWN: none).
     D3DFORMAT refusedFormat = D3DFMT_UNKNOWN;
-    // How many depth-stencil checks to refuse from now on (-1: all); after that, accept only
+    DWORD multiSampleLevels = 0;  // quality levels reported with success (0: the real adapter's)
+    // How many depth-stencil checks (CheckDepthStencilMatch, or CheckDeviceFormat for depth use) to refuse from now on (-1: all); after that, accept only
     // acceptedDepthFormat (D3DFMT_UNKNOWN: whatever the real adapter accepts).
     int rejectedDepthChecks = 0;
     D3DFORMAT acceptedDepthFormat = D3DFMT_UNKNOWN;
@@ -116,6 +121,9 @@ private:
     // The real adapter that stands behind a scripted one.
     UINT realAdapter(UINT adapter) const { return m_scripted ? 0 : adapter; }
     bool knownAdapter(UINT adapter) const { return !m_scripted || adapter < m_adapters.size(); }
+    const std::vector<D3DDISPLAYMODE>* scriptedModes(UINT adapter) const;
+    // Depth-stencil checks (both kinds) follow rejectedDepthChecks and acceptedDepthFormat.
+    bool depthFormatAllowed(D3DFORMAT format);
     HRESULT createRealDevice(UINT adapter, D3DDEVTYPE type, HWND focusWindow, DWORD flags, UINT heads,
                              D3DPRESENT_PARAMETERS* params, IDirect3DDevice9** device);
 
@@ -149,7 +157,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetCursorProperties(UINT a0, UINT a1, IDirect3DSurface9* a2) override { return m_real->SetCursorProperties(a0, a1, a2); }
     void STDMETHODCALLTYPE SetCursorPosition(int a0, int a1, DWORD a2) override { m_real->SetCursorPosition(a0, a1, a2); }
     WINBOOL STDMETHODCALLTYPE ShowCursor(WINBOOL a0) override { return m_real->ShowCursor(a0); }
-    HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(D3DPRESENT_PARAMETERS* a0, IDirect3DSwapChain9** a1) override { return m_real->CreateAdditionalSwapChain(a0, a1); }
+    HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(D3DPRESENT_PARAMETERS* a0, IDirect3DSwapChain9** a1) override;
     HRESULT STDMETHODCALLTYPE GetSwapChain(UINT a0, IDirect3DSwapChain9** a1) override;
     UINT STDMETHODCALLTYPE GetNumberOfSwapChains() override;
     HRESULT STDMETHODCALLTYPE Reset(D3DPRESENT_PARAMETERS* a0) override;
