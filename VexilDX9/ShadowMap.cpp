@@ -7,6 +7,14 @@ namespace {
 ZEB_FILE_LOGGER(shadowLogger, "VexilDX9")
 const char kSource[] = "VexilDX9/ShadowMap";
 const char kEffectFile[] = "shadowMap.fxo";
+
+// Reports a refused creation: the call's result, then the request at trace level.
+bool creationFailed(const char* function, HRESULT hr, unsigned tag, const char* usage, unsigned dimension,
+                    const char* formatName, D3DFORMAT format) {
+    VexilDX9::logD3DFunction(shadowLogger, function, hr, false);
+    ZEB_LOG(shadowLogger, 1, tag, usage + " m_shadowMapDimension " + dimension + formatName + static_cast<unsigned>(format));
+    return false;
+}
 }  // namespace
 
 ShadowMapSingleLamp::ShadowMapSingleLamp(const BorrowedEffect& effect)
@@ -23,7 +31,8 @@ bool ShadowMapSingleLamp::isInitialized() const {
            zBias.m_handle && zNear.m_handle && zFar.m_handle;
 }
 
-ShadowMap::ShadowMap() : m_shadowDepthMapFormat(D3DFMT_R32F), m_zStencilFormat(D3DFMT_D24S8) {}
+// The dimension starts at 0 rather than undefined, so that copies of an unallocated map are defined.
+ShadowMap::ShadowMap() : m_shadowDepthMapFormat(D3DFMT_R32F), m_zStencilFormat(D3DFMT_D24S8), m_shadowMapDimension(0) {}
 
 ShadowMap::ShadowMap(const COMPtr<IDirect3DDevice9>::pointer& device) : ShadowMap() {
     ZEB_ASSERT(kSource, 166, initialize(device));
@@ -61,7 +70,7 @@ bool ShadowMap::allocateShadowMapResources(const COMPtr<IDirect3DDevice9>::point
     m_shadowMapDimension = dimension;
     if (!createDepthStencil(device.get())) return false;
     checkMapFormat(device.get());
-    if (!createMap(device.get())) return false;
+    if (!createMap(device.get()) || !m_shadowMapResource) return false;  // no effect to hand the map to
     const ShadowMapSingleLamp& lamp = *m_shadowMapResource;
     setParameter(m_effect, lamp.mapDimension.m_handle, static_cast<float>(dimension));
     IDirect3DBaseTexture9* map = m_shadowDepthMap.get();
@@ -82,13 +91,9 @@ bool ShadowMap::createDepthStencil(IDirect3DDevice9* device) {
     IDirect3DSurface9* surface = nullptr;
     HRESULT hr = device->CreateDepthStencilSurface(m_shadowMapDimension, m_shadowMapDimension, m_zStencilFormat,
                                                    D3DMULTISAMPLE_NONE, 0, TRUE, &surface, nullptr);
-    if (FAILED(hr)) {
-        VexilDX9::logD3DFunction(shadowLogger, "IDirect3DDevice9::CreateDepthStencilSurface", hr, false);
-        ZEB_LOG(shadowLogger, 1, 43,
-                "D3DUSAGE_DEPTHSTENCIL m_shadowMapDimension " + m_shadowMapDimension +
-                    " m_zStencilFormat " + static_cast<unsigned>(m_zStencilFormat));
-        return false;
-    }
+    if (FAILED(hr))
+        return creationFailed("IDirect3DDevice9::CreateDepthStencilSurface", hr, 43, "D3DUSAGE_DEPTHSTENCIL",
+                              m_shadowMapDimension, " m_zStencilFormat ", m_zStencilFormat);
     m_zStencil.reset(surface);
     return true;
 }
@@ -110,13 +115,9 @@ bool ShadowMap::createMap(IDirect3DDevice9* device) {
     IDirect3DTexture9* texture = nullptr;
     HRESULT hr = device->CreateTexture(m_shadowMapDimension, m_shadowMapDimension, 1, D3DUSAGE_RENDERTARGET,
                                        m_shadowDepthMapFormat, D3DPOOL_DEFAULT, &texture, nullptr);
-    if (FAILED(hr)) {
-        VexilDX9::logD3DFunction(shadowLogger, "IDirect3DDevice9::CreateTexture", hr, false);
-        ZEB_LOG(shadowLogger, 1, 80,
-                "D3DUSAGE_RENDERTARGET m_shadowMapDimension " + m_shadowMapDimension +
-                    " m_shadowDepthMapFormat " + static_cast<unsigned>(m_shadowDepthMapFormat));
-        return false;
-    }
+    if (FAILED(hr))
+        return creationFailed("IDirect3DDevice9::CreateTexture", hr, 80, "D3DUSAGE_RENDERTARGET", m_shadowMapDimension,
+                              " m_shadowDepthMapFormat ", m_shadowDepthMapFormat);
     m_shadowDepthMap.reset(texture);
     texture->GetSurfaceLevel(0, m_shadowDepthMapSurface.receive());
     return true;

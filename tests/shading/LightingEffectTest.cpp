@@ -33,17 +33,12 @@ protected:
     }
     // initialize() with the working directory moved to folder (beside the test programs).
     bool initializeIn(const char* folder) {
-        char saved[MAX_PATH];
-        GetCurrentDirectoryA(MAX_PATH, saved);
-        SetCurrentDirectoryA(folder);
-        try {
-            bool result = m_lighting->initialize(m_adapter);
-            SetCurrentDirectoryA(saved);
-            return result;
-        } catch (...) {
-            SetCurrentDirectoryA(saved);
-            throw;
-        }
+        struct Moved {
+            char saved[MAX_PATH];
+            explicit Moved(const char* to) { GetCurrentDirectoryA(MAX_PATH, saved), SetCurrentDirectoryA(to); }
+            ~Moved() { SetCurrentDirectoryA(saved); }
+        } moved(folder);
+        return m_lighting->initialize(m_adapter);
     }
 
     vexiltest::LogCapture m_log;
@@ -77,7 +72,8 @@ TEST_F(LightingEffectTest, SecondInitializeReleasesTheFirstEffectAndRebindsEvery
 TEST_F(LightingEffectTest, EffectFilesAreFoundByRelativeNameAndCheckedWhenBound) {
     EXPECT_FALSE(initializeIn("shading"));
     EXPECT_TRUE(m_log.contains("VexilDX9", 3, "75 Failed to load effect file lightingEffect.fxo")) << m_log.dump();
-    EXPECT_THROW(m_lighting->blinnPhongShading().render(nullptr, 0), zeb::IndexOutOfBounds);
+    EXPECT_FALSE(m_lighting->blinnPhongShading().isInitialized());
+    EXPECT_THROW(m_lighting->blinnPhongShading().render(nullptr, 0), zeb::IndexOutOfBounds) << "never initialised";
 
     EXPECT_TRUE(initializeIn("shading/lower-case")) << "the technique is found whatever its letter case";
     try {
@@ -88,12 +84,6 @@ TEST_F(LightingEffectTest, EffectFilesAreFoundByRelativeNameAndCheckedWhenBound)
         EXPECT_EQ(141u, failure.line());
     }
     EXPECT_TRUE(m_log.contains("VexilDX9", 3, "37 Cannot load squareDistanceFactor from effect file lightingEffect.fxo"));
-}
-
-TEST(LightingEffectUnusedTest, ShadingBeforeInitializeThrows) {
-    LightingEffect lighting;
-    EXPECT_FALSE(lighting.blinnPhongShading().isInitialized());
-    EXPECT_THROW(lighting.blinnPhongShading().render(nullptr, 0), zeb::IndexOutOfBounds);
 }
 
 }  // namespace

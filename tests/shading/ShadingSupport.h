@@ -37,7 +37,7 @@ D3DCOLOR blinnPhong(const Material& material, const Lights& lights, const D3DXVE
 // the outline of the projected box corners, nearer to the lamp than p.
 bool inBoxShadow(const D3DXMATRIX& lampView, const D3DXMATRIX& lampProjection, const D3DXVECTOR3& p);
 
-enum class Seen { Nothing, Ground, Sphere, Box };
+enum class Seen { Nothing, Ground, Sphere };
 struct Surface {
     Seen what = Seen::Nothing;
     D3DXVECTOR3 p, n;
@@ -51,11 +51,11 @@ protected:
     void SetUp() override;
     void TearDown() override;
     IDirect3DDevice9* device() const { return m_device->device(); }
-    // What the pixel's ray meets first among the ground and the chosen bodies.
-    Surface trace(unsigned x, unsigned y, bool sphere, bool box) const;
+    // What the pixel's ray meets first: the sphere (when drawn) or the ground.
+    Surface trace(unsigned x, unsigned y, bool sphere) const;
     // Compares every third pixel off the outlines with the expectation, failing at the first
     // mismatch (the picture is saved); returns how many were compared.
-    int compareWithReference(bool sphere, bool box, const Expectation& expect);
+    int compareWithReference(bool sphere, const Expectation& expect);
     static D3DXMATRIX translation(const D3DXVECTOR3& at);
 
     std::unique_ptr<vexiltest::TestDevice> m_device;

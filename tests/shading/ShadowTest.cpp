@@ -27,16 +27,15 @@ protected:
         m_map.reset();
         SceneTest::TearDown();
     }
-    void draw(const Technique& technique, ID3DXMesh* mesh, const D3DXVECTOR3& at) {
+    // The box only casts: the camera sees the ground alone.
+    void drawScene(const Technique& technique, bool withBox) {
         D3DXMATRIX identity;
-        m_map->transformation().m_matWorld.set(translation(at));
         m_map->transformation().m_matWorldInverseTranspose.set(*D3DXMatrixIdentity(&identity));
-        EXPECT_TRUE(technique.render(mesh, 0));
-    }
-    void drawScene(const Technique& technique) {
         device()->BeginScene();
-        draw(technique, m_box.get(), (kBoxLow + kBoxHigh) / 2);
-        draw(technique, m_ground.get(), D3DXVECTOR3(0, 0, 0));
+        m_map->transformation().m_matWorld.set(translation((kBoxLow + kBoxHigh) / 2));
+        EXPECT_TRUE(!withBox || technique.render(m_box.get(), 0));
+        m_map->transformation().m_matWorld.set(identity);
+        EXPECT_TRUE(technique.render(m_ground.get(), 0));
         device()->EndScene();
     }
     void render() {
@@ -58,22 +57,22 @@ protected:
         device()->SetRenderTarget(0, m_map->shadowDepthMapSurface().get());
         device()->SetDepthStencilSurface(m_map->zStencil().get());
         device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0xFFFFFFFF, 1, 0);
-        drawScene(m_map->effect().technique(0));
+        drawScene(m_map->effect().technique(0), true);
         device()->SetRenderTarget(0, backBuffer.get());
         device()->SetDepthStencilSurface(depth.get());
         device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
-        drawScene(m_map->effect().technique(1));
+        drawScene(m_map->effect().technique(1), false);
     }
     // Ground pixels are lit or ambient only as the box's projection through the lamp decides;
     // points within the filter's reach of the shadow's outline are not judged.
     void expectShadowOfTheBox() {
         render();
         int shadowed = 0;
-        int compared = compareWithReference(false, true, [&](const Surface& s, D3DCOLOR& expected, int& tolerance) {
+        int compared = compareWithReference(false, [&](const Surface& s, D3DCOLOR& expected, int& tolerance) {
             bool inShadow = inBoxShadow(m_lampView, m_lampProjection, s.p);
             const float m = 0.12f;
             for (const D3DXVECTOR3& step : {D3DXVECTOR3(m, 0, 0), D3DXVECTOR3(-m, 0, 0), D3DXVECTOR3(0, 0, m), D3DXVECTOR3(0, 0, -m)})
-                if (s.what != Seen::Ground || inBoxShadow(m_lampView, m_lampProjection, s.p + step) != inShadow) return false;
+                if (inBoxShadow(m_lampView, m_lampProjection, s.p + step) != inShadow) return false;
             shadowed += inShadow;
             expected = blinnPhong(m_material, m_lights, s.p, s.n, m_eye, D3DXVECTOR4(1, 1, 1, 1), inShadow);
             tolerance = 6;
@@ -89,25 +88,20 @@ protected:
     Lights m_lights;
 };
 
-TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsIt) {
+// Made, replaced, dropped for a device reset and made again, the map still shadows the ground.
+TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterAReset) {
     ASSERT_TRUE(m_map->initialize(m_holder));
     EXPECT_FALSE(m_map->isInitialized()) << "no map yet";
-    EXPECT_EQ(zeb::String("shadowMap.fxo"), m_map->fileName());
-    ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, 256));
+    ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, 200));
     EXPECT_TRUE(m_map->isInitialized());
-    D3DSURFACE_DESC desc;
-    m_map->shadowDepthMapSurface()->GetDesc(&desc);
-    EXPECT_EQ(D3DFMT_R32F, desc.Format);
-    EXPECT_EQ(256u, desc.Width);
-    expectShadowOfTheBox();
-}
-
-TEST_F(ShadowMapTest, ReallocationReplacesTheMapAndBringsTheShadowBackAfterAReset) {
-    ASSERT_TRUE(m_map->initialize(m_holder) && m_map->allocateShadowMapResources(m_holder, 200));
     IDirect3DTexture9* first = m_map->shadowDepthMap().get();
     first->AddRef();
     ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, 256));
     EXPECT_EQ(0u, first->Release()) << "the first map was released when replaced";
+    D3DSURFACE_DESC desc;
+    m_map->shadowDepthMapSurface()->GetDesc(&desc);
+    EXPECT_TRUE(desc.Format == D3DFMT_R32F && desc.Width == 256 && desc.Height == 256);
+    expectShadowOfTheBox();
 
     m_map->effect().effect()->OnLostDevice();
     m_map->releaseShadowMapResources();
