@@ -140,8 +140,11 @@ int SceneTest::compareWithReference(bool sphere, const Expectation& expect) {
             int tolerance = 0;
             if (s.what == Seen::Nothing || onOutline(x, y, s.what) || !expect(s, expected, tolerance)) continue;
             ++compared;
-            ::testing::AssertionResult near = vexiltest::pixelNear(image, x, y, expected, tolerance, vexiltest::currentTestName());
-            if (!near) return ADD_FAILURE() << near.message() << " at (" << s.p.x << ", " << s.p.y << ", " << s.p.z << ")", compared;
+            ::testing::AssertionResult match = vexiltest::pixelNear(image, x, y, expected, tolerance, vexiltest::currentTestName());
+            if (!match) {
+                ADD_FAILURE() << match.message() << " at (" << s.p.x << ", " << s.p.y << ", " << s.p.z << ")";
+                return compared;
+            }
         }
     return compared;
 }
