@@ -57,8 +57,6 @@ TEST_F(LightingEffectTest, SecondInitializeReleasesTheFirstEffectAndRebindsEvery
     ID3DXEffect* second = m_lighting->effect().effect().get();
     const LightingEffect::PointLightParameter& point = m_lighting->pointLightParameter();
     EXPECT_EQ(second->GetParameterByName(nullptr, "pointLightColor"), point.pointLightColor.m_handle);
-    EXPECT_EQ(second->GetParameterByName(nullptr, "squareDistanceFactor"),
-              m_lighting->generalParameter().squareDistanceFactor.m_handle);
 
     // end() begins the technique again instead of ending it: a pass can still be opened after it.
     const BlinnPhongShading& shading = m_lighting->blinnPhongShading();

@@ -28,11 +28,7 @@ protected:
     void SetUp() override {
         SceneTest::SetUp();
         ASSERT_TRUE(m_effect.load("lightingEffect.fxo", m_holder));
-        BorrowedEffect effect(&m_effect);
-        m_general = std::make_unique<LightingEffect::GeneralParameter>(effect);
-        m_directional = std::make_unique<LightingEffect::DirectionalLightParameter>(effect);
-        m_spot = std::make_unique<LightingEffect::SpotLightParameter>(effect);
-        m_point = std::make_unique<LightingEffect::PointLightParameter>(effect);
+        m_general = std::make_unique<LightingEffect::GeneralParameter>(BorrowedEffect(&m_effect));
     }
     void TearDown() override {
         m_texture.reset();
@@ -46,11 +42,13 @@ protected:
         g.specularColor.set(m.specularColor), g.selfShadowPower.set(m.selfShadowPower);
         g.squareDistanceFactor.set(l.squareDistanceFactor), g.hasTexture.set(textured);
         g.matViewProjection.set(m_viewProjection), g.matViewInv.set(m_viewInverse);
-        m_directional->lightDirection.set(l.direction), m_directional->lightColor.set(l.directionalColor);
-        m_spot->spotLightPosition.set(l.spotPosition), m_spot->spotLightDirection.set(l.spotDirection);
-        m_spot->spotLightColor.set(l.spotColor), m_spot->innerAngle.set(l.innerAngle);
-        m_spot->outerAngle.set(l.outerAngle);
-        m_point->pointLightPosition.set(l.pointPosition), m_point->pointLightColor.set(l.pointColor);
+        LightingEffect::DirectionalLightParameter directional{BorrowedEffect(&m_effect)};
+        LightingEffect::SpotLightParameter spot{BorrowedEffect(&m_effect)};
+        LightingEffect::PointLightParameter point{BorrowedEffect(&m_effect)};
+        directional.lightDirection.set(l.direction), directional.lightColor.set(l.directionalColor);
+        spot.spotLightPosition.set(l.spotPosition), spot.spotLightDirection.set(l.spotDirection);
+        spot.spotLightColor.set(l.spotColor), spot.innerAngle.set(l.innerAngle), spot.outerAngle.set(l.outerAngle);
+        point.pointLightPosition.set(l.pointPosition), point.pointLightColor.set(l.pointColor);
     }
     void draw(ID3DXMesh* mesh, const D3DXVECTOR3& at) {
         D3DXMATRIX identity;  // normals of a moved mesh stay as they are
@@ -70,9 +68,6 @@ protected:
 
     Effect m_effect;
     std::unique_ptr<LightingEffect::GeneralParameter> m_general;
-    std::unique_ptr<LightingEffect::DirectionalLightParameter> m_directional;
-    std::unique_ptr<LightingEffect::SpotLightParameter> m_spot;
-    std::unique_ptr<LightingEffect::PointLightParameter> m_point;
     COMPtr<IDirect3DTexture9>::pointer m_texture;
 };
 
