@@ -214,22 +214,22 @@ unsigned int AdapterD3D9::headCount() const { return m_headList.size(); }
 
 const AdapterD3D9::DisplayHead& AdapterD3D9::displayHead(unsigned int headIndex) const { return m_headList[headIndex]; }
 
+const AdapterD3D9::DisplayHead* AdapterD3D9::storedHead(unsigned long ordinal, unsigned int outOfBoundTag) const {
+    if (ordinal < headCount()) return &m_headList[ordinal];
+    ZEB_LOG(fileLogger, 4, outOfBoundTag, "Adapter index " + ordinal + " out of bound");
+    return nullptr;
+}
+
 bool AdapterD3D9::adapterIdentifier(unsigned long ordinal, D3DADAPTER_IDENTIFIER9& identifier) const {
-    if (ordinal >= headCount()) {
-        ZEB_LOG(fileLogger, 4, 224, "Adapter index " + ordinal + " out of bound");
-        return false;
-    }
-    identifier = m_headList[ordinal].identifier;
-    return true;
+    const DisplayHead* head = storedHead(ordinal, 224);
+    if (head) identifier = head->identifier;
+    return head != nullptr;
 }
 
 bool AdapterD3D9::adapterCaps(unsigned long ordinal, D3DCAPS9& caps) const {
-    if (ordinal >= headCount()) {
-        ZEB_LOG(fileLogger, 4, 236, "Adapter index " + ordinal + " out of bound");
-        return false;
-    }
-    caps = m_headList[ordinal].caps;
-    return true;
+    const DisplayHead* head = storedHead(ordinal, 236);
+    if (head) caps = head->caps;
+    return head != nullptr;
 }
 
 unsigned int AdapterD3D9::osLocatorHeadIndex(const zeb::String& osLocator) const {

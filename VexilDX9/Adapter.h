@@ -115,6 +115,8 @@ public:
     void displayCaps(const DisplayHead& head) const;
 
 private:
+    // The head of that ordinal, or null after logging the out-of-bound line with that tag.
+    const DisplayHead* storedHead(unsigned long ordinal, unsigned int outOfBoundTag) const;
     void releaseDeviceResources();
     bool attachSwapChains(bool windowed);
     void waitWhileLost();

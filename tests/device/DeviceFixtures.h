@@ -30,8 +30,9 @@ D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& b
 
 const unsigned kNotFound = 0xFFFFFFFF;
 std::vector<unsigned> toVector(const zeb::Array<unsigned>& array);
-// Runs action and checks that it fails the adapter's check of that line and text.
-void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression);
+// Runs action and checks that it fails the check of that text (and line, unless 0) in file.
+void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
+                     const char* file = "VexilDX9/Adapter");
 
 // Hidden windows, handed out as handles or as the first n in a library array.
 class TestWindows {

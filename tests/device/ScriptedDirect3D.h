@@ -1,7 +1,7 @@
 #pragma once
-// Scripted decorators around the real IDirect3D9 and IDirect3DDevice9 of wined3d. Everything is
-// forwarded to the real objects; a test scripts only what Wine cannot produce: several adapters
-// in chosen groups, failing calls, lost devices. Full-screen and multi-head creation requests are
+// A scripted decorator around the real IDirect3D9 of wined3d, whose devices are the real ones with
+// a few methods scripted. Everything else goes to wined3d; a test scripts only what Wine cannot
+// produce: several adapters in chosen groups, failing calls, lost devices. Full-screen and multi-head creation requests are
 // recorded as made and brought up on the real adapter as a windowed device.
 #include <d3d9.h>
 #include <windows.h>
