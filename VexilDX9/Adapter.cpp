@@ -344,8 +344,9 @@ D3DPRESENT_PARAMETERS AdapterD3D9::createDevicePresentParam(unsigned int headInd
     D3DPRESENT_PARAMETERS pp = {};
     pp.BackBufferCount = 1;
     pp.Windowed = windowed;
+    // Without a Direct3D object (initialize not called) every query fails and the fall-backs apply.
     D3DDISPLAYMODE mode = {};
-    m_direct3D9->GetAdapterDisplayMode(headIndex, &mode);
+    if (m_direct3D9) m_direct3D9->GetAdapterDisplayMode(headIndex, &mode);
     if (isAdapterFormatValid(mode.Format)) {
         pp.BackBufferFormat = mode.Format;
     } else {
@@ -371,8 +372,8 @@ D3DPRESENT_PARAMETERS AdapterD3D9::createDevicePresentParam(unsigned int headInd
     if (!m_multiSampling) return pp;
 
     DWORD levels = 0;
-    if (FAILED(m_direct3D9->CheckDeviceMultiSampleType(headIndex, m_deviceType, pp.BackBufferFormat, pp.Windowed,
-                                                       D3DMULTISAMPLE_NONMASKABLE, &levels))) {
+    if (!m_direct3D9 || FAILED(m_direct3D9->CheckDeviceMultiSampleType(headIndex, m_deviceType, pp.BackBufferFormat,
+                                                                       pp.Windowed, D3DMULTISAMPLE_NONMASKABLE, &levels))) {
         ZEB_LOG(fileLogger, 2, 378, "Multisample anti aliasing is not supported by the device");
         pp.MultiSampleQuality = 0;
         return pp;
@@ -414,8 +415,8 @@ void AdapterD3D9::configureDepthStencilParam(unsigned int headIndex, const D3DCA
     ZEB_TRACE(fileLogger, "AdapterD3D9::configureDepthStencilParam");
     pp.EnableAutoDepthStencil = FALSE;
     for (D3DFORMAT format : depthStencilPreference()) {
-        if (FAILED(m_direct3D9->CheckDeviceFormat(headIndex, caps.DeviceType, adapterFormat, D3DUSAGE_DEPTHSTENCIL,
-                                                  D3DRTYPE_SURFACE, format)))
+        if (!m_direct3D9 || FAILED(m_direct3D9->CheckDeviceFormat(headIndex, caps.DeviceType, adapterFormat,
+                                                                  D3DUSAGE_DEPTHSTENCIL, D3DRTYPE_SURFACE, format)))
             continue;
         ZEB_LOG(fileLogger, 2, 497, "Using ZStencil buffer format " + static_cast<unsigned int>(format));
         pp.AutoDepthStencilFormat = format;
@@ -453,6 +454,7 @@ IDirect3DDevice9* AdapterD3D9::defaultD3DDevice(unsigned long adapter, HWND wind
     if (set.empty()) set.resize(1);
     HRESULT hr = E_FAIL;
     for (DWORD mode : kVertexProcessingModes) {
+        if (!m_direct3D9) break;
         ZEB_LOG(fileLogger, 1, 871, "Creating Direct3D9 device using vertex processing mode " + mode);
         const DWORD flags = mode | (set.size() >= 2 && !windowed ? D3DCREATE_ADAPTERGROUP_DEVICE : 0);
         IDirect3DDevice9* device = nullptr;

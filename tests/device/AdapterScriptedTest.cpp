@@ -82,21 +82,13 @@ TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
         EXPECT_EQ(c.second, adapter.getFastestPresentationInterval(caps)) << c.first;
     }
 
-    D3DDISPLAYMODE mode = {};
-    d3d->real()->GetAdapterDisplayMode(0, &mode);
-    const D3DPRESENT_PARAMETERS windowed = adapter.createDevicePresentParam(1, true, windows[0], true);
-    EXPECT_EQ(0u, windowed.BackBufferWidth);
-    EXPECT_EQ(D3DSWAPEFFECT_COPY, windowed.SwapEffect);
-    EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_DEFAULT), windowed.PresentationInterval);
-    EXPECT_TRUE(windowed.EnableAutoDepthStencil);
+    // Windowed: copied, default interval; a format is chosen even when no automatic buffer is asked for.
+    const D3DPRESENT_PARAMETERS windowed = adapter.createDevicePresentParam(1, true, windows[0], false);
+    EXPECT_TRUE(windowed.SwapEffect == D3DSWAPEFFECT_COPY && windowed.PresentationInterval == D3DPRESENT_INTERVAL_DEFAULT);
+    EXPECT_FALSE(windowed.EnableAutoDepthStencil);
     EXPECT_EQ(D3DFMT_D24S8, windowed.AutoDepthStencilFormat);
-    const D3DPRESENT_PARAMETERS fullScreen = adapter.createDevicePresentParam(1, false, windows[0], false);
-    EXPECT_EQ(mode.Width, fullScreen.BackBufferWidth);
-    EXPECT_EQ(D3DSWAPEFFECT_FLIP, fullScreen.SwapEffect);
-    EXPECT_EQ(adapter.getFastestPresentationInterval(adapter.displayHead(1).caps), fullScreen.PresentationInterval);
-    EXPECT_FALSE(fullScreen.EnableAutoDepthStencil) << "the format is chosen, the buffer not asked for";
-    EXPECT_EQ(D3DFMT_D24S8, fullScreen.AutoDepthStencilFormat);
     EXPECT_TRUE(log.contains("VexilDX9", 2, "497 Using ZStencil buffer format 75"));
+    EXPECT_EQ(D3DSWAPEFFECT_FLIP, adapter.createDevicePresentParam(1, false, windows[0], true).SwapEffect);
 
     d3d->adapter(1).displayFormat = D3DFMT_A4R4G4B4;
     d3d->acceptedDepthFormat = D3DFMT_D16;
@@ -193,6 +185,9 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})));
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2})));
     EXPECT_EQ(0u, adapter.adapterIndex(""));
+    for (const char* line : {"245 m_swapChainGroup.m_renderingHeadIndex.size() = 3", "757 Master head index 0",
+                             "733 CreateDepthStencilBuffer succeeded"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
     adapter.resetHeadRenderFlag();
     EXPECT_FALSE(adapter.displayHead(0).renderFlag);
     expectAssertion([&] { adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL); },
@@ -219,6 +214,8 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
 
     EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "563 Zero size os locator list passed"));
+    expectAssertion([&] { adapter.createDevicePresentParam(zeb::Array<zeb::String>(), windows.list(1), true); }, 743,
+                    "osLocatorList.size() > 0");
 }
 
 TEST_F(AdapterScripted, FailedChainsAndBuffersAreReportedAndReleased) {
@@ -265,6 +262,13 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     EXPECT_FALSE(adapter.depthBuffer(name(0)));
     EXPECT_EQ(4u, device->resetCalls);
 
+    // A focus window that cannot be brought forward is reported; the reset stands.
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), nullptr, windows.list(1), true, D3DDEVTYPE_HAL));
+    device = d3d->lastDevice();
+    device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
+    EXPECT_EQ(D3D_OK, adapter.reset());
+    EXPECT_EQ(1u, log.count("VexilDX9", "1194 SetForegroundWindow fails "));
+
     device->script.resetResult = D3D_OK;
     device->script.cooperativeLevels = std::deque<HRESULT>(10, D3DERR_DEVICELOST);
     device->script.cooperativeLevels.push_back(D3DERR_DEVICENOTRESET);
@@ -273,7 +277,10 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     EXPECT_EQ(9u, log.count("VexilDX9", "1233 Device in lost state, sleeping 500 ms"));
     EXPECT_TRUE(log.contains("VexilDX9", 1, "1240 Device is in not reset state"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::Reset S_OK"));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "1244 Releasing device"));
+    for (const char* line : {"1218 Releasing depth stencil", "1221 Releasing swap chain", "1224 Testing device validity",
+                             "1229 Testing device cooperative level for lost device",
+                             "1237 Testing device cooperative level for device reset", "1244 Releasing device"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
     EXPECT_FALSE(adapter.device());
 }
 

@@ -48,8 +48,6 @@ ULONG ScriptedDirect3D9::Release() {
     return left;
 }
 
-HRESULT ScriptedDirect3D9::RegisterSoftwareDevice(void* init) { return m_real->RegisterSoftwareDevice(init); }
-
 UINT ScriptedDirect3D9::GetAdapterCount() {
     return m_scripted ? static_cast<UINT>(m_adapters.size()) : m_real->GetAdapterCount();
 }
@@ -94,12 +92,6 @@ HRESULT ScriptedDirect3D9::GetAdapterDisplayMode(UINT adapter, D3DDISPLAYMODE* m
     return hr;
 }
 
-HRESULT ScriptedDirect3D9::CheckDeviceType(UINT adapter, D3DDEVTYPE type, D3DFORMAT displayFormat,
-                                           D3DFORMAT backBufferFormat, WINBOOL windowed) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->CheckDeviceType(realAdapter(adapter), type, displayFormat, backBufferFormat, windowed);
-}
-
 HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat, DWORD usage,
                                              D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
@@ -135,12 +127,6 @@ HRESULT ScriptedDirect3D9::CheckDepthStencilMatch(UINT adapter, D3DDEVTYPE type,
     if (!depthFormatAllowed(depthStencilFormat)) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDepthStencilMatch(realAdapter(adapter), type, adapterFormat, renderTargetFormat,
                                           depthStencilFormat);
-}
-
-HRESULT ScriptedDirect3D9::CheckDeviceFormatConversion(UINT adapter, D3DDEVTYPE type, D3DFORMAT sourceFormat,
-                                                       D3DFORMAT targetFormat) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->CheckDeviceFormatConversion(realAdapter(adapter), type, sourceFormat, targetFormat);
 }
 
 HRESULT ScriptedDirect3D9::GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9* caps) {

@@ -92,14 +92,17 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
-    HRESULT STDMETHODCALLTYPE RegisterSoftwareDevice(void* init) override;
+    HRESULT STDMETHODCALLTYPE RegisterSoftwareDevice(void* init) override { return m_real->RegisterSoftwareDevice(init); }
     UINT STDMETHODCALLTYPE GetAdapterCount() override;
     HRESULT STDMETHODCALLTYPE GetAdapterIdentifier(UINT adapter, DWORD flags, D3DADAPTER_IDENTIFIER9* identifier) override;
     UINT STDMETHODCALLTYPE GetAdapterModeCount(UINT adapter, D3DFORMAT format) override;
     HRESULT STDMETHODCALLTYPE EnumAdapterModes(UINT adapter, D3DFORMAT format, UINT mode, D3DDISPLAYMODE* out) override;
     HRESULT STDMETHODCALLTYPE GetAdapterDisplayMode(UINT adapter, D3DDISPLAYMODE* mode) override;
+    // Not used by the library: answered by the real adapter behind.
     HRESULT STDMETHODCALLTYPE CheckDeviceType(UINT adapter, D3DDEVTYPE type, D3DFORMAT displayFormat,
-                                              D3DFORMAT backBufferFormat, WINBOOL windowed) override;
+                                              D3DFORMAT backBufferFormat, WINBOOL windowed) override {
+        return m_real->CheckDeviceType(realAdapter(adapter), type, displayFormat, backBufferFormat, windowed);
+    }
     HRESULT STDMETHODCALLTYPE CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat, DWORD usage,
                                                 D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) override;
     HRESULT STDMETHODCALLTYPE CheckDeviceMultiSampleType(UINT adapter, D3DDEVTYPE type, D3DFORMAT surfaceFormat,
@@ -108,7 +111,9 @@ public:
     HRESULT STDMETHODCALLTYPE CheckDepthStencilMatch(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat,
                                                      D3DFORMAT renderTargetFormat, D3DFORMAT depthStencilFormat) override;
     HRESULT STDMETHODCALLTYPE CheckDeviceFormatConversion(UINT adapter, D3DDEVTYPE type, D3DFORMAT sourceFormat,
-                                                          D3DFORMAT targetFormat) override;
+                                                          D3DFORMAT targetFormat) override {
+        return m_real->CheckDeviceFormatConversion(realAdapter(adapter), type, sourceFormat, targetFormat);
+    }
     HRESULT STDMETHODCALLTYPE GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9* caps) override;
     HMONITOR STDMETHODCALLTYPE GetAdapterMonitor(UINT adapter) override;
     HRESULT STDMETHODCALLTYPE CreateDevice(UINT adapter, D3DDEVTYPE type, HWND focusWindow, DWORD flags,
@@ -118,7 +123,6 @@ private:
     friend class ScriptedDevice9;
     friend struct DeviceOverrides;
     ~ScriptedDirect3D9();
-    bool scripted() const { return m_scripted; }
     // The real adapter that stands behind a scripted one.
     UINT realAdapter(UINT adapter) const { return m_scripted ? 0 : adapter; }
     bool knownAdapter(UINT adapter) const { return !m_scripted || adapter < m_adapters.size(); }
