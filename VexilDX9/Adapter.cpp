@@ -204,7 +204,8 @@ bool AdapterD3D9::enumerateAllHeads() {
 
 bool AdapterD3D9::isInitialized() const {
     const SwapChainGroup& group = m_swapChainGroup;
-    ZEB_LOG(fileLogger, 1, 243, "m_swapChainGroup.m_device = " + reinterpret_cast<unsigned long long>(group.m_device.get()));
+    ZEB_LOG(fileLogger, 1, 243,
+            "m_swapChainGroup.m_device = " + reinterpret_cast<unsigned long long>(group.m_device.get()));
     ZEB_LOG(fileLogger, 1, 244, "m_direct3D9 = " + reinterpret_cast<unsigned long long>(m_direct3D9.get()));
     ZEB_LOG(fileLogger, 1, 245, "m_swapChainGroup.m_renderingHeadIndex.size() = " + group.m_renderingHeadIndex.size());
     return group.m_device && m_direct3D9 && group.m_renderingHeadIndex.size() > 0;
@@ -372,8 +373,10 @@ D3DPRESENT_PARAMETERS AdapterD3D9::createDevicePresentParam(unsigned int headInd
     if (!m_multiSampling) return pp;
 
     DWORD levels = 0;
-    if (!m_direct3D9 || FAILED(m_direct3D9->CheckDeviceMultiSampleType(headIndex, m_deviceType, pp.BackBufferFormat,
-                                                                       pp.Windowed, D3DMULTISAMPLE_NONMASKABLE, &levels))) {
+    const bool supported = m_direct3D9 && SUCCEEDED(m_direct3D9->CheckDeviceMultiSampleType(
+                                              headIndex, m_deviceType, pp.BackBufferFormat, pp.Windowed,
+                                              D3DMULTISAMPLE_NONMASKABLE, &levels));
+    if (!supported) {
         ZEB_LOG(fileLogger, 2, 378, "Multisample anti aliasing is not supported by the device");
         pp.MultiSampleQuality = 0;
         return pp;
@@ -458,26 +461,7 @@ IDirect3DDevice9* AdapterD3D9::defaultD3DDevice(unsigned long adapter, HWND wind
         ZEB_LOG(fileLogger, 1, 871, "Creating Direct3D9 device using vertex processing mode " + mode);
         const DWORD flags = mode | (set.size() >= 2 && !windowed ? D3DCREATE_ADAPTERGROUP_DEVICE : 0);
         IDirect3DDevice9* device = nullptr;
-        unsigned int attempts = 0;
-        for (;;) {
-            hr = m_direct3D9->CreateDevice(adapter, deviceType, window, flags, &set[0], &device);
-            logD3DFunction(fileLogger, "IDirect3D9::CreateDevice", hr, false);
-            if (hr == D3DERR_OUTOFVIDEOMEMORY) {
-                // Not counted: creation is retried until the mode fits.
-                const unsigned int groupSize = adapter < headCount() ? m_headList[adapter].caps.NumberOfAdaptersInGroup : 0;
-                for (unsigned int e = 0; e < groupSize && e < set.size(); ++e) {
-                    downgradeResolution(adapter, set[e]);
-                    ZEB_LOG(fileLogger, 2, 901,
-                            "Downgraded dimension " + set[e].BackBufferWidth + " x " + set[e].BackBufferHeight);
-                }
-                continue;
-            }
-            if (hr == D3DERR_DEVICELOST) ZEB_LOG(fileLogger, 4, 907, "Device is lost at creation time");
-            if (hr != D3DERR_DEVICELOST && hr != D3DERR_NOTAVAILABLE) break;
-            ++attempts;
-            Sleep(kLostDeviceWaitMs);
-            if (attempts >= kLostDeviceWaits) break;
-        }
+        hr = createDeviceRetrying(adapter, deviceType, window, flags, &device);
         if (SUCCEEDED(hr) && device) {
             m_currentAdapterIndex = adapter;
             m_focusWindow = window;
@@ -490,6 +474,36 @@ IDirect3DDevice9* AdapterD3D9::defaultD3DDevice(unsigned long adapter, HWND wind
             "Unable to create a Direct3DDevice9 object from adapter index " + adapter + ", HRESULT = " + hr);
     logD3DFunction(fileLogger, "IDirect3D9::CreateDevice", hr, false);
     return nullptr;
+}
+
+// Short video memory shrinks the group's back buffers and retries at once, without limit; a lost or
+// busy device is waited for, ten times at most.
+HRESULT AdapterD3D9::createDeviceRetrying(unsigned long adapter, D3DDEVTYPE deviceType, HWND window, DWORD flags,
+                                          IDirect3DDevice9** device) {
+    zeb::Array<D3DPRESENT_PARAMETERS>& set = m_swapChainGroup.m_presentParam;
+    unsigned int attempts = 0;
+    for (;;) {
+        const HRESULT hr = m_direct3D9->CreateDevice(adapter, deviceType, window, flags, &set[0], device);
+        logD3DFunction(fileLogger, "IDirect3D9::CreateDevice", hr, false);
+        if (hr == D3DERR_OUTOFVIDEOMEMORY) {
+            downgradeGroupResolution(adapter);
+            continue;
+        }
+        if (hr == D3DERR_DEVICELOST) ZEB_LOG(fileLogger, 4, 907, "Device is lost at creation time");
+        if (hr != D3DERR_DEVICELOST && hr != D3DERR_NOTAVAILABLE) return hr;
+        Sleep(kLostDeviceWaitMs);
+        if (++attempts >= kLostDeviceWaits) return hr;
+    }
+}
+
+// Every entry of the group is matched against the mode list of the creating head.
+void AdapterD3D9::downgradeGroupResolution(unsigned long adapter) {
+    zeb::Array<D3DPRESENT_PARAMETERS>& set = m_swapChainGroup.m_presentParam;
+    const unsigned int groupSize = adapter < headCount() ? m_headList[adapter].caps.NumberOfAdaptersInGroup : 0;
+    for (unsigned int e = 0; e < groupSize && e < set.size(); ++e) {
+        downgradeResolution(adapter, set[e]);
+        ZEB_LOG(fileLogger, 2, 901, "Downgraded dimension " + set[e].BackBufferWidth + " x " + set[e].BackBufferHeight);
+    }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -559,7 +573,8 @@ bool AdapterD3D9::attachSwapChains(bool windowed) {
                 return false;
             }
         } else if (position >= group.m_presentParam.size() ||
-                   FAILED(group.m_device->CreateAdditionalSwapChain(&group.m_presentParam[position], chain.receive()))) {
+                   FAILED(group.m_device->CreateAdditionalSwapChain(&group.m_presentParam[position],
+                                                                    chain.receive()))) {
             ZEB_LOG(fileLogger, 4, 658, "CreateAdditionalSwapChain fails ");
             return false;
         }

@@ -117,6 +117,9 @@ public:
 private:
     // The head of that ordinal, or null after logging the out-of-bound line with that tag.
     const DisplayHead* storedHead(unsigned long ordinal, unsigned int outOfBoundTag) const;
+    HRESULT createDeviceRetrying(unsigned long adapter, D3DDEVTYPE deviceType, HWND window, DWORD flags,
+                                 IDirect3DDevice9** device);
+    void downgradeGroupResolution(unsigned long adapter);
     void releaseDeviceResources();
     bool attachSwapChains(bool windowed);
     void waitWhileLost();

@@ -79,17 +79,24 @@ bool managedDeviceUpAndDown(const zeb::String& adapter, HWND window) {
     return manager.createRenderDevice(D3DDEVTYPE_HAL, parametersFor(adapter, {window}), window) == 1;
 }
 
+// Times a device brought up and down both ways: both paths warmed once (driver start-up), then
+// alternated so drift hits both alike, best of seven each.
+template <class Ours, class Bare>
+void compareUpAndDown(const char* what, Ours ours, Bare bare, const char* bareName) {
+    bool ok = bare() && ours();
+    double oursTime = 1e30, bareTime = 1e30;
+    for (int round = 0; round < 7; ++round) {
+        bareTime = std::min(bareTime, vexilbench::bestOf(1, [&] { ok = bare() && ok; }));
+        oursTime = std::min(oursTime, vexilbench::bestOf(1, [&] { ok = ours() && ok; }));
+    }
+    if (!ok) std::printf("%s: device creation failed\n", what);
+    vexilbench::report(what, oursTime, bareTime, bareName, 1.1);
+}
+
 void benchDeviceLifetime(const zeb::String& adapter) {
     HWND window = makeWindow();
-    // Warm both paths once (driver start-up), then alternate so drift hits both alike.
-    bool ok = bareDeviceUpAndDown(window) && managedDeviceUpAndDown(adapter, window);
-    double ours = 1e30, theirs = 1e30;
-    for (int round = 0; round < 7; ++round) {
-        theirs = std::min(theirs, vexilbench::bestOf(1, [&] { ok = bareDeviceUpAndDown(window) && ok; }));
-        ours = std::min(ours, vexilbench::bestOf(1, [&] { ok = managedDeviceUpAndDown(adapter, window) && ok; }));
-    }
-    if (!ok) std::printf("device creation failed\n");
-    vexilbench::report("createRenderDevice + teardown (1 window)", ours, theirs, "Direct3DCreate9/CreateDevice/Release", 1.1);
+    compareUpAndDown("createRenderDevice + teardown (1 window)", [&] { return managedDeviceUpAndDown(adapter, window); },
+                     [&] { return bareDeviceUpAndDown(window); }, "Direct3DCreate9/CreateDevice/Release");
     DestroyWindow(window);
 }
 
@@ -168,16 +175,8 @@ void benchAdapterChain(const zeb::String& adapter) {
     windows.append(window);
     zeb::Array<zeb::String> names;
     names.append(adapter);
-    // Warm both paths once (driver start-up), then alternate so drift hits both alike.
-    bool ok = bareChainUpAndDown(window) && adapterChainUpAndDown(names, windows);
-    double ours = 1e30, theirs = 1e30;
-    for (int round = 0; round < 7; ++round) {
-        theirs = std::min(theirs, vexilbench::bestOf(1, [&] { ok = bareChainUpAndDown(window) && ok; }));
-        ours = std::min(ours, vexilbench::bestOf(1, [&] { ok = adapterChainUpAndDown(names, windows) && ok; }));
-    }
-    if (!ok) std::printf("adapter device creation failed\n");
-    vexilbench::report("createSwapChain + cleanup (1 windowed head)", ours, theirs,
-                       "Create9/CreateDevice/GetSwapChain/GetDepth/Release", 1.1);
+    compareUpAndDown("createSwapChain + cleanup (1 windowed head)", [&] { return adapterChainUpAndDown(names, windows); },
+                     [&] { return bareChainUpAndDown(window); }, "Create9/CreateDevice/GetSwapChain/GetDepth/Release");
     DestroyWindow(window);
 }
 
