@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vexiltest {
@@ -30,6 +31,8 @@ D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& b
 
 const unsigned kNotFound = 0xFFFFFFFF;
 std::vector<unsigned> toVector(const zeb::Array<unsigned>& array);
+// Checks that logger logged each text at its priority.
+void expectLogged(const LogCapture& log, const char* logger, std::initializer_list<std::pair<int, std::string>> lines);
 // Runs action and checks that it fails the check of that text (and line, unless 0) in file.
 void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
                      const char* file = "VexilDX9/Adapter");

@@ -283,15 +283,6 @@ struct DeviceOverrides {
         if (failed(d.script.depthStencilSurfaceResult, surface)) return d.script.depthStencilSurfaceResult;
         return d.forward(&IDirect3DDevice9::GetDepthStencilSurface, surface);
     }
-    static HRESULT STDMETHODCALLTYPE CreateDepthStencilSurface(IDirect3DDevice9* self, UINT width, UINT height,
-                                                               D3DFORMAT format, D3DMULTISAMPLE_TYPE multiSample,
-                                                               DWORD quality, WINBOOL discard,
-                                                               IDirect3DSurface9** surface, HANDLE* shared) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.createDepthStencilResult, surface)) return d.script.createDepthStencilResult;
-        return d.forward(&IDirect3DDevice9::CreateDepthStencilSurface, width, height, format, multiSample, quality,
-                         discard, surface, shared);
-    }
     static HRESULT STDMETHODCALLTYPE CreateTexture(IDirect3DDevice9* self, UINT width, UINT height, UINT levels,
                                                    DWORD usage, D3DFORMAT format, D3DPOOL pool,
                                                    IDirect3DTexture9** texture, HANDLE* shared) {
@@ -317,17 +308,11 @@ ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owne
     : device(real), m_owner(owner), m_heads(heads), m_realTable(*reinterpret_cast<void***>(real)) {
     // wined3d's devices are IDirect3DDevice9Ex: its table is the longer one.
     m_table.assign(m_realTable, m_realTable + slotOf(&IDirect3DDevice9Ex::GetDisplayModeEx) + 1);
-    m_table[slotOf(&IDirect3DDevice9::Release)] = reinterpret_cast<void*>(&DeviceOverrides::Release);
-    m_table[slotOf(&IDirect3DDevice9::TestCooperativeLevel)] = reinterpret_cast<void*>(&DeviceOverrides::TestCooperativeLevel);
-    m_table[slotOf(&IDirect3DDevice9::GetDirect3D)] = reinterpret_cast<void*>(&DeviceOverrides::GetDirect3D);
-    m_table[slotOf(&IDirect3DDevice9::GetSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::GetSwapChain);
-    m_table[slotOf(&IDirect3DDevice9::GetNumberOfSwapChains)] = reinterpret_cast<void*>(&DeviceOverrides::GetNumberOfSwapChains);
-    m_table[slotOf(&IDirect3DDevice9::CreateAdditionalSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::CreateAdditionalSwapChain);
-    m_table[slotOf(&IDirect3DDevice9::Reset)] = reinterpret_cast<void*>(&DeviceOverrides::Reset);
-    m_table[slotOf(&IDirect3DDevice9::GetDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::GetDepthStencilSurface);
-    m_table[slotOf(&IDirect3DDevice9::CreateDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::CreateDepthStencilSurface);
-    m_table[slotOf(&IDirect3DDevice9::CreateQuery)] = reinterpret_cast<void*>(&DeviceOverrides::CreateQuery);
-    m_table[slotOf(&IDirect3DDevice9::CreateTexture)] = reinterpret_cast<void*>(&DeviceOverrides::CreateTexture);
+#define VEXIL_SCRIPT(method) m_table[slotOf(&IDirect3DDevice9::method)] = reinterpret_cast<void*>(&DeviceOverrides::method)
+    VEXIL_SCRIPT(Release), VEXIL_SCRIPT(TestCooperativeLevel), VEXIL_SCRIPT(GetDirect3D), VEXIL_SCRIPT(GetSwapChain);
+    VEXIL_SCRIPT(GetNumberOfSwapChains), VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
+    VEXIL_SCRIPT(GetDepthStencilSurface), VEXIL_SCRIPT(CreateQuery), VEXIL_SCRIPT(CreateTexture);
+#undef VEXIL_SCRIPT
 }
 
 ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads) {
@@ -336,7 +321,6 @@ ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9
     wrappedDevices()[real] = d;
     owner->AddRef();
     ++owner->m_ledger->liveDevices;
-    ++owner->m_ledger->devicesCreated;
     return d;
 }
 
