@@ -101,8 +101,10 @@ TEST_F(AdapterOneHead, WindowedAndFullScreenChainsDrawAndReset) {
 TEST_F(AdapterOneHead, ReportsLogNumbersAndPrintMasks) {
     const AdapterD3D9::DisplayHead& head = adapter.displayHead(0);
     const std::string info = captureStdout([&] { adapter.displayInfo(lowerCase(headName(0)).c_str()); });
-    EXPECT_EQ(hex("    Device Identifier %08X-", head.identifier.DeviceIdentifier.Data1), info.substr(0, 31));
-    EXPECT_EQ(31u + 4 + 1 + 4 + 1 + 16, info.size());
+    const GUID& id = head.identifier.DeviceIdentifier;
+    std::string expected = hex("    Device Identifier %08X-", id.Data1) + hex("%04X-", id.Data2) + hex("%04X-", id.Data3);
+    for (unsigned char byte : id.Data4) expected += hex("%02X", byte);
+    EXPECT_EQ(expected, info);
 
     const D3DCAPS9& caps = head.caps;
     const std::string masks = captureStdout([&] { adapter.displayCaps(head); });

@@ -97,6 +97,7 @@ void RealDirect3DTest::SetUp() {
     IDirect3D9* probe = m_hook->createReal(D3D_SDK_VERSION);
     ASSERT_NE(nullptr, probe);
     m_adapterName = realAdapterName(probe);
+    probe->GetAdapterDisplayMode(0, &m_displayMode);
     probe->Release();
 }
 

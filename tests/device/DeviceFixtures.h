@@ -56,6 +56,7 @@ protected:
     void TearDown() override;
     void watch(IDirect3DDevice9* device);
     const std::string& adapterName() const { return m_adapterName; }
+    const D3DDISPLAYMODE& displayMode() const { return m_displayMode; }
     const Direct3DCreateHook& createHook() const { return *m_hook; }
 
     LogCapture log;
@@ -65,6 +66,7 @@ private:
     std::vector<IDirect3D9*> m_created;
     std::vector<IDirect3DDevice9*> m_devices;
     std::string m_adapterName;
+    D3DDISPLAYMODE m_displayMode = {};
 };
 
 // The library on a scripted decorator around the real Direct3D; Sleep is recorded, not waited.

@@ -127,15 +127,10 @@ TEST_F(ManagerOnWine, DevicesListedPerTypeAndDroppedByClear) {
     manager.clear();
     EXPECT_FALSE(manager.renderDevice(D3DDEVTYPE_REF, w[0]) || manager.renderDevices(D3DDEVTYPE_REF, devices));
     // Groups and filed parameters survive clear.
-    ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, on({windowedChain(w[0])}), w[0]));
-    bufferOf(manager, w[0]);
-}
-
-TEST_F(ManagerOnWine, CopiesTakeTheGroupsAndShareTheDevices) {
     const zeb::Array<RenderDeviceParameterDX9> params = on({windowedChain(w[0])});
-    RenderDeviceManagerDX9 manager;
     ASSERT_EQ(1u, manager.createRenderDevice(D3DDEVTYPE_HAL, params, w[0]));
     watch(manager.renderDevice(D3DDEVTYPE_HAL, w[0])->d3dDevice().get());
+    // Copies share the devices and take the groups.
     RenderDeviceManagerDX9 copy(manager);
     EXPECT_EQ(manager.renderDevice(D3DDEVTYPE_HAL, w[0]).get(), copy.renderDevice(D3DDEVTYPE_HAL, w[0]).get());
     EXPECT_EQ(0u, manager.createRenderDevice(D3DDEVTYPE_HAL, params, w[0])) << "the copy took the groups";
@@ -149,10 +144,8 @@ TEST_F(ManagerOnWine, CopiesTakeTheGroupsAndShareTheDevices) {
 
 TEST_F(ManagerOnWine, MultisamplingIsHonouredWhenTheAdapterCan) {
     IDirect3D9* d3d = createHook().createReal(D3D_SDK_VERSION);
-    D3DDISPLAYMODE mode = {};
-    d3d->GetAdapterDisplayMode(0, &mode);
     unsigned supported = 16;
-    while (supported > 1 && FAILED(d3d->CheckDeviceMultiSampleType(0, D3DDEVTYPE_HAL, mode.Format, TRUE,
+    while (supported > 1 && FAILED(d3d->CheckDeviceMultiSampleType(0, D3DDEVTYPE_HAL, displayMode().Format, TRUE,
                                                                     static_cast<D3DMULTISAMPLE_TYPE>(supported), nullptr)))
         --supported;
     d3d->Release();
@@ -164,11 +157,7 @@ TEST_F(ManagerOnWine, MultisamplingIsHonouredWhenTheAdapterCan) {
 
 TEST_F(ManagerOnWine, RequestsThatCannotBeFiledOrValidatedAreLogged) {
     RenderDeviceManagerDX9 manager;
-    D3DDISPLAYMODE mode = {};
-    IDirect3D9* d3d = createHook().createReal(D3D_SDK_VERSION);
-    d3d->GetAdapterDisplayMode(0, &mode);
-    d3d->Release();
-    EXPECT_EQ(static_cast<unsigned>(mode.Format), manager.currentAdapterFormat(lowerCase(adapterName()).c_str()));
+    EXPECT_EQ(static_cast<unsigned>(displayMode().Format), manager.currentAdapterFormat(lowerCase(adapterName()).c_str()));
     EXPECT_EQ(0xFFFFFFFFu, manager.currentAdapterFormat("\\\\.\\NOWHERE"));
     EXPECT_EQ(0u, manager.createRenderDevice(D3DDEVTYPE_HAL, zeb::Array<RenderDeviceParameterDX9>(), w[0]));
     // Unknown adapters are dropped; the only group then has nothing and its device stays down.

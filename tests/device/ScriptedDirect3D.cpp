@@ -256,9 +256,8 @@ struct DeviceOverrides {
     }
     // Every head of a recorded multi-head device shows the one real swap chain.
     static HRESULT STDMETHODCALLTYPE GetSwapChain(IDirect3DDevice9* self, UINT index, IDirect3DSwapChain9** chain) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.swapChainResult, chain)) return d.script.swapChainResult;
-        return d.forward(&IDirect3DDevice9::GetSwapChain, index < d.m_heads ? 0u : index, chain);
+        const UINT real = index < ScriptedDevice9::of(self).m_heads ? 0u : index;
+        return failOrForward(self, &DeviceScript::swapChainResult, chain, &IDirect3DDevice9::GetSwapChain, real, chain);
     }
     static UINT STDMETHODCALLTYPE GetNumberOfSwapChains(IDirect3DDevice9* self) {
         ScriptedDevice9& d = ScriptedDevice9::of(self);
@@ -266,9 +265,8 @@ struct DeviceOverrides {
     }
     static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,
                                                                IDirect3DSwapChain9** chain) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.additionalSwapChainResult, chain)) return d.script.additionalSwapChainResult;
-        return d.forward(&IDirect3DDevice9::CreateAdditionalSwapChain, params, chain);
+        return failOrForward(self, &DeviceScript::additionalSwapChainResult, chain, &IDirect3DDevice9::CreateAdditionalSwapChain,
+                             params, chain);
     }
     // Only a single windowed head can be reset for real on Xvfb.
     static HRESULT STDMETHODCALLTYPE Reset(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params) {
@@ -279,28 +277,27 @@ struct DeviceOverrides {
         return d.forward(&IDirect3DDevice9::Reset, params);
     }
     static HRESULT STDMETHODCALLTYPE GetDepthStencilSurface(IDirect3DDevice9* self, IDirect3DSurface9** surface) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.depthStencilSurfaceResult, surface)) return d.script.depthStencilSurfaceResult;
-        return d.forward(&IDirect3DDevice9::GetDepthStencilSurface, surface);
+        return failOrForward(self, &DeviceScript::depthStencilSurfaceResult, surface, &IDirect3DDevice9::GetDepthStencilSurface,
+                             surface);
     }
     static HRESULT STDMETHODCALLTYPE CreateTexture(IDirect3DDevice9* self, UINT width, UINT height, UINT levels,
                                                    DWORD usage, D3DFORMAT format, D3DPOOL pool,
                                                    IDirect3DTexture9** texture, HANDLE* shared) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.createTextureResult, texture)) return d.script.createTextureResult;
-        return d.forward(&IDirect3DDevice9::CreateTexture, width, height, levels, usage, format, pool, texture, shared);
+        return failOrForward(self, &DeviceScript::createTextureResult, texture, &IDirect3DDevice9::CreateTexture, width, height,
+                             levels, usage, format, pool, texture, shared);
     }
     // Scripted failures apply to creating calls only, not to support probes.
     static HRESULT STDMETHODCALLTYPE CreateQuery(IDirect3DDevice9* self, D3DQUERYTYPE type, IDirect3DQuery9** query) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (query && failed(d.script.createQueryResult, query)) return d.script.createQueryResult;
-        return d.forward(&IDirect3DDevice9::CreateQuery, type, query);
+        return failOrForward(self, &DeviceScript::createQueryResult, query, &IDirect3DDevice9::CreateQuery, type, query);
     }
 
-    template <class T> static bool failed(HRESULT scripted, T** out) {
-        if (SUCCEEDED(scripted)) return false;
+    // The scripted failure, with a null output, or the real call (calls without an output are probes).
+    template <class T, class M, class... A>
+    static HRESULT failOrForward(IDirect3DDevice9* self, HRESULT DeviceScript::*result, T** out, M method, A... args) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (!out || SUCCEEDED(d.script.*result)) return d.forward(method, args...);
         *out = nullptr;
-        return true;
+        return d.script.*result;
     }
 };
 
