@@ -58,6 +58,7 @@ private:
     bool createSkinInfoList();
     void addTexturesOfContainer(const FrameNode& node, D3DXMESHCONTAINER* container, MeshContainerTexture& textures,
                                 unsigned int& created);
+    COMPtr<IDirect3DTexture9>::pointer textureOf(const FrameNode& node, const zeb::String& fileName, unsigned int& created);
     COMPtr<IDirect3DTexture9>::pointer createTextureFromFile(const zeb::String& fileName);
     bool indexContainer(FrameNode& node, D3DXMESHCONTAINER* container, zeb::Array<zeb::String>& missing);
     void copyTextureTableOf(const MeshManagerD3DX9& other);
