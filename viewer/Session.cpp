@@ -48,7 +48,7 @@ std::wstring widen(const std::string& utf8) {
 }
 
 ExitCode Session::open(HWND window, bool depthStencil) {
-    zeb::LogFactory::setPriority(m_options.verbose ? 1 : 3);
+    zeb::LogFactory::setPriority(m_options.verbose ? 1 : 4);  // the library's failures only
     if (!m_options.k2mFile.empty()) {
         std::vector<std::string> entries;
         const std::string problem = readFrameList(m_options.k2mFile, entries);

@@ -351,11 +351,11 @@ def animation_set(name, pose, period, samples):
         seconds = period * k / samples
         for frame_name, m in pose(seconds).items():
             keyed.setdefault(frame_name, []).append((round(seconds * TICKS_PER_SECOND), m))
-    parts = ["AnimationSet %s {" % name]
+    parts = ["AnimationSet %s {" % name]  # each animation closed (looping), linear
     for frame_name in sorted(keyed):
         keys = keyed[frame_name]
         body = ",\n".join("  %d;16;%s;;" % (t, matrix_text(m)) for t, m in keys)
-        parts.append(" Animation {\n  AnimationKey {\n  4;\n  %d;\n%s;\n  }\n  AnimationOptions { 1; 0; }\n  { %s }\n }"
+        parts.append(" Animation {\n  AnimationKey {\n  4;\n  %d;\n%s;\n  }\n  AnimationOptions { 0; 1; }\n  { %s }\n }"
                      % (len(keys), body, frame_name))
     parts.append("}")
     return "\n".join(parts)
