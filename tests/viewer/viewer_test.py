@@ -86,6 +86,11 @@ def shirt_centroid(rows):
     return (sum(xs) / len(xs), sum(ys) / len(ys), len(xs)) if xs else (0, 0, 0)
 
 
+def red_pixels(rows):
+    """Pixels of the red pillar, a rigid prop with a material and no texture."""
+    return sum(1 for row in rows for r, g, b in row if r > 120 and g < r // 3 and b < r // 3)
+
+
 def roughness(rows):
     """Mean brightness step between neighbouring pixels of the lower quarter (the floor)."""
     steps, count = 0, 0
@@ -124,6 +129,8 @@ def check_bundled(viewer):
         failures.append("the character is not in the pictures (%d and %d shirt pixels)" % (n0, n1))
     elif abs(x1 - x0) + abs(y1 - y0) < 5:
         failures.append("the character did not move: (%.1f, %.1f) then (%.1f, %.1f)" % (x0, y0, x1, y1))
+    if red_pixels(first) < 30:
+        failures.append("the rigid props are not drawn (no red pillar)")
     textured, plain = roughness(first), roughness(read_png(os.path.join(runs[2], names[0])))
     if textured < 2 * plain + 1:
         failures.append("the floor does not look textured: roughness %.2f against %.2f untextured" % (textured, plain))
