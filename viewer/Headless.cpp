@@ -4,6 +4,8 @@
 #include "Modes.h"
 #include "Session.h"
 
+#include <io.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -32,6 +34,21 @@ struct FrameTimes {
         worst = std::max(worst, seconds);
     }
 };
+
+bool onTerminal() {
+    static const bool terminal = _isatty(_fileno(stdout)) != 0;
+    return terminal;
+}
+
+// On a terminal one line rewritten each frame; into a file or pipe a line at every tenth.
+void reportProgress(unsigned frame, unsigned frames) {
+    if (onTerminal()) {
+        std::printf("\rvexil-view: frame %u/%u", frame, frames);
+    } else if (frame == frames || frame * 10 / frames != (frame - 1) * 10 / frames) {
+        std::printf("vexil-view: frame %u/%u\n", frame, frames);
+    }
+    std::fflush(stdout);
+}
 
 }  // namespace
 
@@ -80,16 +97,15 @@ int renderFrames(Session& session) {
             return kExitFailure;
         }
         if (sheet.wants(frame)) sheet.add(picture);
-        std::printf("\rvexil-view: frame %u/%u", frame, o.frames);
-        std::fflush(stdout);
+        reportProgress(frame, o.frames);
     }
     if (!vexilsupport::writePng(o.outputDirectory + "\\contact.png", sheet.compose())) {
         complain("cannot write the contact sheet");
         return kExitFailure;
     }
     const unsigned triangles = session.scene().triangleCount();
-    std::printf("\nvexil-view: %u frames of %ux%u and contact.png written to %s\n", o.frames, o.width, o.height,
-                o.outputDirectory.c_str());
+    std::printf("%svexil-view: %u frames of %ux%u and contact.png written to %s\n", onTerminal() ? "\n" : "",
+                o.frames, o.width, o.height, o.outputDirectory.c_str());
     std::printf("vexil-view: load %.1f ms, %u frames, frame time average %.2f ms, worst %.2f ms, "
                 "%u triangles a frame (%llu drawn)\n",
                 session.loadMilliseconds(), o.frames, times.total * 1000.0 / o.frames, times.worst * 1000.0, triangles,
