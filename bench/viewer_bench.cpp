@@ -1,12 +1,13 @@
 // Headless rendering of the bundled scene at 640x480: the viewer's whole frame (animation step,
-// camera, render states, drawing, read-back) against the scene's draw calls alone, with and
-// without reading the picture back.
+// camera, render states, drawing, read-back) against the scene's draw calls alone, and the
+// viewer's own work a frame (animation step and camera) against those draw calls.
 #include "BenchTimer.h"
 
 #include <Device.h>
 #include <FrameRenderer.h>
 #include <Session.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -37,31 +38,37 @@ int main() {
     target.bind(device);
     vexilsupport::Image picture;
 
-    auto viewerFrames = [&](bool readBack) {
+    auto ownWork = [&] {
+        session.scene().step(1.0 / 30.0);
+        session.scene().placeCamera(vexilview::Orbit());
+    };
+    auto viewerFrames = [&] {
         for (int i = 0; i < kFrames; ++i) {
-            session.scene().step(1.0 / 30.0);
-            session.scene().placeCamera(vexilview::Orbit());
+            ownWork();
             session.renderer().draw(session.device().holder(), vexilview::SkinPath::Fixed, true);
-            if (readBack) target.readBack(device, picture);
+            target.readBack(device, picture);
         }
     };
-    auto drawCallsAlone = [&](bool readBack) {
+    auto drawCallsAlone = [&] {
         for (int i = 0; i < kFrames; ++i) {
             device->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1.0f, 0);
             device->BeginScene();
             session.scene().render(device, true);
             device->EndScene();
-            if (readBack) target.readBack(device, picture);
+            target.readBack(device, picture);
         }
     };
-    viewerFrames(true);  // warm-up: textures, shaders, caches
-    drawCallsAlone(true);
-    const double ours = vexilbench::bestOf(3, [&] { viewerFrames(true); }) / kFrames;
-    const double reference = vexilbench::bestOf(3, [&] { drawCallsAlone(true); }) / kFrames;
+    viewerFrames();  // warm-up: textures, shaders, caches
+    drawCallsAlone();
+    // Interleaved, so that the load of a shared machine falls on both alike.
+    double ours = 1e30, reference = 1e30;
+    for (int run = 0; run < 5; ++run) {
+        ours = std::min(ours, vexilbench::bestOf(1, viewerFrames) / kFrames);
+        reference = std::min(reference, vexilbench::bestOf(1, drawCallsAlone) / kFrames);
+    }
     vexilbench::report("vexil-view frame, bundled scene 640x480", ours, reference, "Clear + render + read-back", 1.2);
-    const double oursSubmit = vexilbench::bestOf(3, [&] { viewerFrames(false); }) / kFrames;
-    const double referenceSubmit = vexilbench::bestOf(3, [&] { drawCallsAlone(false); }) / kFrames;
-    vexilbench::report("vexil-view frame without read-back", oursSubmit, referenceSubmit, "Clear + render", 1.2);
+    const double own = vexilbench::bestOf(3, [&] { for (int i = 0; i < kFrames; ++i) ownWork(); }) / kFrames;
+    vexilbench::report("vexil-view own work a frame (step, camera)", own, reference, "the scene's draw calls", 0.05);
     std::printf("vexil-view headless: %.1f frames a second at %ux%u (bundled scene, %u triangles)\n", 1.0 / ours,
                 kWidth, kHeight, session.scene().triangleCount());
     DestroyWindow(window);
