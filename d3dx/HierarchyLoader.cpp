@@ -28,10 +28,6 @@ public:
                                    DWORD materialCount, const DWORD* adjacency, ID3DXSkinInfo* skinInfo,
                                    D3DXMESHCONTAINER** newMeshContainer) override
     {
-        // Wine hands every mesh a skin info, with no bones for meshes that have no skin weights;
-        // Microsoft's loader gives those meshes none, and callers tell skinned meshes by it.
-        if (skinInfo && skinInfo->GetNumBones() == 0)
-            skinInfo = nullptr;
         ID3DXSkinInfo* wrapped = vexilWrapSkinInfo(skinInfo);
         HRESULT hr = m_inner->CreateMeshContainer(name, meshData, materials, effectInstances, materialCount,
                                                   adjacency, wrapped, newMeshContainer);
