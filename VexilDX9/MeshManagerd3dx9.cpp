@@ -15,6 +15,12 @@ void require(bool holds, unsigned long long line, const char* expression) {
     if (!holds) throw zeb::AssertionFailure(kSource, line, expression);
 }
 
+// D3DX gives every mesh container a skin information, an empty one (no bones) to rigid meshes:
+// only one with bones makes a skinned mesh.
+bool isSkinned(const D3DXMESHCONTAINER* container) {
+    return container->pSkinInfo && container->pSkinInfo->GetNumBones() > 0;
+}
+
 zeb::String textureFileOf(const D3DXMATERIAL& material) {
     return zeb::String(material.pTextureFilename ? material.pTextureFilename : "");
 }
@@ -183,7 +189,7 @@ bool MeshManagerD3DX9::indexMeshRootByTexture() {
 // Files each material subset of a rigid container under its texture file ("NULL" without one).
 bool MeshManagerD3DX9::indexContainer(FrameNode& node, D3DXMESHCONTAINER* container, zeb::Array<zeb::String>& missing) {
     const zeb::String containerName(container->Name);
-    if (container->pSkinInfo) {
+    if (isSkinned(container)) {
         ZEB_LOG(managerLogger, 1, __LINE__, "Encounters a skin info in mesh container " + containerName);
         return false;
     }
@@ -227,7 +233,7 @@ bool MeshManagerD3DX9::createSkinInfoList() {
     for (FrameNode& node : m_frameIndex.m_frameList) {
         for (D3DXMESHCONTAINER* container = node.m_frame->pMeshContainer; container;
              container = container->pNextMeshContainer) {
-            if (!container->pSkinInfo) continue;
+            if (!isSkinned(container)) continue;
             m_skinnedMeshes.append(SkinnedMesh());
             SkinnedMesh& skinned = m_skinnedMeshes.last();
             skinned.setSourceMeshContainer(container);

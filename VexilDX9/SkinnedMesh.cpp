@@ -117,7 +117,7 @@ bool SkinnedMesh::constructSkinnedMesh(const zeb::OrderedHashTable<zeb::String, 
     m_boneArrays.reserve(m_numBoneCombinations);
     for (unsigned int b = 0; b < m_numBoneCombinations; ++b) {
         const D3DXBONECOMBINATION& combination = m_boneCombinations[b];
-        BoneArray bones;
+        BoneArray bones{};  // without a texture table the material stays zero: no texture, black
         bones.attributeId = combination.AttribId;
         createBoneMaterial(m_sourceMeshContainer->pMaterials[combination.AttribId], textureTable, bones.material);
         for (unsigned int i = 0; i < m_maxFaceInfluences; ++i) {
@@ -250,6 +250,12 @@ bool SkinnedMesh::renderCombination(const COMPtr<IDirect3DDevice9>::pointer&, un
         indices[i] = static_cast<int>(node.influenceIndex);
         blendMatrices[i] = blend;
         D3DXMatrixTranspose(&inverseTransposes[i], &inverse);
+    }
+    // Entries past the last bone repeat it: a vertex's implied last weight then moves it with
+    // that bone, however many weights the blended mesh stores.
+    for (unsigned int i = used; used > 0 && i < kPaletteSize; ++i) {
+        blendMatrices[i] = blendMatrices[used - 1];
+        inverseTransposes[i] = inverseTransposes[used - 1];
     }
     m_texture->m_hasNormalMap.set(false);
     if (!bones.material.texture || !useTexture) {

@@ -1,18 +1,20 @@
 // Skinned meshes: every vertex of a blended mesh takes up to three bone matrices (weights from the
-// vertex, the last used bone gets what is left), is lit per vertex by one directional light with
+// vertex, the last one implied), is lit per vertex by one directional light with
 // the material block, and is textured when hasTextureMap is set. An application loads the
 // compiled file and hands it to MeshManagerD3DX9::setSkinEffect.
 
 // Transformation block. World matrices come from the bones; matWorld* are declared for the block.
 float4x4 matWorld;
-column_major float4x4 matViewProjection : register(vs, c0);
+float4x4 matViewProjection : register(vs, c0);
 float4x4 matWorldInverseTranspose;
 float4x4 matViewInverse : register(vs, c4);  // row 3 is the eye position
 
-// Vertex blend block: bone slot of each palette entry (-1 unused) and the palette.
-column_major float4x4 blendMatrices[3] : register(vs, c8);
-column_major float4x4 blendMatricesInverseTranspose[3] : register(vs, c20);
-int blendIndices[3] : register(vs, c32);
+// Vertex blend block. The palette's entries past the last bone of a combination repeat that
+// bone, so the implied weight lands on the right matrix whatever number of weights the vertex
+// carries; the bone slots (-1 unused) are declared for the block.
+float4x4 blendMatrices[3] : register(vs, c8);
+float4x4 blendMatricesInverseTranspose[3] : register(vs, c20);
+int blendIndices[3];
 
 // Light and material blocks.
 float3 lightDirection : register(vs, c35) = { -1, -1, 1 };
@@ -26,7 +28,9 @@ float4 specularColor : register(vs, c42) = { 1, 1, 1, 1 };
 float selfShadowPower = 5.0;
 
 // Texture block.
-bool hasTextureMap : register(ps, c0) = false;
+// A float, so that the pixel shader can read it (ps_2_0 has no boolean constants); D3DX converts
+// the flag set through SetBool.
+float hasTextureMap : register(ps, c0) = 0;
 bool hasNormalMap = false;
 texture textureMap;
 texture normalMap;
@@ -51,35 +55,40 @@ technique SkinnedMesh
             dcl_blendweight v1
             dcl_normal v2
             dcl_texcoord v3
-            mov r15, c100
-            // used slots u = (index >= 0); the last used slot l = u - u * u(next)
-            mov r1, c32
-            sge r0.x, r1.x, r15.x
-            mov r1, c33
-            sge r0.y, r1.x, r15.x
-            mov r1, c34
-            sge r0.z, r1.x, r15.x
-            mov r2.x, r0.y
-            mov r2.y, r0.z
-            mov r2.z, r15.x
-            mad r1.xyz, -r0, r2, r0
-            // weights: the vertex's for used slots before the last, the rest for the last
-            add r3.xyz, r0, -r1
-            mul r3.xyz, r3, v1
-            dp3 r4.x, r3, r15.y
-            add r4.x, r15.y, -r4.x
-            mad r3.xyz, r1, r4.x, r3
-            // blended position and normal
-            m4x4 r5, v0, c8
-            m4x4 r6, v0, c12
-            m4x4 r7, v0, c16
+            mov r11, c100
+            // weights: the vertex's for the first two slots, the rest implied for the third
+            mov r3.xy, v1
+            add r4.x, v1.x, v1.y
+            add r3.z, r11.y, -r4.x
+            // blended position and normal (row-major matrices: a row per register)
+            mul r5, v0.x, c8
+            mad r5, v0.y, c9, r5
+            mad r5, v0.z, c10, r5
+            add r5, r5, c11
+            mul r6, v0.x, c12
+            mad r6, v0.y, c13, r6
+            mad r6, v0.z, c14, r6
+            add r6, r6, c15
+            mul r7, v0.x, c16
+            mad r7, v0.y, c17, r7
+            mad r7, v0.z, c18, r7
+            add r7, r7, c19
             mul r8, r5, r3.x
             mad r8, r6, r3.y, r8
             mad r8, r7, r3.z, r8
-            m4x4 oPos, r8, c0
-            m3x3 r5.xyz, v2, c20
-            m3x3 r6.xyz, v2, c24
-            m3x3 r7.xyz, v2, c28
+            mul r4, r8.x, c0
+            mad r4, r8.y, c1, r4
+            mad r4, r8.z, c2, r4
+            mad oPos, r8.w, c3, r4
+            mul r5.xyz, v2.x, c20
+            mad r5.xyz, v2.y, c21, r5
+            mad r5.xyz, v2.z, c22, r5
+            mul r6.xyz, v2.x, c24
+            mad r6.xyz, v2.y, c25, r6
+            mad r6.xyz, v2.z, c26, r6
+            mul r7.xyz, v2.x, c28
+            mad r7.xyz, v2.y, c29, r7
+            mad r7.xyz, v2.z, c30, r7
             mul r9.xyz, r5, r3.x
             mad r9.xyz, r6, r3.y, r9
             mad r9.xyz, r7, r3.z, r9
@@ -91,28 +100,28 @@ technique SkinnedMesh
             dp3 r10.w, r10, r10
             rsq r10.w, r10.w
             mul r10.xyz, -r10, r10.w
-            add r11.xyz, c7, -r8
-            dp3 r11.w, r11, r11
-            rsq r11.w, r11.w
-            mul r11.xyz, r11, r11.w
-            add r11.xyz, r11, r10
-            dp3 r11.w, r11, r11
-            rsq r11.w, r11.w
-            mul r11.xyz, r11, r11.w
-            dp3 r12.x, r9, r10
-            dp3 r12.y, r9, r11
-            mov r12.w, c41.x
-            lit r12, r12
-            // diffuse colour x (ambient + diffuse light), specular added in the pixel shader
-            mov r13, c37
-            mul r13, r13, c36.x
-            mov r14, c38
-            mad r13, r14.x, r12.y, r13
-            mul oD0.xyz, r13, c39
+            add r0.xyz, c7, -r8
+            dp3 r0.w, r0, r0
+            rsq r0.w, r0.w
+            mul r0.xyz, r0, r0.w
+            add r0.xyz, r0, r10
+            dp3 r0.w, r0, r0
+            rsq r0.w, r0.w
+            mul r0.xyz, r0, r0.w
+            dp3 r1.x, r9, r10
+            dp3 r1.y, r9, r0
+            mov r1.w, c41.x
+            lit r1, r1
+            // diffuse colour x (ambient + diffuse light); the specular goes to the second colour
+            mov r2, c37
+            mul r2, r2, c36.x
+            mov r4, c38
+            mad r2, r4.x, r1.y, r2
+            mul oD0.xyz, r2, c39
             mov oD0.w, c39.w
-            mov r14, c40
-            mul r14.x, r14.x, r12.z
-            mul oD1, c42, r14.x
+            mov r4, c40
+            mul r4.x, r4.x, r1.z
+            mul oD1, c42, r4.x
             mov oT0, v3
         };
         PixelShader = asm {
