@@ -11,6 +11,11 @@ namespace {
 
 const char* const kCameraFrame = "CameraDummy";
 
+// D3DX hands rigid meshes an empty skin information; only bones make a mesh skinned.
+bool isSkinned(const D3DXMESHCONTAINER& container) {
+    return container.pSkinInfo && container.pSkinInfo->GetNumBones() > 0;
+}
+
 // Positions of a mesh's vertices: the first element of every vertex that is not pre-transformed.
 std::vector<D3DXVECTOR3> vertexPositions(ID3DXMesh* mesh) {
     std::vector<D3DXVECTOR3> positions;
@@ -78,7 +83,7 @@ void ViewerScene::computeBounds() {
         for (D3DXMESHCONTAINER* c = node.m_frame->pMeshContainer; c; c = c->pNextMeshContainer) {
             if (c->MeshData.Type != D3DXMESHTYPE_MESH) continue;
             const std::vector<D3DXVECTOR3> positions = vertexPositions(c->MeshData.pMesh);
-            if (c->pSkinInfo) {
+            if (isSkinned(*c)) {
                 addSkinnedPoints(points, *c, positions, frames);
             } else {
                 for (const D3DXVECTOR3& p : positions) addTransformed(points, p, node.m_combinedTransform);
@@ -146,7 +151,7 @@ unsigned ViewerScene::triangleCount() const {
         const FrameNode& node = frames[static_cast<int>(i)];
         if (!node.m_renderFrame) continue;
         for (D3DXMESHCONTAINER* c = node.m_frame->pMeshContainer; c; c = c->pNextMeshContainer)
-            if (!c->pSkinInfo && c->MeshData.Type == D3DXMESHTYPE_MESH && c->MeshData.pMesh)
+            if (!isSkinned(*c) && c->MeshData.Type == D3DXMESHTYPE_MESH && c->MeshData.pMesh)
                 triangles += c->MeshData.pMesh->GetNumFaces();
     }
     for (const SkinnedMesh& skinned : meshManager().skinnedMesh())

@@ -109,9 +109,9 @@ FRAMES = 6
 
 def check_bundled(viewer):
     failures = []
-    runs = [os.path.join(viewer.work, name) for name in ("run1", "run2", "plain")]
+    runs = [os.path.join(viewer.work, name) for name in ("run1", "run2", "plain", "effect")]
     options = ["--frames", str(FRAMES), "--fps", "6", "--size", "320x240"]
-    for out, extra in zip(runs, ([], [], ["--no-textures"])):
+    for out, extra in zip(runs, ([], [], ["--no-textures"], ["--skin", "effect"])):
         code, stdout, stderr = viewer.run(viewer.bundled_scene(), *options, *extra, out=out)
         if code != 0:
             return ["bundled scene run %s exited %d: %s" % (extra, code, stderr)]
@@ -129,6 +129,10 @@ def check_bundled(viewer):
         failures.append("the character is not in the pictures (%d and %d shirt pixels)" % (n0, n1))
     elif abs(x1 - x0) + abs(y1 - y0) < 5:
         failures.append("the character did not move: (%.1f, %.1f) then (%.1f, %.1f)" % (x0, y0, x1, y1))
+    (xe, ye, ne) = shirt_centroid(read_png(os.path.join(runs[3], names[FRAMES - 1])))
+    if ne < 30 or abs(xe - x1) + abs(ye - y1) > 20:
+        failures.append("the effect path puts the character elsewhere: (%.1f, %.1f) against (%.1f, %.1f), %d pixels"
+                        % (xe, ye, x1, y1, ne))
     if red_pixels(first) < 30:
         failures.append("the rigid props are not drawn (no red pillar)")
     textured, plain = roughness(first), roughness(read_png(os.path.join(runs[2], names[0])))
