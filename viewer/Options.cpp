@@ -8,7 +8,7 @@ namespace vexilview {
 const char* const kUsage =
     "usage: vexil-view SCENE.x [--textures DIR] [--k2m FILE] [--size WxH] [--skin fixed|effect]\n"
     "                  [--no-textures] [--lighting fixed|blinn-phong] [--shadows] [--verbose]\n"
-    "                  [--frames N --fps F --out DIR]\n"
+    "                  [--frames N [--fps F] --out DIR]   (--fps: 30 unless given)\n"
     "Without --frames it opens a window: drag to orbit, wheel to zoom, space pauses,\n"
     "S switches the skin path, T textures, L lighting, Esc quits.\n";
 

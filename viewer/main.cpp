@@ -31,8 +31,15 @@ std::vector<std::string> commandLineArguments() {
 }  // namespace
 
 int main() {
+    const std::vector<std::string> arguments = commandLineArguments();
+    for (const std::string& a : arguments) {
+        if (a == "--help" || a == "-h") {
+            std::fputs(vexilview::kUsage, stdout);
+            return vexilview::kExitOk;
+        }
+    }
     vexilview::Options options;
-    const std::string problem = vexilview::parseOptions(commandLineArguments(), options);
+    const std::string problem = vexilview::parseOptions(arguments, options);
     if (!problem.empty()) {
         vexilview::complain(problem);
         std::fputs(vexilview::kUsage, stderr);
