@@ -71,10 +71,11 @@ void showStatus(HWND window, const Session& session, const Controls& c, double f
     SetWindowTextW(window, title);
 }
 
-// A lost device is reset once it can be, and the scene's resources made again.
+// A lost device is reset once it can be, and the scene's resources made again; false when the
+// device can no longer be used.
 bool recoverDevice(Session& session) {
     HRESULT state = D3D_OK;
-    if (!session.device().renderDevice().reset(state)) return state == D3DERR_DEVICELOST;
+    if (!session.device().renderDevice().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
     return session.reopen();
 }
 
