@@ -249,6 +249,7 @@ bool MeshManagerD3DX9::createSkinInfoList() {
 }
 
 void MeshManagerD3DX9::updateTransformation() {
+    ZEB_TRACE(managerLogger, "MeshManagerD3DX9::updateTransformation");
     zeb::Array<FrameNode>& frames = m_frameIndex.m_frameList;
     for (unsigned int frameID = 0; frameID < frames.size(); ++frameID) {
         FrameNode& node = frames[frameID];

@@ -9,6 +9,7 @@
 #include <d3dx9.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -18,6 +19,16 @@
 namespace {
 
 volatile float g_sink;
+
+// Best times of both sides, run alternately so that the load of a shared machine hits both alike.
+template <class Ours, class Bare> std::pair<double, double> bestOfBoth(int runs, Ours ours, Bare bare) {
+    std::pair<double, double> best(1e30, 1e30);
+    for (int r = 0; r < runs; ++r) {
+        best.first = std::min(best.first, vexilbench::bestOf(1, ours));
+        best.second = std::min(best.second, vexilbench::bestOf(1, bare));
+    }
+    return best;
+}
 
 std::string programDir() {
     char path[MAX_PATH];
@@ -59,13 +70,14 @@ struct Device {
 // 50 frames, each with a mesh of 10 quads, one material per quad; materials cycle through five
 // texture files and no texture: 500 subsets in six texture groups.
 std::string generatedScene(const std::string& dir) {
-    std::string text = "xof 0303txt 0032\nFrame Root { FrameTransformMatrix { 1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1;; }\n";
+    auto f1 = [](int value) { return std::to_string(value) + ".0"; };
+    std::string text = "xof 0303txt 0032\nFrame Root { FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }\n";
     for (int f = 0; f < 50; ++f) {
-        text += "Frame F" + std::to_string(f) + " { FrameTransformMatrix { 1,0,0,0,0,1,0,0,0,0,1,0," + std::to_string(f % 7) +
-                ",0," + std::to_string(f) + ",1;; }\nMesh M" + std::to_string(f) + " { 40;";
+        text += "Frame F" + std::to_string(f) + " { FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0," + f1(f % 7) +
+                ",0.0," + f1(f) + ",1.0;; }\nMesh M" + std::to_string(f) + " { 40;";
         for (int q = 0; q < 10; ++q)
             for (int v = 0; v < 4; ++v)
-                text += std::to_string(q + (v == 1 || v == 2)) + ";" + std::to_string(v >= 2) + ";0;" + (q == 9 && v == 3 ? ";" : ",");
+                text += f1(q + (v == 1 || v == 2)) + ";" + f1(v >= 2) + ";0.0;" + (q == 9 && v == 3 ? ";" : ",");
         text += " 20;";
         for (int q = 0; q < 10; ++q) {
             int b = 4 * q;
@@ -85,6 +97,15 @@ std::string generatedScene(const std::string& dir) {
     std::string path = dir + "\\bench_scene.x";
     std::ofstream(path, std::ios::binary) << text;
     return path;
+}
+
+// Until the device has drawn what it was given: each side's time holds its own drawing.
+void waitForDevice(IDirect3DDevice9* device) {
+    IDirect3DQuery9* query = nullptr;
+    if (FAILED(device->CreateQuery(D3DQUERYTYPE_EVENT, &query))) return;
+    query->Issue(D3DISSUE_END);
+    while (query->GetData(nullptr, 0, D3DGETDATA_FLUSH) == S_FALSE) Sleep(0);
+    query->Release();
 }
 
 // A 2x2 24-bit BMP.
@@ -120,26 +141,26 @@ void benchRender(IDirect3DDevice9* device, const std::string& dir) {
                                    frames[int(i)].m_containerTextures[0].m_textureList[m].get(), &frames[int(i)].m_combinedTransform});
     const int frameCount = 20;
     auto drawn = [&](const std::function<void()>& draw) {
-        return vexilbench::bestOf(5, [&] {
+        return [&, draw] {
             for (int f = 0; f < frameCount; ++f) {
                 device->BeginScene();
                 draw();
                 device->EndScene();
             }
             device->Present(nullptr, nullptr, nullptr, nullptr);
-        });
+            waitForDevice(device);
+        };
     };
-    double ours = drawn([&] { scene.render(device, true); });
-    double bare = drawn([&] {
+    auto times = bestOfBoth(7, drawn([&] { scene.render(device, true); }), drawn([&] {
         for (const Subset& s : subsets) {
             device->SetTexture(0, s.texture);
             device->SetTransform(D3DTS_WORLD, s.world);
             device->SetMaterial(s.material);
             s.mesh->DrawSubset(s.id);
         }
-    });
+    }));
     std::printf("(%u subsets)\n", unsigned(subsets.size()));
-    vexilbench::report("render, 500-subset rigid scene", ours, bare, "SetTexture/Transform/Material/Draw", 1.1);
+    vexilbench::report("render, 500-subset rigid scene", times.first, times.second, "SetTexture/Transform/Material/Draw", 1.1);
 }
 
 void worldMatrices(D3DXFRAME* frame, const D3DXMATRIX& parent, std::vector<D3DXMATRIX>& out, size_t& next) {
@@ -175,18 +196,21 @@ void benchAnimate(IDirect3DDevice9* device, const std::string& tiny) {
     D3DXMATRIX identity;
     D3DXMatrixIdentity(&identity);
     const int steps = 2000;
-    double ours = vexilbench::bestOf(5, [&] {
-        for (int i = 0; i < steps; ++i) scene.step(1.0 / 60);
-    });
-    double bare = vexilbench::bestOf(5, [&] {
-        for (int i = 0; i < steps; ++i) {
-            controller->AdvanceTime(1.0 / 60, nullptr);
-            size_t next = 0;
-            worldMatrices(root, identity, worlds, next);
-        }
-        g_sink = worlds[1]._41;
-    });
-    vexilbench::report("animate tiny.x (advance + world matrices)", ours, bare, "AdvanceTime + recursive update", 1.2);
+    auto times = bestOfBoth(
+        7,
+        [&] {
+            for (int i = 0; i < steps; ++i) scene.step(1.0 / 60);
+        },
+        [&] {
+            for (int i = 0; i < steps; ++i) {
+                controller->AdvanceTime(1.0 / 60, nullptr);
+                size_t next = 0;
+                worldMatrices(root, identity, worlds, next);
+            }
+            g_sink = worlds[1]._41;
+        });
+    vexilbench::report("animate tiny.x (advance + world matrices)", times.first, times.second,
+                       "AdvanceTime + recursive update", 1.2);
     controller->Release();
     D3DXFrameDestroy(root, &loader);
 }
@@ -220,8 +244,7 @@ void benchUpdate(unsigned n) {
         plain.push_back({&node.m_frame->TransformationMatrix, node.m_parentIndex, {}, {}, {}});
     }
     const int runs = n >= 1000000 ? 3 : 5;
-    double ours = vexilbench::bestOf(runs, [&] { manager.updateTransformation(); });
-    double bare = vexilbench::bestOf(runs, [&] {
+    auto times = bestOfBoth(runs, [&] { manager.updateTransformation(); }, [&] {
         for (Plain& p : plain) {
             if (p.parent == FrameNode::noParent) {
                 p.combined = *p.local;
@@ -235,7 +258,7 @@ void benchUpdate(unsigned n) {
     });
     char what[64];
     std::snprintf(what, sizeof what, "updateTransformation, %u frames", n);
-    vexilbench::report(what, ours, bare, "the same products in a plain loop", 1.5);
+    vexilbench::report(what, times.first, times.second, "the same products in a plain loop", 1.5);
     manager.cleanup();
 }
 
@@ -243,12 +266,12 @@ void benchLoad(IDirect3DDevice9* device, const std::string& file, const char* la
     std::string dir = file.substr(0, file.rfind('\\'));
     std::wstring wide(file.begin(), file.end());
     VirtualRealityDX9 scene;
-    double ours = vexilbench::bestOf(3, [&] {
+    auto ours = [&] {
         scene.loadVirtualReality(dir.c_str(), file.c_str(), device, zeb::Array<zeb::String>());
         scene.cleanup();
-    });
+    };
     // Bare: the hierarchy through the same allocator, then one texture per distinct file.
-    double bare = vexilbench::bestOf(3, [&] {
+    auto bare = [&] {
         SceneLoaderX loader;
         loader.setTextureFileRootDirectory(dir.c_str());
         D3DXFRAME* root = nullptr;
@@ -276,8 +299,9 @@ void benchLoad(IDirect3DDevice9* device, const std::string& file, const char* la
         for (IDirect3DTexture9* texture : textures) texture->Release();
         if (controller) controller->Release();
         D3DXFrameDestroy(root, &loader);
-    });
-    vexilbench::report(label, ours, bare, "D3DX load + texture creation", 1.2);
+    };
+    auto times = bestOfBoth(5, ours, bare);
+    vexilbench::report(label, times.first, times.second, "D3DX load + texture creation", 1.2);
 }
 
 }  // namespace
