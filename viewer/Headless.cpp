@@ -50,6 +50,39 @@ void reportProgress(unsigned frame, unsigned frames) {
     std::fflush(stdout);
 }
 
+// One frame: the scene advanced to it, drawn, read back and written; its time goes to times.
+bool drawAndWrite(Session& session, const OffscreenTarget& target, unsigned frame, ContactSheet& sheet,
+                  FrameTimes& times) {
+    const Options& o = session.options();
+    const double start = secondsNow();
+    session.scene().step(frame == 1 ? 0.0 : 1.0 / o.fps);
+    session.scene().placeCamera(Orbit());
+    vexilsupport::Image picture;
+    if (!session.renderer().draw(session.device().holder(), o.skin, session.textures()) ||
+        !target.readBack(session.device().get(), picture)) {
+        complain("frame " + std::to_string(frame) + " could not be drawn");
+        return false;
+    }
+    times.add(secondsNow() - start);
+    if (!vexilsupport::writePng(frameFileName(o.outputDirectory, frame), picture)) {
+        complain("cannot write " + frameFileName(o.outputDirectory, frame));
+        return false;
+    }
+    if (sheet.wants(frame)) sheet.add(picture);
+    return true;
+}
+
+void printSummary(const Session& session, const FrameTimes& times) {
+    const Options& o = session.options();
+    const unsigned triangles = session.scene().triangleCount();
+    std::printf("%svexil-view: %u frames of %ux%u and contact.png written to %s\n", onTerminal() ? "\n" : "",
+                o.frames, o.width, o.height, o.outputDirectory.c_str());
+    std::printf("vexil-view: load %.1f ms, %u frames, frame time average %.2f ms, worst %.2f ms, "
+                "%u triangles a frame (%llu drawn)\n",
+                session.loadMilliseconds(), o.frames, times.total * 1000.0 / o.frames, times.worst * 1000.0, triangles,
+                static_cast<unsigned long long>(triangles) * o.frames);
+}
+
 }  // namespace
 
 int runHeadless(const Options& options) {
@@ -81,35 +114,15 @@ int renderFrames(Session& session) {
     target.bind(device);
     ContactSheet sheet(o.frames);
     FrameTimes times;
-    vexilsupport::Image picture;
     for (unsigned frame = 1; frame <= o.frames; ++frame) {
-        const double start = secondsNow();
-        session.scene().step(frame == 1 ? 0.0 : 1.0 / o.fps);
-        session.scene().placeCamera(Orbit());
-        const bool drawn = session.renderer().draw(session.device().holder(), o.skin, session.textures());
-        if (!drawn || !target.readBack(device, picture)) {
-            complain("frame " + std::to_string(frame) + " could not be drawn");
-            return kExitFailure;
-        }
-        times.add(secondsNow() - start);
-        if (!vexilsupport::writePng(frameFileName(o.outputDirectory, frame), picture)) {
-            complain("cannot write " + frameFileName(o.outputDirectory, frame));
-            return kExitFailure;
-        }
-        if (sheet.wants(frame)) sheet.add(picture);
+        if (!drawAndWrite(session, target, frame, sheet, times)) return kExitFailure;
         reportProgress(frame, o.frames);
     }
     if (!vexilsupport::writePng(o.outputDirectory + "\\contact.png", sheet.compose())) {
         complain("cannot write the contact sheet");
         return kExitFailure;
     }
-    const unsigned triangles = session.scene().triangleCount();
-    std::printf("%svexil-view: %u frames of %ux%u and contact.png written to %s\n", onTerminal() ? "\n" : "",
-                o.frames, o.width, o.height, o.outputDirectory.c_str());
-    std::printf("vexil-view: load %.1f ms, %u frames, frame time average %.2f ms, worst %.2f ms, "
-                "%u triangles a frame (%llu drawn)\n",
-                session.loadMilliseconds(), o.frames, times.total * 1000.0 / o.frames, times.worst * 1000.0, triangles,
-                static_cast<unsigned long long>(triangles) * o.frames);
+    printSummary(session, times);
     return kExitOk;
 }
 

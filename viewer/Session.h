@@ -25,6 +25,7 @@ public:
     const Options& options() const { return m_options; }
     ViewerDevice& device() { return m_device; }
     ViewerScene& scene() { return m_scene; }
+    const ViewerScene& scene() const { return m_scene; }
     FrameRenderer& renderer() { return m_renderer; }
     bool textures() const { return m_textures; }
     double loadMilliseconds() const { return m_loadMilliseconds; }
