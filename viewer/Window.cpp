@@ -79,6 +79,26 @@ bool recoverDevice(Session& session) {
     return session.reopen();
 }
 
+// The effect path is loaded when first asked for; without it the fixed-function path stays.
+void loadSkinEffectWhenAsked(Session& session, Controls& controls) {
+    if (controls.skin != SkinPath::Effect || session.renderer().hasSkinEffect()) return;
+    std::string problem;
+    if (!session.renderer().useSkinEffect(session.device().holder(), problem)) {
+        warn(problem);
+        controls.skin = SkinPath::Fixed;
+    }
+}
+
+// One frame on the window; false when the device is lost for good.
+bool drawAndPresent(Session& session, Controls& controls, double seconds) {
+    loadSkinEffectWhenAsked(session, controls);
+    session.scene().step(seconds);
+    session.scene().placeCamera(controls.orbit);
+    session.renderer().draw(session.device().holder(), controls.skin, controls.textures);
+    return session.device().get()->Present(nullptr, nullptr, nullptr, nullptr) != D3DERR_DEVICELOST ||
+           recoverDevice(session);
+}
+
 }  // namespace
 
 int runWindow(const Options& options) {
@@ -105,18 +125,7 @@ int runWindow(const Options& options) {
             continue;
         }
         const double now = secondsNow();
-        if (controls.skin == SkinPath::Effect && !session.renderer().hasSkinEffect()) {
-            std::string problem;
-            if (!session.renderer().useSkinEffect(session.device().holder(), problem)) {
-                warn(problem);
-                controls.skin = SkinPath::Fixed;
-            }
-        }
-        session.scene().step(controls.paused ? 0.0 : now - last);
-        session.scene().placeCamera(controls.orbit);
-        session.renderer().draw(session.device().holder(), controls.skin, controls.textures);
-        if (session.device().get()->Present(nullptr, nullptr, nullptr, nullptr) == D3DERR_DEVICELOST &&
-            !recoverDevice(session)) {
+        if (!drawAndPresent(session, controls, controls.paused ? 0.0 : now - last)) {
             complain("the device was lost and could not be brought back");
             code = kExitFailure;
             break;
