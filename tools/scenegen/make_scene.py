@@ -12,7 +12,23 @@ import os
 import struct
 import sys
 
-TICKS_PER_SECOND = 4800
+TICKS_PER_SECOND = 4800  # D3DX's default: the file need not say it
+
+# Declared in the file, so that loaders that do not know the skin templates read it too.
+SKIN_TEMPLATES = """template XSkinMeshHeader {
+ <3cf169ce-ff7c-44ab-93c0-f78f62d172e2>
+ WORD nMaxSkinWeightsPerVertex;
+ WORD nMaxSkinWeightsPerFace;
+ WORD nBones;
+}
+template SkinWeights {
+ <6f0d123b-bad2-4167-a0d0-80224f25fabb>
+ STRING transformNodeName;
+ DWORD nWeights;
+ array DWORD vertexIndices[nWeights];
+ array FLOAT weights[nWeights];
+ Matrix4x4 matrixOffset;
+}"""
 
 
 # ---------------------------------------------------------------------------------------------
@@ -390,7 +406,7 @@ def scene_text():
     return "\n".join([
         "xof 0303txt 0032",
         "// The bundled VexilDX9 scene, written by tools/scenegen/make_scene.py.",
-        "AnimTicksPerSecond { %d; }" % TICKS_PER_SECOND,
+        SKIN_TEMPLATES,
         frame("Scene", identity(), "\n".join(world)),
         animation_set("Walk", walk_pose, 4.0, 64),
         animation_set("Wave", wave_pose, 2.0, 32),
