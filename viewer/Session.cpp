@@ -100,6 +100,9 @@ ExitCode Session::loadScene() {
             complain(m_options.scene + " is not a loadable X file (damaged or not an X file)");
             return kExitRefused;
         }
+    } catch (const zeb::IndexOutOfBounds&) {
+        complain(m_options.scene + ": a skinned mesh could not be built and no k2m frame list covers it (--k2m)");
+        return kExitRefused;
     } catch (const zeb::Exception& e) {
         complain(m_options.scene + " could not be prepared: " + e.what());
         return kExitRefused;
