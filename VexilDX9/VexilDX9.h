@@ -12,6 +12,7 @@
 #include <VexilDX9/RenderDeviceDX9.h>
 #include <VexilDX9/RenderDeviceManagerDX9.h>
 #include <VexilDX9/DeviceInfo.h>
+#include <VexilDX9/Adapter.h>
 #include <VexilDX9/Query.h>
 #include <VexilDX9/SceneLoaderX.h>
 #include <VexilDX9/FrameNodeIndexer.h>
