@@ -23,3 +23,6 @@
 #include <VexilDX9/SkinnedMesh.h>
 #include <VexilDX9/MeshManagerd3dx9.h>
 #include <VexilDX9/VirtualRealityDX9.h>
+#include <VexilDX9/BlinnPhongShading.h>
+#include <VexilDX9/LightingEffect.h>
+#include <VexilDX9/ShadowMap.h>

@@ -120,8 +120,8 @@ ExitCode Session::loadScene() {
         }
     }
     if (m_options.lighting == Lighting::BlinnPhong)
-        warn("--lighting blinn-phong is not available yet in this build: drawing with fixed-function lighting");
-    if (m_options.shadows) warn("--shadows is not available yet in this build: drawing without shadows");
+        warn("--lighting blinn-phong is not available in vexil-view yet: drawing with fixed-function lighting");
+    if (m_options.shadows) warn("--shadows is not available in vexil-view yet: drawing without shadows");
     if (!m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
     return kExitOk;
 }

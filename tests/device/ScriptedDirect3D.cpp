@@ -96,6 +96,7 @@ HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DF
                                              D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if ((usage & D3DUSAGE_DEPTHSTENCIL) && !depthFormatAllowed(checkFormat)) return D3DERR_NOTAVAILABLE;
+    if (refusedFormat != D3DFMT_UNKNOWN && checkFormat == refusedFormat) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDeviceFormat(realAdapter(adapter), type, adapterFormat, usage, resourceType, checkFormat);
 }
 
@@ -291,6 +292,13 @@ struct DeviceOverrides {
         return d.forward(&IDirect3DDevice9::CreateDepthStencilSurface, width, height, format, multiSample, quality,
                          discard, surface, shared);
     }
+    static HRESULT STDMETHODCALLTYPE CreateTexture(IDirect3DDevice9* self, UINT width, UINT height, UINT levels,
+                                                   DWORD usage, D3DFORMAT format, D3DPOOL pool,
+                                                   IDirect3DTexture9** texture, HANDLE* shared) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.createTextureResult, texture)) return d.script.createTextureResult;
+        return d.forward(&IDirect3DDevice9::CreateTexture, width, height, levels, usage, format, pool, texture, shared);
+    }
     // Scripted failures apply to creating calls only, not to support probes.
     static HRESULT STDMETHODCALLTYPE CreateQuery(IDirect3DDevice9* self, D3DQUERYTYPE type, IDirect3DQuery9** query) {
         ScriptedDevice9& d = ScriptedDevice9::of(self);
@@ -319,6 +327,7 @@ ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owne
     m_table[slotOf(&IDirect3DDevice9::GetDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::GetDepthStencilSurface);
     m_table[slotOf(&IDirect3DDevice9::CreateDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::CreateDepthStencilSurface);
     m_table[slotOf(&IDirect3DDevice9::CreateQuery)] = reinterpret_cast<void*>(&DeviceOverrides::CreateQuery);
+    m_table[slotOf(&IDirect3DDevice9::CreateTexture)] = reinterpret_cast<void*>(&DeviceOverrides::CreateTexture);
 }
 
 ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads) {

@@ -47,6 +47,7 @@ struct DeviceScript {
     HRESULT createDepthStencilResult = D3D_OK;
     HRESULT createQueryResult = D3D_OK;  // for creating calls only, not support probes
     HRESULT additionalSwapChainResult = D3D_OK;
+    HRESULT createTextureResult = D3D_OK;
 };
 
 struct CreateDeviceCall {
@@ -76,6 +77,8 @@ public:
     HRESULT failingVertexModeResult = D3DERR_NOTAVAILABLE;
     HRESULT multiSampleResult = D3D_OK;
     DWORD multiSampleLevels = 0;  // quality levels reported with success (0: the real adapter's)
+    // A format that every CheckDeviceFormat refuses (D3DFMT_UNKNOWN: none).
+    D3DFORMAT refusedFormat = D3DFMT_UNKNOWN;
     // How many depth-stencil checks (CheckDepthStencilMatch, or CheckDeviceFormat for depth use) to refuse from now on (-1: all); after that, accept only
     // acceptedDepthFormat (D3DFMT_UNKNOWN: whatever the real adapter accepts).
     int rejectedDepthChecks = 0;
