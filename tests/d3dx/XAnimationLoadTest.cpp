@@ -344,9 +344,8 @@ TEST_F(XAnimationLoad, SamplesLoadTheirSetsAndMoveTheirBones)
         EXPECT_EQ(sample.sets, names) << sample.file;  // tiny.x's one set has no name
         D3DXFRAME* bone = sample.bone ? scene.frame(sample.bone) : nullptr;
         D3DXMATRIX before = bone ? bone->TransformationMatrix : D3DXMATRIX();
-        for (int step = 0; step < 5; ++step) {
+        for (int step = 0; step < 5; ++step)
             ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.1, nullptr)) << sample.file;
-        }
         if (bone) {
             EXPECT_FALSE(matrixNear(bone->TransformationMatrix, before, 1e-3f)) << sample.bone << " did not move";
         }

@@ -48,13 +48,6 @@ struct Triangle {
     }
 };
 
-BlendLayout convert(const Triangle& triangle)
-{
-    BlendLayout layout;
-    EXPECT_EQ(Status::Ok, triangle.layout(layout));
-    return layout;
-}
-
 }  // namespace
 
 // Repeats add up, weightless influences vanish, the heaviest come first; a vertex past the mesh
@@ -81,8 +74,9 @@ TEST(SkinInfluences, RepeatsFoldZeroWeightsDropHeaviestFirstOutOfRangeRefused)
 
 TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
 {
-    BlendLayout layout = convert({{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f},
-                                  {5, 2, 0.9f}, {1, 2, 0.1f}});
+    BlendLayout layout;
+    ASSERT_EQ(Status::Ok, Triangle({{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f}, {5, 2, 0.9f},
+                                    {1, 2, 0.1f}}).layout(layout));
     ASSERT_EQ(4u, layout.influencesPerFace);
     ASSERT_EQ(1u, layout.combinations.size());
     // Corners' heaviest 0, 3, 5; then bone 1 (0.4 in all) wins the tie with bone 4 by number.
@@ -97,7 +91,8 @@ TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
 
 TEST(SkinLayout, VerticesWithoutWeightsRideOnTheFirstSlotAndNothingToBlendIsRefused)
 {
-    BlendLayout layout = convert({{0, 0, 1.0f}, {1, 1, 1.0f}});
+    BlendLayout layout;
+    ASSERT_EQ(Status::Ok, Triangle({{0, 0, 1.0f}, {1, 1, 1.0f}}).layout(layout));
     ASSERT_EQ(2u, layout.influencesPerFace);
     EXPECT_FLOAT_EQ(1.0f, layout.weights[2 * 2 + 0]);
     EXPECT_FLOAT_EQ(0.0f, layout.weights[2 * 2 + 1]);

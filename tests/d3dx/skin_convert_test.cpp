@@ -7,7 +7,6 @@
 #include "TestHierarchy.h"
 #include "skin_fixtures.h"
 
-#include <cstdio>
 #include <random>
 
 using namespace skintest;
@@ -337,8 +336,7 @@ TEST_F(SkinConvert, SampleCharactersConvertFaithfully)
             }
             const DWORD most = influenceCounts(loaded->pSkinInfo, loaded->MeshData.pMesh).second;
             EXPECT_EQ(std::min<DWORD>(most, 4), c.maxFaceInfluences);
-            const DWORD crowded = expectFaithfulConversion(loaded->pSkinInfo, loaded->MeshData.pMesh, c);
-            std::printf("%s: %lu combinations, %lu faces reduced\n", file, c.combinationCount, crowded);
+            expectFaithfulConversion(loaded->pSkinInfo, loaded->MeshData.pMesh, c);
         }
     }
 }

@@ -205,10 +205,18 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     const DWORD stride = blended->GetNumBytesPerVertex();
     EXPECT_EQ(sourceStride + 4 * (slots - 1), stride);
 
+    DWORD rangeCount = 0;
+    EXPECT_EQ(D3D_OK, blended->GetAttributeTable(nullptr, &rangeCount));
+    EXPECT_EQ(converted.combinationCount, rangeCount);
+    std::vector<D3DXATTRIBUTERANGE> ranges(rangeCount);
+    blended->GetAttributeTable(ranges.data(), &rangeCount);
+
     std::vector<int> timesSeen(faces, 0);
     DWORD crowded = 0, nextFace = 0, nextVertex = 0;
     for (DWORD b = 0; b < converted.combinationCount; ++b) {
         const D3DXBONECOMBINATION& c = converted.combination(b);
+        const D3DXATTRIBUTERANGE range{b, c.FaceStart, c.FaceCount, c.VertexStart, vertexCountOf(c)};
+        EXPECT_TRUE(b < ranges.size() && std::memcmp(&ranges[b], &range, sizeof range) == 0) << "range " << b;
         EXPECT_EQ(nextFace, c.FaceStart) << "combination " << b;
         EXPECT_EQ(nextVertex, c.VertexStart) << "combination " << b;
         nextFace += c.FaceCount;

@@ -76,8 +76,8 @@ std::vector<BYTE> readVertices(ID3DXMesh* mesh);
 // Source weights of every vertex, normalised, by bone.
 std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD vertexCount);
 
-// Every face in exactly one combination and drawn by its subset, combinations contiguous with
-// distinct bones and unused slots last, corners mapped back to the
+// Every face in exactly one combination and drawn by its subset, combinations contiguous, in the
+// attribute table, with distinct bones and unused slots last, corners mapped back to the
 // source face, untouched vertex data, weights that match the source wherever the face's bones
 // fit one combination (otherwise each corner keeps its heaviest bone). Returns how many faces
 // needed more bones than a combination holds.
