@@ -3,27 +3,18 @@
 #include "TestHierarchy.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
 namespace vexiltest {
 
-namespace {
-char* copyName(const char* name)
-{
-    if (!name)
-        return nullptr;
-    char* copy = new char[std::strlen(name) + 1];
-    std::strcpy(copy, name);
-    return copy;
-}
-}  // namespace
 
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
     D3DXFRAME* frame = new D3DXFRAME{};
     ++framesCreated;
-    frame->Name = copyName(name);
+    frame->Name = name ? _strdup(name) : nullptr;
     D3DXMatrixIdentity(&frame->TransformationMatrix);
     *newFrame = frame;
     return S_OK;
@@ -34,7 +25,7 @@ HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA*
                                            D3DXMESHCONTAINER** newMeshContainer)
 {
     D3DXMESHCONTAINER* container = new D3DXMESHCONTAINER{};
-    container->Name = copyName(name);
+    container->Name = name ? _strdup(name) : nullptr;
     container->MeshData = *meshData;
     if (container->MeshData.pMesh)
         container->MeshData.pMesh->AddRef();
@@ -53,7 +44,7 @@ HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA*
 
 HRESULT TestAllocator::DestroyFrame(D3DXFRAME* frame)
 {
-    delete[] frame->Name;
+    std::free(frame->Name);
     delete frame;
     return S_OK;
 }
@@ -64,7 +55,7 @@ HRESULT TestAllocator::DestroyMeshContainer(D3DXMESHCONTAINER* container)
         container->MeshData.pMesh->Release();
     if (container->pSkinInfo)
         skinReferencesLeft = container->pSkinInfo->Release();
-    delete[] container->Name;
+    std::free(container->Name);
     delete container;
     return S_OK;
 }

@@ -9,8 +9,8 @@
 #include "TestPaths.h"
 #include "XFixtures.h"
 
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 namespace {
@@ -28,24 +28,26 @@ std::string waveFile(const std::string& ticks = kTenTicks)
     return textFile({ticks, kFrames, kWaveAndIdle});
 }
 
-class XAnimationLoad : public vexiltest::DeviceTest {
-protected:
-    double period(ID3DXAnimationController* controller, UINT index)
-    {
-        ID3DXAnimationSet* set = nullptr;
-        EXPECT_EQ(S_OK, controller->GetAnimationSet(index, &set));
-        if (!set)
-            return -1;
-        double seconds = set->GetPeriod();
-        set->Release();
-        return seconds;
-    }
-};
+class XAnimationLoad : public vexiltest::DeviceTest {};
 
+double period(ID3DXAnimationController* controller, UINT index)
+{
+    ID3DXAnimationSet* set = nullptr;
+    EXPECT_EQ(S_OK, controller->GetAnimationSet(index, &set));
+    if (!set)
+        return -1;
+    double seconds = set->GetPeriod();
+    set->Release();
+    return seconds;
+}
+
+// Read from a file (memory is what every other test reads from).
 TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
 {
+    const std::string path = vexiltest::outputDir() + "\\wave.x";
+    ASSERT_TRUE(std::ofstream(path, std::ios::binary) << waveFile());
     LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), waveFile());
+    vexiltest::loadFromFile(scene, device(), path);
     ASSERT_EQ(S_OK, scene.result);
     ASSERT_NE(nullptr, scene.controller);
     ASSERT_EQ(2u, scene.controller->GetNumAnimationSets());
@@ -56,14 +58,14 @@ TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
     EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
     EXPECT_TRUE(matrixNear(scene.frame("Root")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {0, 0, 10})));
-    D3DXMATRIX still;
-    D3DXMatrixScaling(&still, 2, 2, 2);
-    still._41 = 1;
-    still._42 = 2;
-    still._43 = 3;
-    EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, still));
+    EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, srtMatrix({2, 2, 2}, kY, 0, {1, 2, 3})));
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(2.0, nullptr));  // 2.5 s loops to 0.5 s
     EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+
+    LoadedScene missing;
+    vexiltest::loadFromFile(missing, device(), vexiltest::outputDir() + "\\no-such-file.x");
+    EXPECT_TRUE(FAILED(missing.result));
+    EXPECT_EQ(nullptr, missing.controller);
 }
 
 ULONG references(IUnknown* object)
@@ -73,8 +75,8 @@ ULONG references(IUnknown* object)
 }
 
 // The controller holds each set once in its registry and once more per track playing it; the sets
-// go with the controller.
-TEST_F(XAnimationLoad, AnimationSetsHandedOutCarryTheirReferences)
+// go with the controller. The open "Idle" plays once.
+TEST_F(XAnimationLoad, AnimationSetsCarryTheirReferencesAndOpenOnesPlayOnce)
 {
     LoadedScene scene;
     vexiltest::loadFromText(scene, device(), waveFile());
@@ -86,28 +88,18 @@ TEST_F(XAnimationLoad, AnimationSetsHandedOutCarryTheirReferences)
     EXPECT_STREQ("Wave", wave->GetName());
     EXPECT_EQ(3u, references(wave)) << "registry, track 0 and ours";
     EXPECT_EQ(2u, references(idle)) << "registry and ours";
-    ASSERT_EQ(S_OK, scene.controller->SetTrackAnimationSet(1, idle));
-    EXPECT_EQ(3u, references(idle)) << "track 1 took one";
-    scene.controller->Release();
-    scene.controller = nullptr;
-    EXPECT_EQ(0u, wave->Release());
-    EXPECT_EQ(0u, idle->Release());
-}
-
-TEST_F(XAnimationLoad, OpenAnimationsPlayOnceAndSetsCanSwapTracks)
-{
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), waveFile());
-    ASSERT_NE(nullptr, scene.controller);
-    ID3DXAnimationSet* idle = nullptr;
-    ASSERT_EQ(S_OK, scene.controller->GetAnimationSetByName("Idle", &idle));
     EXPECT_DOUBLE_EQ(3.0, idle->GetPeriodicPosition(10.0));
     ASSERT_EQ(S_OK, scene.controller->SetTrackAnimationSet(0, idle));
-    idle->Release();
+    EXPECT_EQ(3u, references(idle)) << "track 0 took one";
+    EXPECT_EQ(2u, references(wave)) << "track 0 gave its one back";
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(1.5, nullptr));
     EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {2.5f, 1, 1})));
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(10.0, nullptr));
     EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {4, 1, 1})));
+    scene.controller->Release();
+    scene.controller = nullptr;
+    EXPECT_EQ(0u, wave->Release());
+    EXPECT_EQ(0u, idle->Release());
 }
 
 TEST_F(XAnimationLoad, TicksPerSecondDefaultTo4800WhenAbsentOrZero)
@@ -122,26 +114,6 @@ TEST_F(XAnimationLoad, TicksPerSecondDefaultTo4800WhenAbsentOrZero)
     vexiltest::loadFromText(still, device(), textFile({kFrames}));
     ASSERT_EQ(S_OK, still.result);
     EXPECT_EQ(nullptr, still.controller) << "no animation set, no controller";
-}
-
-TEST_F(XAnimationLoad, FileLoadersReadTheSameAsMemory)
-{
-    std::string path = vexiltest::outputDir() + "\\wave.x";
-    std::string text = waveFile();
-    FILE* file = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(nullptr, file);
-    std::fwrite(text.data(), 1, text.size(), file);
-    std::fclose(file);
-    LoadedScene scene;
-    vexiltest::loadFromFile(scene, device(), path);
-    ASSERT_NE(nullptr, scene.controller);
-    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(1.0, nullptr));
-    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({2, 1, 1}, kY, 90, {10, 20, 0})));
-
-    LoadedScene missing;
-    vexiltest::loadFromFile(missing, device(), vexiltest::outputDir() + "\\no-such-file.x");
-    EXPECT_TRUE(FAILED(missing.result));
-    EXPECT_EQ(nullptr, missing.controller);
 }
 
 // Keys naming a frame that does not exist, empty key lists, keys out of order, a key with the
@@ -175,22 +147,35 @@ AnimationSet Haunted { Animation { { Ghost } AnimationKey { 2; 1; 0;3;5.0,5.0,5.
     EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, identity)) << "no keys: rests at identity";
 }
 
-// A skinned triangle whose file declares none of the skin templates.
-TEST_F(XAnimationLoad, SkinTemplatesAreKnownWithoutDeclaration)
+// A skinned triangle whose file declares none of the skin templates, and a frame naming a
+// top-level mesh, which it holds once. A skin's mesh container holds the only reference left to
+// the skin info once loading is over.
+TEST_F(XAnimationLoad, UndeclaredSkinTemplatesAndReferencedMeshesLoad)
 {
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), textFile({kSkinnedTriangle}));
-    ASSERT_EQ(S_OK, scene.result);
-    EXPECT_EQ(1, scene.allocator.meshContainers);
-    EXPECT_EQ(1, scene.allocator.skinnedContainers);
-    EXPECT_EQ(1u, scene.allocator.bonesSeen);
-    ASSERT_NE(nullptr, scene.controller);
-    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
-    EXPECT_FLOAT_EQ(1.0f, scene.frame("Bone")->TransformationMatrix._42);
-    // The mesh container's reference is the only one left once loading is over.
-    D3DXFrameDestroy(scene.root, &scene.allocator);
-    scene.root = nullptr;
-    EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
+    const struct {
+        const char* file;
+        const char *meshFrame, *animated;
+        int skinned;
+        float height;
+    } cases[] = {{kSkinnedTriangle, "Body", "Bone", 1, 1.0f}, {kReferencedCube, "CubeFrame", "CubeFrame", 0, 1.5f}};
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.meshFrame);
+        LoadedScene scene;
+        vexiltest::loadFromText(scene, device(), textFile({test.file}));
+        ASSERT_EQ(S_OK, scene.result);
+        ASSERT_NE(nullptr, scene.frame(test.meshFrame)->pMeshContainer);
+        EXPECT_EQ(1, scene.allocator.meshContainers);
+        EXPECT_EQ(test.skinned, scene.allocator.skinnedContainers);
+        EXPECT_EQ(DWORD(test.skinned), scene.allocator.bonesSeen);
+        ASSERT_NE(nullptr, scene.controller);
+        ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
+        EXPECT_FLOAT_EQ(test.height, scene.frame(test.animated)->TransformationMatrix._42);
+        D3DXFrameDestroy(scene.root, &scene.allocator);
+        scene.root = nullptr;
+        if (test.skinned) {
+            EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
+        }
+    }
 }
 
 // The binary encoding, and both encodings compressed (inflated by the drop-in), read as the text
@@ -226,13 +211,8 @@ std::string nested(const std::string& open, const std::string& close, int depth)
     return text;
 }
 
-std::string withByte(std::string file, size_t at, char value)
-{
-    file[at] = value;
-    return file;
-}
-
-std::string withWord(std::string file, size_t at, uint32_t value)
+template <class T>
+std::string patched(std::string file, size_t at, T value)
 {
     std::memcpy(&file[at], &value, sizeof value);
     return file;
@@ -255,13 +235,13 @@ TEST_F(XAnimationLoad, DamagedFilesAreRefusedCleanly)
         {"text nested 20,000 frames deep", textFile({nested("Frame f {\n", "}\n", 20000)})},
         {"binary nested 30,000 frames deep",
          "xof 0303bin 0032" + nested(deepFrame.bytes().substr(16), std::string("\x0b\0", 2), 30000)},
-        {"binary with an unknown token", withByte(binary, binary.size() - 2, 0x7f)},
-        {"binary with a name of 65,535 bytes", withWord(binary, 16 + 2, 0xFFFF)},
+        {"binary with an unknown token", patched(binary, binary.size() - 2, char(0x7f))},
+        {"binary with a name of 65,535 bytes", patched(binary, 16 + 2, 0xFFFFu)},
         {"binary cut inside a float list", binary.substr(0, binary.size() / 2)},
         {"compressed, first 28 bytes only", packed.substr(0, 28)},
-        {"compressed with a chunk larger than the file", withWord(packed, 16 + 4, 0xFFFF0100)},
-        {"compressed with a damaged deflate stream", withByte(packed, firstData + 3, char(packed[firstData + 3] ^ 0x55))},
-        {"compressed with a wrong plain size", withWord(packed, 16, 17)},
+        {"compressed with a chunk larger than the file", patched(packed, 16 + 4, 0xFFFF0100u)},
+        {"compressed with a damaged deflate stream", patched(packed, firstData + 3, char(packed[firstData + 3] ^ 0x55))},
+        {"compressed with a wrong plain size", patched(packed, 16, 17u)},
     };
     for (const auto& test : cases) {
         LoadedScene scene;
@@ -273,20 +253,6 @@ TEST_F(XAnimationLoad, DamagedFilesAreRefusedCleanly)
     LoadedScene deep;  // deep, but within the limit: a long bone chain
     vexiltest::loadFromText(deep, device(), textFile({nested("Frame f {\n", "}\n", 2000)}));
     EXPECT_EQ(S_OK, deep.result);
-}
-
-// A frame naming a top-level mesh holds that mesh, once.
-TEST_F(XAnimationLoad, FrameReferencingATopLevelMeshLoadsWithItsController)
-{
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), textFile({kReferencedCube}));
-    ASSERT_EQ(S_OK, scene.result);
-    ASSERT_NE(nullptr, scene.frame("CubeFrame"));
-    ASSERT_NE(nullptr, scene.frame("CubeFrame")->pMeshContainer);
-    EXPECT_EQ(1, scene.allocator.meshContainers);
-    ASSERT_NE(nullptr, scene.controller);
-    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
-    EXPECT_FLOAT_EQ(1.5f, scene.frame("CubeFrame")->TransformationMatrix._42);
 }
 
 // A file the drop-in reads but the system loader refuses part-way is loaded once: the caller's
@@ -378,9 +344,8 @@ TEST_F(XAnimationLoad, SamplesLoadTheirSetsAndMoveTheirBones)
         EXPECT_EQ(sample.sets, names) << sample.file;  // tiny.x's one set has no name
         D3DXFRAME* bone = sample.bone ? scene.frame(sample.bone) : nullptr;
         D3DXMATRIX before = bone ? bone->TransformationMatrix : D3DXMATRIX();
-        for (int step = 0; step < 5; ++step) {
+        for (int step = 0; step < 5; ++step)
             ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.1, nullptr)) << sample.file;
-        }
         if (bone) {
             EXPECT_FALSE(matrixNear(bone->TransformationMatrix, before, 1e-3f)) << sample.bone << " did not move";
         }

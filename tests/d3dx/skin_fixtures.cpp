@@ -131,6 +131,15 @@ std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD ver
     return result;
 }
 
+std::vector<BYTE> readVertices(ID3DXMesh* mesh)
+{
+    BYTE* data = nullptr;
+    mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&data));
+    std::vector<BYTE> out(data, data + size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
+    mesh->UnlockVertexBuffer();
+    return out;
+}
+
 namespace {
 
 std::vector<DWORD> readIndices(ID3DXMesh* mesh)
@@ -142,15 +151,6 @@ std::vector<DWORD> readIndices(ID3DXMesh* mesh)
     for (size_t i = 0; i < out.size(); ++i)
         out[i] = wide ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
     mesh->UnlockIndexBuffer();
-    return out;
-}
-
-std::vector<BYTE> readVertices(ID3DXMesh* mesh)
-{
-    BYTE* data = nullptr;
-    mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&data));
-    std::vector<BYTE> out(data, data + size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
-    mesh->UnlockVertexBuffer();
     return out;
 }
 
@@ -205,16 +205,32 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     const DWORD stride = blended->GetNumBytesPerVertex();
     EXPECT_EQ(sourceStride + 4 * (slots - 1), stride);
 
+    DWORD rangeCount = 0;
+    EXPECT_EQ(D3D_OK, blended->GetAttributeTable(nullptr, &rangeCount));
+    EXPECT_EQ(converted.combinationCount, rangeCount);
+    std::vector<D3DXATTRIBUTERANGE> ranges(rangeCount);
+    blended->GetAttributeTable(ranges.data(), &rangeCount);
+
     std::vector<int> timesSeen(faces, 0);
-    DWORD crowded = 0;
+    DWORD crowded = 0, nextFace = 0, nextVertex = 0;
     for (DWORD b = 0; b < converted.combinationCount; ++b) {
         const D3DXBONECOMBINATION& c = converted.combination(b);
+        const D3DXATTRIBUTERANGE range{b, c.FaceStart, c.FaceCount, c.VertexStart, vertexCountOf(c)};
+        EXPECT_TRUE(b < ranges.size() && std::memcmp(&ranges[b], &range, sizeof range) == 0) << "range " << b;
+        EXPECT_EQ(nextFace, c.FaceStart) << "combination " << b;
+        EXPECT_EQ(nextVertex, c.VertexStart) << "combination " << b;
+        nextFace += c.FaceCount;
+        nextVertex += vertexCountOf(c);
         std::set<DWORD> bones;
-        for (DWORD i = 0; i < slots; ++i)
-            if (c.BoneId[i] != 0xFFFFFFFF) {
-                EXPECT_LT(c.BoneId[i], skin->GetNumBones());
-                bones.insert(c.BoneId[i]);
-            }
+        bool unusedSeen = false;
+        for (DWORD i = 0; i < slots; ++i) {
+            unusedSeen = unusedSeen || c.BoneId[i] == 0xFFFFFFFF;
+            if (c.BoneId[i] == 0xFFFFFFFF)
+                continue;
+            EXPECT_FALSE(unusedSeen) << "combination " << b << ": unused slots only after the used ones";
+            EXPECT_LT(c.BoneId[i], skin->GetNumBones());
+            EXPECT_TRUE(bones.insert(c.BoneId[i]).second) << "bone " << c.BoneId[i] << " twice in combination " << b;
+        }
         for (DWORD f = c.FaceStart; f < c.FaceStart + c.FaceCount; ++f) {
             EXPECT_EQ(b, attributes[f]) << "face " << f << " is drawn by subset " << b;
             const DWORD original = converted.faceRemap[f];
@@ -261,6 +277,8 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     }
     EXPECT_EQ(faces, DWORD(std::count(timesSeen.begin(), timesSeen.end(), 1)))
         << "every face in exactly one combination";
+    EXPECT_EQ(faces, nextFace);
+    EXPECT_EQ(blended->GetNumVertices(), nextVertex);
     return crowded;
 }
 

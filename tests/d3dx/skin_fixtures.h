@@ -16,8 +16,6 @@ class Ref {
 public:
     Ref() = default;
     explicit Ref(T* object) : m_object(object) {}
-    Ref(const Ref&) = delete;
-    Ref& operator=(const Ref&) = delete;
     Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
     ~Ref() { reset(); }
     void reset() { releaseCount(); }
@@ -72,10 +70,14 @@ Converted convert(ID3DXSkinInfo* skin, ID3DXMesh* mesh, DWORD options = D3DXMESH
 // The MinGW header names the field VertexCout.
 inline DWORD vertexCountOf(const D3DXBONECOMBINATION& c) { return c.VertexCout; }
 
+// The vertex data as stored.
+std::vector<BYTE> readVertices(ID3DXMesh* mesh);
+
 // Source weights of every vertex, normalised, by bone.
 std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD vertexCount);
 
-// Every face in exactly one combination and drawn by its subset, corners mapped back to the
+// Every face in exactly one combination and drawn by its subset, combinations contiguous, in the
+// attribute table, with distinct bones and unused slots last, corners mapped back to the
 // source face, untouched vertex data, weights that match the source wherever the face's bones
 // fit one combination (otherwise each corner keeps its heaviest bone). Returns how many faces
 // needed more bones than a combination holds.
