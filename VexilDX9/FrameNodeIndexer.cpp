@@ -103,6 +103,8 @@ bool FrameNodeIndexer::initialize(D3DXFRAME* root) {
         ZEB_LOG(fileLogger, 4, __LINE__, "flattenFrameHierarachy cannot create BFS table");
         return false;
     }
+    // Sized once: the index then grows neither its arrays nor its buckets while it fills.
+    m_frameListIndex.reserve(n);
     // A repeated name stays out of the index: the first frame of that name wins.
     for (unsigned int i = 0; i < n; ++i) m_frameListIndex.insert(zeb::String(m_frameList[i].m_frame->Name), i);
     return m_frameListIndex.size() == n;

@@ -4,6 +4,7 @@
 #include <d3dx9.h>
 #include <windows.h>
 
+#include "BenchDevice.h"
 #include "BenchTimer.h"
 
 #include <cstdio>
@@ -16,14 +17,6 @@ namespace {
 
 volatile float g_sink;
 
-struct Device {
-    IDirect3D9* d3d = nullptr;
-    IDirect3DDevice9* device = nullptr;
-    HWND window = nullptr;
-
-    bool create()
-    {
-        WNDCLASSA wc = {};
         wc.lpfnWndProc = DefWindowProcA;
         wc.hInstance = GetModuleHandleA(nullptr);
         wc.lpszClassName = "skinbench";
@@ -160,29 +153,9 @@ public:
     }
 };
 
-// tiny.x beside the repository: from VEXIL_SOURCE_DIR when set, else from the program's
-// folder (build/bin of the repository).
-std::string tinyPath()
-{
-    std::string root;
-    if (const char* source = std::getenv("VEXIL_SOURCE_DIR")) {
-        root = std::string("Z:") + source;
-    } else {
-        char module[MAX_PATH] = {};
-        GetModuleFileNameA(nullptr, module, MAX_PATH);
-        root = module;
-        root = root.substr(0, root.find_last_of("\\/")) + "\\..\\..";
-    }
-    std::string path = root + "\\..\\shared\\samples\\sdk\\Tiny\\tiny.x";
-    for (char& ch : path)
-        if (ch == '/')
-            ch = '\\';
-    return path;
-}
-
 bool loadTiny(IDirect3DDevice9* device, Subject& out)
 {
-    const std::string path = tinyPath();
+    const std::string path = vexilbench::samplePath("sdk\\Tiny\\tiny.x");
     FirstSkinAllocator allocator;
     allocator.subject = &out;
     D3DXFRAME* root = nullptr;
@@ -303,9 +276,9 @@ int main()
     int exitCode = 0;
     if (rerunWithoutCommandThread(exitCode))
         return exitCode;
-    Device d;
-    if (!d.create()) {
-        std::printf("no Direct3D device\n");
+    vexilbench::BenchDevice d;
+    if (!d.create(D3DCREATE_HARDWARE_VERTEXPROCESSING)) {
+        vexilbench::note("d3dx_skin_bench", "no Direct3D device");
         return 1;
     }
     const char* plainLabel = "influences + new mesh + VB copy";
@@ -313,7 +286,7 @@ int main()
     if (loadTiny(d.device, tiny))
         measure(tiny, plainLabel);
     else
-        std::printf("tiny.x skipped: ../shared/samples is absent\n");
+        vexilbench::note("ConvertToBlendedMesh tiny.x", "skipped: ../shared/samples is absent");
 
     // Same bone layout at every size (columns vary, rows and bones do not), so time per vertex
     // should stay flat.
@@ -322,12 +295,11 @@ int main()
     for (int i = 0; i < 3; ++i) {
         Subject grid;
         if (!generateGrid(d.device, columns[i], 400, 64, grid)) {
-            std::printf("could not generate the grid\n");
+            vexilbench::note("ConvertToBlendedMesh grid", "could not generate the grid");
             return 1;
         }
         perVertex[i] = measure(grid, plainLabel) / (400.0 * columns[i]);
     }
-    std::printf("linearity: time per vertex at 50k and 100k relative to 25k: %.2f, %.2f (1.00 is linear)\n",
-                perVertex[1] / perVertex[0], perVertex[2] / perVertex[0]);
+    vexilbench::report("ConvertToBlendedMesh per vertex, 100k vs 25k", perVertex[2], perVertex[0], "per vertex at 25k", 1.3);
     return 0;
 }
