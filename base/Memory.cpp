@@ -8,8 +8,10 @@
 
 // Size-class pools. Blocks of one class are carved from 1 MiB chunks aligned to their size, so the
 // chunk of a block is found by masking its address. Each chunk counts its live blocks and keeps its
-// own free list; a chunk whose last block comes back is returned to the system, except one spare
-// per class, which keeps a loop that makes and drops one object from mapping a chunk every time.
+// own free list. A chunk whose last block comes back, and a large block given back, are kept for
+// the next request up to a budget (128 MiB: a scene of some 150k frames): rebuilding a table of
+// the same size then reuses memory that the system has already mapped, instead of paying a page
+// fault for every 4 KiB of it again, which costs more than everything else the build does.
 
 namespace {
 
@@ -17,6 +19,9 @@ const size_t kGranule = 16;
 const size_t kLargestPooled = 1024;
 const unsigned kClassCount = kLargestPooled / kGranule;
 const size_t kChunkBytes = size_t(1) << 20;
+const size_t kRetainedBudget = size_t(128) << 20;
+const size_t kSmallestCachedLarge = size_t(64) << 10;
+const unsigned kLargeCacheSlots = 16;
 
 struct FreeBlock {
     FreeBlock* next;
@@ -36,10 +41,17 @@ struct Chunk {
 
 struct SizeClass {
     Chunk* withRoom = nullptr;
-    Chunk* spare = nullptr;
+};
+
+struct CachedLarge {
+    void* block;
+    size_t bytes;
 };
 
 SizeClass g_classes[kClassCount];
+Chunk* g_emptyChunks = nullptr;  // linked through `next`, of any class
+CachedLarge g_largeCache[kLargeCacheSlots];
+size_t g_retainedBytes = 0;
 std::atomic_flag g_lock = ATOMIC_FLAG_INIT;
 
 // The library is driven from one thread, but the process may hold zeb containers elsewhere too:
@@ -58,7 +70,8 @@ Chunk* chunkOf(void* block) {
     return reinterpret_cast<Chunk*>(reinterpret_cast<uintptr_t>(block) & ~(uintptr_t(kChunkBytes) - 1));
 }
 
-void resetChunk(Chunk* chunk) {
+void resetChunk(Chunk* chunk, size_t blockBytes) {
+    chunk->blockBytes = blockBytes;
     chunk->freeBlocks = nullptr;
     chunk->unused = reinterpret_cast<char*>(chunk) + headerBytes();
     chunk->live = 0;
@@ -73,10 +86,29 @@ Chunk* mapChunk(size_t blockBytes) {
     chunk->reservation = reservation;
     chunk->previous = chunk->next = nullptr;
     chunk->end = reinterpret_cast<char*>(chunk) + kChunkBytes;
-    chunk->blockBytes = blockBytes;
     chunk->listed = false;
-    resetChunk(chunk);
+    resetChunk(chunk, blockBytes);
     return chunk;
+}
+
+Chunk* takeChunk(size_t blockBytes) {
+    Chunk* chunk = g_emptyChunks;
+    if (!chunk) return mapChunk(blockBytes);
+    g_emptyChunks = chunk->next;
+    chunk->next = nullptr;
+    g_retainedBytes -= kChunkBytes;
+    resetChunk(chunk, blockBytes);
+    return chunk;
+}
+
+void giveBackChunk(Chunk* chunk) {
+    if (g_retainedBytes + kChunkBytes > kRetainedBudget) {
+        VirtualFree(chunk->reservation, 0, MEM_RELEASE);
+        return;
+    }
+    chunk->next = g_emptyChunks;
+    g_emptyChunks = chunk;
+    g_retainedBytes += kChunkBytes;
 }
 
 void link(SizeClass& sizeClass, Chunk* chunk) {
@@ -102,9 +134,8 @@ bool isFull(const Chunk* chunk) {
 void* allocatePooled(SizeClass& sizeClass, size_t blockBytes) {
     Chunk* chunk = sizeClass.withRoom;
     if (!chunk) {
-        chunk = sizeClass.spare ? sizeClass.spare : mapChunk(blockBytes);
+        chunk = takeChunk(blockBytes);
         if (!chunk) return nullptr;
-        sizeClass.spare = nullptr;
         link(sizeClass, chunk);
     }
     void* block;
@@ -128,12 +159,33 @@ void releasePooled(SizeClass& sizeClass, void* block) {
     if (!chunk->listed) link(sizeClass, chunk);
     if (--chunk->live > 0) return;
     unlink(sizeClass, chunk);
-    if (!sizeClass.spare) {
-        resetChunk(chunk);
-        sizeClass.spare = chunk;
-    } else {
-        VirtualFree(chunk->reservation, 0, MEM_RELEASE);
+    giveBackChunk(chunk);
+}
+
+// Large blocks are cached by exact size: arrays and bucket tables grow in powers of two, so a
+// table rebuilt at the same size asks for the same sizes again.
+void* takeCachedLarge(size_t bytes) {
+    for (CachedLarge& slot : g_largeCache) {
+        if (slot.block && slot.bytes == bytes) {
+            void* block = slot.block;
+            slot.block = nullptr;
+            g_retainedBytes -= bytes;
+            return block;
+        }
     }
+    return nullptr;
+}
+
+bool cacheLarge(void* block, size_t bytes) {
+    if (bytes < kSmallestCachedLarge || g_retainedBytes + bytes > kRetainedBudget) return false;
+    for (CachedLarge& slot : g_largeCache) {
+        if (!slot.block) {
+            slot = {block, bytes};
+            g_retainedBytes += bytes;
+            return true;
+        }
+    }
+    return false;
 }
 
 unsigned classOf(size_t bytes) { return bytes == 0 ? 0 : static_cast<unsigned>((bytes - 1) / kGranule); }
@@ -141,7 +193,13 @@ unsigned classOf(size_t bytes) { return bytes == 0 ? 0 : static_cast<unsigned>((
 }  // namespace
 
 extern "C" void* zebAllocate(size_t bytes) {
-    if (bytes > kLargestPooled) return std::malloc(bytes);
+    if (bytes > kLargestPooled) {
+        if (bytes >= kSmallestCachedLarge) {
+            PoolLock lock;
+            if (void* cached = takeCachedLarge(bytes)) return cached;
+        }
+        return std::malloc(bytes);
+    }
     unsigned index = classOf(bytes);
     PoolLock lock;
     return allocatePooled(g_classes[index], (index + 1) * kGranule);
@@ -150,6 +208,10 @@ extern "C" void* zebAllocate(size_t bytes) {
 extern "C" void zebRelease(void* block, size_t bytes) {
     if (!block) return;
     if (bytes > kLargestPooled) {
+        {
+            PoolLock lock;
+            if (cacheLarge(block, bytes)) return;
+        }
         std::free(block);
         return;
     }
