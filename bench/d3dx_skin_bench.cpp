@@ -17,34 +17,6 @@ namespace {
 
 volatile float g_sink;
 
-        wc.lpfnWndProc = DefWindowProcA;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "skinbench";
-        RegisterClassA(&wc);
-        window = CreateWindowA("skinbench", "skinbench", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                               wc.hInstance, nullptr);
-        d3d = Direct3DCreate9(D3D_SDK_VERSION);
-        if (!window || !d3d)
-            return false;
-        D3DPRESENT_PARAMETERS pp = {};
-        pp.Windowed = TRUE;
-        pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
-        pp.BackBufferFormat = D3DFMT_X8R8G8B8;
-        pp.hDeviceWindow = window;
-        return SUCCEEDED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
-                                           D3DCREATE_HARDWARE_VERTEXPROCESSING, &pp, &device));
-    }
-    ~Device()
-    {
-        if (device)
-            device->Release();
-        if (d3d)
-            d3d->Release();
-        if (window)
-            DestroyWindow(window);
-    }
-};
-
 struct Subject {
     std::string name;
     ID3DXMesh* mesh = nullptr;

@@ -30,22 +30,6 @@ template <class Ours, class Theirs> Pair alternate(int rounds, Ours ours, Theirs
     return best;
 }
 
-        parameters.Windowed = TRUE;
-        parameters.SwapEffect = D3DSWAPEFFECT_DISCARD;
-        parameters.BackBufferWidth = 64;
-        parameters.BackBufferHeight = 64;
-        parameters.BackBufferFormat = D3DFMT_X8R8G8B8;
-        parameters.hDeviceWindow = window;
-        return SUCCEEDED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
-                                           D3DCREATE_SOFTWARE_VERTEXPROCESSING, &parameters, &device));
-    }
-    ~Device() {
-        if (device) device->Release();
-        if (d3d) d3d->Release();
-        if (window) DestroyWindow(window);
-    }
-};
-
 void benchScalars(const Effect& effect, ID3DXEffect* bare) {
     const char* scale = nullptr;
     getParameterHandle(effect, "Scale", scale);
