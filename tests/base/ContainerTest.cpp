@@ -92,16 +92,6 @@ TEST(OrderedHashTable, DuplicatesAreRefusedAndLookupIsExact) {
     EXPECT_EQ("Hash key missing: wall.DDS", thrown<zeb::HashKeyMissing>([&] { table.lookup(String("wall.DDS")); }));
 }
 
-TEST(OrderedHashTable, KeepsInsertionOrderThroughGrowthAndCopies) {
-    zeb::OrderedHashTable<String, unsigned> table;
-    for (unsigned i = 0; i < 500; ++i) ASSERT_TRUE(table.insert(String(std::to_string(i * 7919u % 1000u).c_str()), i));
-    zeb::OrderedHashTable<String, unsigned> copy(table);
-    for (unsigned i = 0; i < 500; ++i) {
-        ASSERT_EQ(i, copy.valueAt(i));
-        ASSERT_EQ(i, copy.positionOf(copy.keyAt(i))) << "index and key array agree";
-    }
-}
-
 TEST(OrderedHashTable, InsertThatThrowsLeavesTheTableUnchanged) {
     zeb::OrderedHashTable<String, Tracked> table;
     table.insert(String("kept"), Tracked(1));

@@ -11,6 +11,8 @@ namespace {
 
 int channel(D3DCOLOR c, int shift) { return static_cast<int>((c >> shift) & 0xFF); }
 
+}  // namespace
+
 std::string currentTestName() {
     const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
     std::string name = info ? std::string(info->test_suite_name()) + "." + info->name() : "image";
@@ -19,17 +21,15 @@ std::string currentTestName() {
     return name;
 }
 
-// Compares a pixel with a tolerance per channel (alpha ignored); on a mismatch the whole image
-// is saved as test-output/<test name>.png and the message says where.
 ::testing::AssertionResult pixelNear(const vexilsupport::Image& image, unsigned x, unsigned y, D3DCOLOR expected,
-                                     int tolerance) {
+                                     int tolerance, const std::string& name) {
     if (x >= image.width || y >= image.height)
         return ::testing::AssertionFailure() << "pixel (" << x << "," << y << ") outside a " << image.width << "x"
                                              << image.height << " image";
     D3DCOLOR actual = image.at(x, y);
     for (int shift : {16, 8, 0}) {
         if (std::abs(channel(actual, shift) - channel(expected, shift)) <= tolerance) continue;
-        std::string path = outputDir() + "\\" + currentTestName() + ".png";
+        std::string path = outputDir() + "\\" + name + ".png";
         char text[160];
         std::snprintf(text, sizeof text, "pixel (%u,%u) is %06X, expected %06X (tolerance %d)", x, y,
                       static_cast<unsigned>(actual & 0xFFFFFF), static_cast<unsigned>(expected & 0xFFFFFF), tolerance);
@@ -38,8 +38,6 @@ std::string currentTestName() {
     }
     return ::testing::AssertionSuccess();
 }
-
-}  // namespace
 
 TestWindow::TestWindow(unsigned width, unsigned height) {
     RECT r = {0, 0, static_cast<LONG>(width), static_cast<LONG>(height)};
@@ -135,7 +133,7 @@ void DeviceTest::TearDown() {
 }
 
 ::testing::AssertionResult DeviceTest::renderedPixelIs(unsigned x, unsigned y, D3DCOLOR expected, int tolerance) {
-    return pixelNear(m_device->readRenderTarget(), x, y, expected, tolerance);
+    return pixelNear(m_device->readRenderTarget(), x, y, expected, tolerance, currentTestName());
 }
 
 }  // namespace vexiltest

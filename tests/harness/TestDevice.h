@@ -56,6 +56,11 @@ private:
     HRESULT m_result = E_FAIL;
 };
 
+// Compares a pixel with a tolerance per channel (alpha ignored); on a mismatch the whole image
+// is saved as test-output/<name>.png and the message says where.
+::testing::AssertionResult pixelNear(const vexilsupport::Image& image, unsigned x, unsigned y, D3DCOLOR expected,
+                                     int tolerance, const std::string& name);
+
 // Fixture for tests on a real device; checks at teardown that nothing holds a device reference.
 class DeviceTest : public ::testing::Test {
 protected:
@@ -63,12 +68,13 @@ protected:
     void TearDown() override;
     IDirect3DDevice9* device() const { return m_device->device(); }
     TestDevice& testDevice() { return *m_device; }
-    // Compares a pixel of the render target (per channel, alpha ignored); on a mismatch the whole
-    // image is saved as test-output/<test name>.png and the message says where.
+    // Image of the render target, with pixelNear-style checks that name the running test.
     ::testing::AssertionResult renderedPixelIs(unsigned x, unsigned y, D3DCOLOR expected, int tolerance = 2);
 
 private:
     TestDevice* m_device = nullptr;
 };
+
+std::string currentTestName();
 
 }  // namespace vexiltest
