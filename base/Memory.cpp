@@ -77,11 +77,17 @@ void resetChunk(Chunk* chunk, size_t blockBytes) {
     chunk->live = 0;
 }
 
+// Brings fresh pages in with one call rather than one page fault per page as they are first written.
+void prefault(void* start, size_t bytes) {
+    if (VirtualLock(start, bytes)) VirtualUnlock(start, bytes);
+}
+
 Chunk* mapChunk(size_t blockBytes) {
     // Twice the size reserved, so that an aligned chunk fits inside; only touched pages cost memory.
     void* reservation = VirtualAlloc(nullptr, kChunkBytes * 2, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
     if (!reservation) return nullptr;
     uintptr_t aligned = (reinterpret_cast<uintptr_t>(reservation) + kChunkBytes - 1) & ~(uintptr_t(kChunkBytes) - 1);
+    prefault(reinterpret_cast<void*>(aligned), kChunkBytes);
     Chunk* chunk = reinterpret_cast<Chunk*>(aligned);
     chunk->reservation = reservation;
     chunk->previous = chunk->next = nullptr;
@@ -177,7 +183,7 @@ void* takeCachedLarge(size_t bytes) {
 }
 
 bool cacheLarge(void* block, size_t bytes) {
-    if (bytes < kSmallestCachedLarge || g_retainedBytes + bytes > kRetainedBudget) return false;
+    if (g_retainedBytes + bytes > kRetainedBudget) return false;
     for (CachedLarge& slot : g_largeCache) {
         if (!slot.block) {
             slot = {block, bytes};
@@ -190,15 +196,23 @@ bool cacheLarge(void* block, size_t bytes) {
 
 unsigned classOf(size_t bytes) { return bytes == 0 ? 0 : static_cast<unsigned>((bytes - 1) / kGranule); }
 
+// Blocks of 64 KiB and more are mapped directly, and brought in at once.
+void* mapLarge(size_t bytes) {
+    void* block = VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    if (block) prefault(block, bytes);
+    return block;
+}
+
 }  // namespace
 
 extern "C" void* zebAllocate(size_t bytes) {
     if (bytes > kLargestPooled) {
-        if (bytes >= kSmallestCachedLarge) {
+        if (bytes < kSmallestCachedLarge) return std::malloc(bytes);
+        {
             PoolLock lock;
             if (void* cached = takeCachedLarge(bytes)) return cached;
         }
-        return std::malloc(bytes);
+        return mapLarge(bytes);
     }
     unsigned index = classOf(bytes);
     PoolLock lock;
@@ -208,11 +222,15 @@ extern "C" void* zebAllocate(size_t bytes) {
 extern "C" void zebRelease(void* block, size_t bytes) {
     if (!block) return;
     if (bytes > kLargestPooled) {
+        if (bytes < kSmallestCachedLarge) {
+            std::free(block);
+            return;
+        }
         {
             PoolLock lock;
             if (cacheLarge(block, bytes)) return;
         }
-        std::free(block);
+        VirtualFree(block, 0, MEM_RELEASE);
         return;
     }
     PoolLock lock;
