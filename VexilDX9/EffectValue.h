@@ -4,6 +4,8 @@
 #include <VexilDX9/Effect.h>
 #include <VexilDX9/Export.h>
 #include <zeb/Array.h>
+#include <zeb/Exception.h>
+#include <zeb/Resource.h>
 #include <zeb/String.h>
 
 #include <d3dx9.h>
@@ -34,3 +36,25 @@ VEXILDX9_API bool getParameter(const Effect& effect, const char* const& handle, 
 // Reads as many elements as the array holds (size it first); an empty array is refused.
 VEXILDX9_API bool getParameter(const Effect& effect, const char* const& handle, zeb::Array<int>& values);
 VEXILDX9_API bool getParameter(const Effect& effect, const char* const& handle, zeb::Array<D3DXMATRIX>& values);
+
+// An effect used, never owned: the parameter blocks and the scene objects borrow the effect that
+// the application keeps.
+typedef zeb::CopiedResource<zeb::PointerStorage<Effect, 3, 2>> BorrowedEffect;
+
+// One effect parameter bound by name when it is built: its handle, a value slot for the caller
+// (the library never reads it) and the effect it was bound against. A name the effect does not
+// declare is a broken precondition: the parameter blocks either bind all their names or are not
+// built at all.
+template <class T> struct EffectValue {
+    EffectValue(const BorrowedEffect& effect, const zeb::String& name) : m_handle(nullptr), m_value(), m_effect(effect) {
+        ZEB_ASSERT("VexilDX9/EffectValue", 141, getParameterHandle(*(effect.get()), name, m_handle));
+    }
+
+    bool isBound() const { return m_handle != nullptr; }
+    bool set(const T& value) const { return setParameter(*m_effect, m_handle, value); }
+    bool get(T& value) const { return getParameter(*m_effect, m_handle, value); }
+
+    D3DXHANDLE m_handle;
+    T m_value;
+    BorrowedEffect m_effect;
+};

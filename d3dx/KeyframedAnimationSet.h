@@ -68,11 +68,26 @@ private:
     ~KeyframedAnimationSet() = default;
     void updatePeriod();
     template <class Key>
+    using KeyList = std::vector<Key> Animation::*;
+
+    template <class Key>
     static HRESULT copyKey(const std::vector<Key>& keys, UINT key, Key* value);
     template <class Key>
     HRESULT replaceKey(std::vector<Key>& keys, UINT key, const Key* value);
+    // The same operations on one key list (scale, rotation or translation) of an animation;
+    // an animation index past the end is D3DERR_INVALIDCALL (0 keys for countKeys).
     template <class Key>
-    HRESULT eraseKey(std::vector<Key>& keys, UINT key);
+    std::vector<Key>* keysOf(UINT animation, KeyList<Key> list);
+    template <class Key>
+    UINT countKeys(UINT animation, KeyList<Key> list);
+    template <class Key>
+    HRESULT copyKeys(UINT animation, KeyList<Key> list, Key* out);
+    template <class Key>
+    HRESULT copyKey(UINT animation, KeyList<Key> list, UINT key, Key* value);
+    template <class Key>
+    HRESULT replaceKey(UINT animation, KeyList<Key> list, UINT key, const Key* value);
+    template <class Key>
+    HRESULT eraseKey(UINT animation, KeyList<Key> list, UINT key);
 
     LONG m_references = 1;
     std::string m_name;

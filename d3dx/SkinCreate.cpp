@@ -71,3 +71,28 @@ extern "C" HRESULT WINAPI D3DXCreateSkinInfoFromBlendedMesh(ID3DXBaseMesh* mesh,
     }
     return handOut(hr, system, skinInfo);
 }
+
+// The skin info of a mesh read from an open X file is the completed one too.
+extern "C" HRESULT WINAPI D3DXLoadSkinMeshFromXof(ID3DXFileData* fileData, DWORD flags, IDirect3DDevice9* device,
+                                                  ID3DXBuffer** adjacency, ID3DXBuffer** materials,
+                                                  ID3DXBuffer** effectInstances, DWORD* materialCount,
+                                                  ID3DXSkinInfo** skinInfo, ID3DXMesh** mesh)
+{
+    using LoadFunction = HRESULT(WINAPI*)(ID3DXFileData*, DWORD, IDirect3DDevice9*, ID3DXBuffer**, ID3DXBuffer**,
+                                          ID3DXBuffer**, DWORD*, ID3DXSkinInfo**, ID3DXMesh**);
+    static const auto load = systemD3DXFunction<LoadFunction>("D3DXLoadSkinMeshFromXof");
+    if (!load)
+        return E_NOTIMPL;
+    ID3DXSkinInfo* system = nullptr;
+    HRESULT hr = load(fileData, flags, device, adjacency, materials, effectInstances, materialCount,
+                      skinInfo ? &system : nullptr, mesh);
+    if (FAILED(hr) || !skinInfo)
+        return hr;
+    if (!system) {
+        *skinInfo = nullptr;
+        return hr;
+    }
+    *skinInfo = vexilWrapSkinInfo(system);
+    system->Release();
+    return *skinInfo ? hr : E_OUTOFMEMORY;
+}

@@ -1,5 +1,6 @@
 #include "XAnimation.h"
 
+#include "XCompressed.h"
 #include "XStructure.h"
 
 #include <algorithm>
@@ -264,19 +265,50 @@ std::string binaryTemplates(const std::string& text)
     return out;
 }
 
+// One replacement of a byte range of the file.
+struct Edit {
+    size_t begin;
+    size_t end;
+    std::string text;
+};
+
+const XObject* topLevelMesh(const XFileOutline& file, const std::string& name)
+{
+    for (const XObject& object : file.topLevel) {
+        if (object.type == "Mesh" && object.name == name)
+            return &object;
+    }
+    return nullptr;
+}
+
+// Animation objects go; a frame's "{ CubeMesh }" becomes the top-level mesh it names, which then
+// goes from the top level so that it is not loaded twice.
+std::vector<Edit> editsForSystemLoader(const char* data, const XFileOutline& file)
+{
+    std::vector<Edit> edits;
+    std::set<const XObject*> inlined;
+    for (const XFrameReference& reference : file.frameReferences) {
+        if (const XObject* mesh = topLevelMesh(file, reference.name)) {
+            edits.push_back({reference.begin, reference.end, std::string(data + mesh->begin, mesh->end - mesh->begin)});
+            inlined.insert(mesh);
+        }
+    }
+    for (const XObject& object : file.topLevel) {
+        if (isAnimationType(object.type) || inlined.count(&object))
+            edits.push_back({object.begin, object.end, std::string()});
+    }
+    std::sort(edits.begin(), edits.end(), [](const Edit& a, const Edit& b) { return a.begin < b.begin; });
+    return edits;
+}
+
 std::string fileForSystemLoader(const char* data, size_t size, const XFileOutline& file)
 {
     const bool binary = isBinaryXFile(data, size);
     std::string text(data, size);
-    // Back to front, so that earlier ranges stay where they are when a binary one is cut out.
-    for (auto object = file.topLevel.rbegin(); object != file.topLevel.rend(); ++object) {
-        if (!isAnimationType(object->type))
-            continue;
-        if (binary)
-            text.erase(object->begin, object->end - object->begin);
-        else
-            std::fill(text.begin() + object->begin, text.begin() + object->end, ' ');
-    }
+    const std::vector<Edit> edits = editsForSystemLoader(data, file);
+    // Back to front, so that earlier ranges stay where they are.
+    for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
+        text.replace(edit->begin, edit->end - edit->begin, edit->text);
     static const std::vector<Template> implied = impliedTemplates();
     std::string templates;
     for (const Template& entry : implied) {
@@ -291,9 +323,10 @@ std::string fileForSystemLoader(const char* data, size_t size, const XFileOutlin
 ID3DXKeyframedAnimationSet* createKeyframedSet(const XAnimationSet& source, double ticksPerSecond)
 {
     ID3DXKeyframedAnimationSet* set = nullptr;
+    // A set whose animations all went still plays, empty: room for one animation keeps it valid.
+    const UINT room = UINT(std::max<size_t>(source.animations.size(), 1));
     if (FAILED(D3DXCreateKeyframedAnimationSet(source.name.c_str(), ticksPerSecond,
-                                               source.open ? D3DXPLAY_ONCE : D3DXPLAY_LOOP,
-                                               UINT(source.animations.size()), 0, nullptr, &set)))
+                                               source.open ? D3DXPLAY_ONCE : D3DXPLAY_LOOP, room, 0, nullptr, &set)))
         return nullptr;
     for (const XAnimation& a : source.animations) {
         set->RegisterAnimationSRTKeys(a.frameName.c_str(), UINT(a.scale.size()), UINT(a.rotation.size()),
@@ -305,11 +338,20 @@ ID3DXKeyframedAnimationSet* createKeyframedSet(const XAnimationSet& source, doub
 
 } // namespace
 
-bool prepareXFile(const char* data, size_t size, XAnimationContent& content)
+XPreparation prepareXFile(const char* data, size_t size, XAnimationContent& content)
 {
+    std::string plain;
+    if (isCompressedXFile(data, size)) {
+        if (!decompressXFile(data, size, plain))
+            return XPreparation::Damaged;
+        data = plain.data();
+        size = plain.size();
+    }
+    if (!isTextXFile(data, size) && !isBinaryXFile(data, size))
+        return XPreparation::Foreign;
     XFileOutline file;
     if (!readXStructure(data, size, isAnimationType, file))
-        return false;
+        return XPreparation::Damaged;
     for (const XObject& object : file.topLevel) {
         if (object.type == "AnimTicksPerSecond" && !object.numbers.empty() && object.numbers[0] > 0)
             content.ticksPerSecond = object.numbers[0];
@@ -317,7 +359,7 @@ bool prepareXFile(const char* data, size_t size, XAnimationContent& content)
             content.sets.push_back(readAnimationSet(object));
     }
     content.loadableFile = fileForSystemLoader(data, size, file);
-    return true;
+    return XPreparation::Ready;
 }
 
 ID3DXAnimationController* createXAnimationController(const XAnimationContent& content, D3DXFRAME* root)
@@ -336,9 +378,11 @@ ID3DXAnimationController* createXAnimationController(const XAnimationContent& co
     }
     const UINT kTracks = 2;
     const UINT kEvents = 30;
+    // A maximum of 0 makes no controller: a file whose keys drive no frame still gets one.
+    const UINT outputs = UINT(std::max<size_t>(animatedFrames.size(), 1));
+    const UINT setRoom = UINT(std::max<size_t>(sets.size(), 1));
     ID3DXAnimationController* controller = nullptr;
-    if (SUCCEEDED(D3DXCreateAnimationController(UINT(animatedFrames.size()), UINT(sets.size()), kTracks, kEvents,
-                                                &controller))) {
+    if (SUCCEEDED(D3DXCreateAnimationController(outputs, setRoom, kTracks, kEvents, &controller)) && controller) {
         for (const std::string& name : animatedFrames) {
             D3DXFRAME* frame = D3DXFrameFind(root, name.c_str());
             controller->RegisterAnimationOutput(name.c_str(), &frame->TransformationMatrix, nullptr, nullptr, nullptr);

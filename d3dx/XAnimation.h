@@ -24,11 +24,18 @@ struct XAnimationContent {
     std::string loadableFile;  // the file as the system loader can read it (see prepareXFile)
 };
 
-// Reads the animation sets of a text or binary X file and prepares a copy for the system loader: the skin
-// templates and AnimTicksPerSecond declared when the file does not declare them, and the
-// animation objects blanked out (they are ours to read, and a key naming a missing frame would
-// otherwise fail the whole load). Returns false for compressed or unreadable files.
-bool prepareXFile(const char* data, size_t size, XAnimationContent& content);
+enum class XPreparation {
+    Ready,    // content.loadableFile is what the system loader gets
+    Foreign,  // not an X file: the system loader gives its own answer
+    Damaged,  // an X file that does not hold together: refused before the system loader sees it
+};
+
+// Reads the animation sets of a text, binary or compressed X file and prepares a plain copy for
+// the system loader: the skin templates and AnimTicksPerSecond declared when the file does not
+// declare them, the animation objects taken out (they are ours to read, and a key naming a
+// missing frame would otherwise fail the whole load), and a frame's reference to a top-level
+// mesh replaced by that mesh.
+XPreparation prepareXFile(const char* data, size_t size, XAnimationContent& content);
 
 // Builds the controller for `content` over the loaded hierarchy: one keyframed set per
 // animation set, outputs registered to the frames' TransformationMatrix by name, the first set

@@ -9,7 +9,8 @@ namespace {
 
 const size_t kHeaderSize = 16;
 
-enum class Token { End, Name, Number, String, Guid, OpenBrace, CloseBrace, Other };
+// Bad: something no X file holds (an unknown binary token, an over-long name).
+enum class Token { End, Bad, Name, Number, String, Guid, OpenBrace, CloseBrace, Other };
 
 // Binary token codes of the X format.
 enum BinaryToken : uint16_t {
@@ -21,8 +22,16 @@ enum BinaryToken : uint16_t {
     kFloatList = 7,
     kOpenBrace = 10,
     kCloseBrace = 11,
+    kLastPunctuation = 20,
     kTemplate = 31,
+    kFirstKeyword = 40,
+    kLastKeyword = 53,
 };
+
+bool isPunctuationOrKeyword(uint16_t code)
+{
+    return (code > kCloseBrace && code <= kLastPunctuation) || (code >= kFirstKeyword && code <= kLastKeyword);
+}
 
 // One stream of tokens over either encoding. Lists of the binary encoding come out one number
 // at a time, so the reader above never knows which encoding it reads.
@@ -50,13 +59,15 @@ public:
         if (c == '<')
             return skipPast('>', Token::Guid);
         if (c == '"')
-            return skipString();
+            return skipString();  // length checked by the caller through start()/position()
         if (isNumberStart(c) && readNumber())
             return Token::Number;
         if (isNameChar(c)) {
             m_pos = m_start;
             while (m_pos < m_size && isNameChar(m_data[m_pos]))
                 ++m_pos;
+            if (m_pos - m_start > kMaxXNameLength)
+                return Token::Bad;
             m_text.assign(m_data + m_start, m_pos - m_start);
             return Token::Name;
         }
@@ -141,7 +152,7 @@ private:
             m_text = "template";
             return Token::Name;
         default:
-            return Token::Other;  // punctuation and the type keywords of templates
+            return isPunctuationOrKeyword(code) ? Token::Other : Token::Bad;
         }
     }
 
@@ -150,6 +161,8 @@ private:
         if (!has(4))
             return Token::End;
         uint32_t count = take<uint32_t>();
+        if (count > kMaxXNameLength)
+            return Token::Bad;
         if (!has(count))
             return Token::End;
         m_text.assign(m_data + m_pos, count);
@@ -201,7 +214,8 @@ private:
     Token skipString()
     {
         ++m_pos;
-        return skipPast('"', Token::String);
+        const Token token = skipPast('"', Token::String);
+        return m_pos - m_start > kMaxXNameLength + 2 ? Token::Bad : token;
     }
 
     // A number, or false for a word that only starts like one ("1stJoint").
@@ -244,10 +258,13 @@ public:
 
     bool readFile(XFileOutline& file)
     {
+        m_file = &file;
         for (;;) {
             Token token = m_tokens.next();
             if (token == Token::End)
                 return true;
+            if (token == Token::Bad)
+                return false;
             if (token != Token::Name)
                 continue;  // stray separators between objects are tolerated
             std::string word = m_tokens.text();
@@ -278,7 +295,7 @@ private:
     {
         for (int depth = 1; depth > 0;) {
             Token token = m_tokens.next();
-            if (token == Token::End)
+            if (token == Token::End || token == Token::Bad || depth > kMaxXNesting)
                 return false;
             if (token == Token::OpenBrace)
                 ++depth;
@@ -298,12 +315,13 @@ private:
             object.name = m_tokens.text();
             token = m_tokens.next();
         }
-        if (token != Token::OpenBrace)
+        if (token != Token::OpenBrace || m_depth >= kMaxXNesting)
             return false;
-        if (!readBody(object, m_keepNumbers(object.type)))
-            return false;
+        ++m_depth;
+        const bool read = readBody(object, m_keepNumbers(object.type));
+        --m_depth;
         object.end = m_tokens.position();
-        return true;
+        return read;
     }
 
     bool readBody(XObject& object, bool keep)
@@ -312,6 +330,7 @@ private:
             Token token = m_tokens.next();
             switch (token) {
             case Token::End:
+            case Token::Bad:
                 return false;
             case Token::CloseBrace:
                 return true;
@@ -320,7 +339,7 @@ private:
                     object.numbers.push_back(m_tokens.number());
                 break;
             case Token::OpenBrace:
-                if (!readReference(object))
+                if (!readReference(object, m_tokens.start()))
                     return false;
                 break;
             case Token::Name: {
@@ -350,22 +369,31 @@ private:
         return token == Token::OpenBrace;
     }
 
-    // "{ name }" or "{ name <guid> }" or "{ <guid> }".
-    bool readReference(XObject& object)
+    // "{ name }" or "{ name <guid> }" or "{ <guid> }". Frames' references keep their byte range.
+    bool readReference(XObject& object, size_t begin)
     {
+        std::string name;
         for (;;) {
             Token token = m_tokens.next();
-            if (token == Token::End)
+            if (token == Token::End || token == Token::Bad || token == Token::OpenBrace)
                 return false;
-            if (token == Token::CloseBrace)
+            if (token == Token::Name && name.empty())
+                name = m_tokens.text();
+            if (token != Token::CloseBrace)
+                continue;
+            if (name.empty())
                 return true;
-            if (token == Token::Name)
-                object.references.push_back(m_tokens.text());
+            object.references.push_back(name);
+            if (object.type == "Frame")
+                m_file->frameReferences.push_back({name, begin, m_tokens.position()});
+            return true;
         }
     }
 
     Tokenizer m_tokens;
     bool (*m_keepNumbers)(const std::string&);
+    XFileOutline* m_file = nullptr;
+    int m_depth = 0;
 };
 
 } // namespace

@@ -16,16 +16,30 @@ struct XObject {
     size_t end = 0;
 };
 
+// A "{ name }" reference inside a frame, with its byte range in the file.
+struct XFrameReference {
+    std::string name;
+    size_t begin = 0;
+    size_t end = 0;
+};
+
 struct XFileOutline {
     std::vector<std::string> declaredTemplates;
     std::vector<XObject> topLevel;
+    std::vector<XFrameReference> frameReferences;
 };
+
+// Objects nested deeper than this are refused: the system loader walks the nesting recursively.
+const int kMaxXNesting = 4096;
+// Longer names and strings are refused: the system loader copies them into fixed buffers.
+const size_t kMaxXNameLength = 99;
 
 // True for "xof 03xxtxt 0032/0064" headers.
 bool isTextXFile(const char* data, size_t size);
 // True for "xof 03xxbin 0032/0064" headers (uncompressed binary).
 bool isBinaryXFile(const char* data, size_t size);
 
-// Reads the structure of a text or binary X file. Returns false when the braces do not balance or the text
-// is cut short; `file` then holds what came before the fault.
+// Reads the structure of a text or binary X file. Returns false when the braces do not balance, the file is
+// cut short, nests deeper than kMaxXNesting, holds a name or string longer than kMaxXNameLength or, in the
+// binary encoding, a token that does not exist; `file` then holds what came before the fault.
 bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XFileOutline& file);

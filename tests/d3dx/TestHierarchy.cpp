@@ -22,6 +22,7 @@ char* copyName(const char* name)
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
     D3DXFRAME* frame = new D3DXFRAME{};
+    ++framesCreated;
     frame->Name = copyName(name);
     D3DXMatrixIdentity(&frame->TransformationMatrix);
     *newFrame = frame;
@@ -101,22 +102,13 @@ D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float de
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)
 {
-    for (int r = 0; r < 4; ++r) {
-        for (int c = 0; c < 4; ++c) {
-            if (std::fabs(actual.m[r][c] - expected.m[r][c]) > tolerance) {
-                std::ostringstream out;
-                out << "element [" << r << "][" << c << "] is " << actual.m[r][c] << ", expected " << expected.m[r][c]
-                    << "\nactual:  ";
-                for (int i = 0; i < 16; ++i)
-                    out << actual.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
-                out << "\nexpected: ";
-                for (int i = 0; i < 16; ++i)
-                    out << expected.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
-                return ::testing::AssertionFailure() << out.str();
-            }
-        }
+    std::ostringstream out;
+    bool within = true;
+    for (int i = 0; i < 16; ++i) {
+        within = within && std::fabs(actual.m[i / 4][i % 4] - expected.m[i / 4][i % 4]) <= tolerance;
+        out << actual.m[i / 4][i % 4] << "/" << expected.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
     }
-    return ::testing::AssertionSuccess();
+    return within ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "actual/expected: " << out.str();
 }
 
 }  // namespace vexiltest

@@ -17,6 +17,7 @@ public:
     STDMETHOD(DestroyFrame)(THIS_ D3DXFRAME* frame) override;
     STDMETHOD(DestroyMeshContainer)(THIS_ D3DXMESHCONTAINER* meshContainer) override;
 
+    int framesCreated = 0;
     int meshContainers = 0;
     int skinnedContainers = 0;
     DWORD bonesSeen = 0;

@@ -60,6 +60,23 @@ struct Fixture {
     }
 };
 
+struct Influence {
+    uint32_t bone, vertex;
+    float weight;
+};
+
+// Vertices 0-2 (the face 0, 1, 2 when `face`) with the given influences.
+Fixture triangle(std::initializer_list<Influence> influences, bool face = true)
+{
+    Fixture f;
+    f.vertexCount = 3;
+    if (face)
+        f.indices = {0, 1, 2};
+    for (const Influence& i : influences)
+        f.weigh(i.bone, i.vertex, i.weight);
+    return f;
+}
+
 BlendLayout convert(const Fixture& fixture)
 {
     VertexInfluences influences;
@@ -167,13 +184,8 @@ Fixture randomFixture(std::mt19937& random, uint32_t boneOffset = 0)
 
 TEST(SkinInfluences, RepeatsFoldZeroWeightsDropHeaviestFirst)
 {
-    Fixture f;
-    f.vertexCount = 3;
-    f.weigh(0, 0, 0.2f);
-    f.weigh(1, 0, 0.5f);
-    f.weigh(0, 0, 0.1f);  // same pair again: added to the first
-    f.weigh(2, 0, 0.0f);  // weightless: no influence at all
-    f.weigh(2, 2, 1.0f);
+    // Bone 0 on vertex 0 twice (added up); bone 2 on vertex 0 weightless (no influence at all).
+    Fixture f = triangle({{0, 0, 0.2f}, {1, 0, 0.5f}, {0, 0, 0.1f}, {2, 0, 0.0f}, {2, 2, 1.0f}}, false);
     VertexInfluences inf;
     ASSERT_EQ(Status::Ok, gatherInfluences(f.bones, 3, false, inf));
     ASSERT_EQ(2u, inf.count(0));
@@ -188,9 +200,7 @@ TEST(SkinInfluences, RepeatsFoldZeroWeightsDropHeaviestFirst)
 
 TEST(SkinInfluences, VertexPastTheMeshIsRefusedOrLeftOut)
 {
-    Fixture f;
-    f.weigh(0, 1, 1.0f);
-    f.weigh(1, 7, 1.0f);
+    Fixture f = triangle({{0, 1, 1.0f}, {1, 7, 1.0f}}, false);
     VertexInfluences inf;
     EXPECT_EQ(Status::VertexOutOfRange, gatherInfluences(f.bones, 4, false, inf));
     ASSERT_EQ(Status::Ok, gatherInfluences(f.bones, 4, true, inf));
@@ -199,16 +209,8 @@ TEST(SkinInfluences, VertexPastTheMeshIsRefusedOrLeftOut)
 
 TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
 {
-    Fixture f;
-    f.vertexCount = 3;
-    f.indices = {0, 1, 2};
-    f.weigh(0, 0, 0.5f);
-    f.weigh(1, 0, 0.3f);
-    f.weigh(2, 0, 0.2f);
-    f.weigh(3, 1, 0.6f);
-    f.weigh(4, 1, 0.4f);
-    f.weigh(5, 2, 0.9f);
-    f.weigh(1, 2, 0.1f);
+    Fixture f = triangle({{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f}, {5, 2, 0.9f},
+                          {1, 2, 0.1f}});
     BlendLayout layout = convert(f);
     ASSERT_EQ(4u, layout.influencesPerFace);
     ASSERT_EQ(1u, layout.combinations.size());
@@ -225,11 +227,7 @@ TEST(SkinLayout, FaceWithMoreBonesThanACombinationKeepsEachCornersHeaviest)
 
 TEST(SkinLayout, VerticesWithoutWeightsRideOnTheFirstSlot)
 {
-    Fixture f;
-    f.vertexCount = 3;
-    f.indices = {0, 1, 2};
-    f.weigh(0, 0, 1.0f);
-    f.weigh(1, 1, 1.0f);
+    Fixture f = triangle({{0, 0, 1.0f}, {1, 1, 1.0f}});
     BlendLayout layout = convert(f);
     ASSERT_EQ(2u, layout.influencesPerFace);
     EXPECT_FLOAT_EQ(1.0f, layout.weights[2 * 2 + 0]);
@@ -238,9 +236,7 @@ TEST(SkinLayout, VerticesWithoutWeightsRideOnTheFirstSlot)
 
 TEST(SkinLayout, NothingToBlendIsRefused)
 {
-    Fixture f;
-    f.vertexCount = 3;
-    f.indices = {0, 1, 2};
+    Fixture f = triangle({});
     VertexInfluences inf;
     gatherInfluences(f.bones, f.vertexCount, false, inf);
     BlendLayout layout;

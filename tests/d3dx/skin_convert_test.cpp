@@ -1,10 +1,13 @@
 // ConvertToBlendedMesh and the influence counts of the drop-in D3DX's skin info, on fixtures
-// with known weights.
+// with known weights, drawn through fixed-function blending on the real device, and on the
+// third-party skinned characters (skipped when ../shared/samples is absent).
 #include <TestDevice.h>
+#include <TestPaths.h>
 
+#include "TestHierarchy.h"
 #include "skin_fixtures.h"
 
-#include <set>
+#include <cstdio>
 
 using namespace skintest;
 
@@ -17,20 +20,27 @@ const std::vector<float> kColumns = {-0.75f, -0.5f, -0.25f, 0.0f, 0.25f, 0.5f, 0
 std::vector<Weight> threeBoneStrip()
 {
     std::vector<Weight> weights;
-    auto column = [&](DWORD c, DWORD bone, float weight) {
-        weights.push_back({bone, 2 * c, weight});
-        weights.push_back({bone, 2 * c + 1, weight});
-    };
-    column(0, 0, 1.0f);
-    column(1, 0, 1.0f);
-    column(2, 0, 0.5f);
-    column(2, 1, 0.5f);
-    column(3, 1, 1.0f);
-    column(4, 1, 0.5f);
-    column(4, 2, 0.5f);
-    column(5, 2, 1.0f);
-    column(6, 2, 1.0f);
+    const DWORD bone[7][2] = {{0, 0}, {0, 0}, {0, 1}, {1, 1}, {1, 2}, {2, 2}, {2, 2}};
+    for (DWORD c = 0; c < 7; ++c) {
+        for (DWORD row = 0; row < 2; ++row) {
+            const bool shared = bone[c][0] != bone[c][1];
+            weights.push_back({bone[c][0], 2 * c + row, shared ? 0.5f : 1.0f});
+            if (shared)
+                weights.push_back({bone[c][1], 2 * c + row, 0.5f});
+        }
+    }
     return weights;
+}
+
+// Most influences on one vertex and on one face.
+std::pair<DWORD, DWORD> influenceCounts(ID3DXSkinInfo* skin, ID3DXMesh* mesh)
+{
+    DWORD vertex = 0, face = 0;
+    Ref<IDirect3DIndexBuffer9> indices;
+    EXPECT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&vertex));
+    EXPECT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
+    EXPECT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), mesh->GetNumFaces(), &face));
+    return {vertex, face};
 }
 
 class SkinConvert : public vexiltest::DeviceTest {
@@ -39,19 +49,11 @@ protected:
     Ref<ID3DXSkinInfo> stripSkin() { return makeSkin(14, kStripFVF, 3, threeBoneStrip()); }
 };
 
-}  // namespace
-
 TEST_F(SkinConvert, StripSplitsIntoTheExpectedCombinations)
 {
     Ref<ID3DXMesh> mesh = strip();
     Ref<ID3DXSkinInfo> skin = stripSkin();
-    DWORD most = 0;
-    ASSERT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&most));
-    EXPECT_EQ(2u, most);
-    Ref<IDirect3DIndexBuffer9> indices;
-    ASSERT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
-    ASSERT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), mesh->GetNumFaces(), &most));
-    EXPECT_EQ(2u, most);
+    EXPECT_EQ(std::make_pair(2ul, 2ul), influenceCounts(skin.get(), mesh.get()));
 
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
@@ -84,17 +86,11 @@ TEST_F(SkinConvert, FaceTouchingSixBonesKeepsTheFourThatMatterMost)
 {
     // Triangle 0 touches bones 0-5; triangle 1 only bones 6 and 7.
     Ref<ID3DXMesh> mesh = makeMesh(device(), 6, {0, 1, 2, 3, 4, 5}, {});
-    Ref<ID3DXSkinInfo> skin = makeSkin(6, D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1, 8,
+    Ref<ID3DXSkinInfo> skin = makeSkin(6, kMeshFVF, 8,
                                        {{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f},
                                         {5, 2, 0.9f}, {1, 2, 0.1f}, {6, 3, 1.0f}, {6, 4, 0.7f}, {7, 4, 0.3f},
                                         {7, 5, 1.0f}});
-    DWORD most = 0;
-    ASSERT_EQ(D3D_OK, skin->GetMaxVertexInfluences(&most));
-    EXPECT_EQ(3u, most);
-    Ref<IDirect3DIndexBuffer9> indices;
-    ASSERT_EQ(D3D_OK, mesh->GetIndexBuffer(indices.out()));
-    ASSERT_EQ(D3D_OK, skin->GetMaxFaceInfluences(indices.get(), 2, &most));
-    EXPECT_EQ(6u, most);
+    EXPECT_EQ(std::make_pair(3ul, 6ul), influenceCounts(skin.get(), mesh.get()));
 
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
@@ -143,7 +139,7 @@ TEST_F(SkinConvert, RemapsAndAdjacencyFollowTheReorderedFaces)
         weights.push_back({v / 4 + 1, v, 0.25f});
     }
     Ref<ID3DXMesh> mesh = makeMesh(device(), 2 * columns, indices, attributes);
-    Ref<ID3DXSkinInfo> skin = makeSkin(2 * columns, D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1, 5, weights);
+    Ref<ID3DXSkinInfo> skin = makeSkin(2 * columns, kMeshFVF, 5, weights);
     std::vector<DWORD> adjacency(indices.size());
     ASSERT_EQ(D3D_OK, mesh->GenerateAdjacency(0.0f, adjacency.data()));
 
@@ -199,16 +195,22 @@ TEST_F(SkinConvert, BadInputIsRefusedWithoutLeaks)
     EXPECT_EQ(0u, mesh.releaseCount()) << "the source mesh keeps a reference";
 }
 
-TEST_F(SkinConvert, SkinInfoFromTheBlendedMeshGivesTheWeightsBack)
+// Clones, interface queries and skin infos made from a blended mesh are completed too; the last
+// gives the weights back.
+TEST_F(SkinConvert, EverySkinInfoHandedOutIsCompleted)
 {
     Ref<ID3DXMesh> mesh = strip();
     Ref<ID3DXSkinInfo> skin = stripSkin();
+    Ref<ID3DXSkinInfo> clone, queried, back;
+    ASSERT_EQ(D3D_OK, skin->Clone(clone.out()));
+    EXPECT_EQ(std::make_pair(2ul, 2ul), influenceCounts(clone.get(), mesh.get()));
+    ASSERT_EQ(D3D_OK, skin->QueryInterface(IID_ID3DXSkinInfo, reinterpret_cast<void**>(queried.out())));
+    EXPECT_EQ(skin.get(), queried.get());
+
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
-    Ref<ID3DXSkinInfo> back;
-    ASSERT_EQ(D3D_OK, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3,
-                                                        static_cast<const D3DXBONECOMBINATION*>(c.table->GetBufferPointer()),
-                                                        back.out()));
+    const auto* table = static_cast<const D3DXBONECOMBINATION*>(c.table->GetBufferPointer());
+    ASSERT_EQ(D3D_OK, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3, table, back.out()));
     ASSERT_EQ(3u, back->GetNumBones());
     const auto original = sourceWeights(skin.get(), mesh->GetNumVertices());
     const auto recovered = sourceWeights(back.get(), c.mesh->GetNumVertices());
@@ -218,25 +220,108 @@ TEST_F(SkinConvert, SkinInfoFromTheBlendedMeshGivesTheWeightsBack)
         for (const auto& w : expected)
             EXPECT_NEAR(w.second, recovered[v].at(w.first), 1e-5f) << "blended vertex " << v;
     }
-    DWORD most = 0;
-    EXPECT_EQ(D3D_OK, back->GetMaxVertexInfluences(&most)) << "the new skin info is completed too";
-    EXPECT_EQ(2u, most);
+    EXPECT_EQ(2ul, influenceCounts(back.get(), c.mesh.get()).first);
     EXPECT_EQ(D3DERR_INVALIDCALL, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3, nullptr, back.out()));
-}
-
-TEST_F(SkinConvert, ClonesAndInterfaceQueriesStayCompleted)
-{
-    Ref<ID3DXMesh> mesh = strip();
-    Ref<ID3DXSkinInfo> skin = stripSkin();
-    Ref<ID3DXSkinInfo> clone;
-    ASSERT_EQ(D3D_OK, skin->Clone(clone.out()));
-    Converted c = convert(clone.get(), mesh.get());
-    EXPECT_EQ(0u, expectFaithfulConversion(clone.get(), mesh.get(), c));
-
-    Ref<ID3DXSkinInfo> queried;
-    ASSERT_EQ(D3D_OK, skin->QueryInterface(IID_ID3DXSkinInfo, reinterpret_cast<void**>(queried.out())));
-    EXPECT_EQ(skin.get(), queried.get());
     queried.reset();
     EXPECT_EQ(0u, clone.releaseCount());
+    EXPECT_EQ(0u, back.releaseCount());
     EXPECT_EQ(0u, skin.releaseCount());
 }
+
+// Draws every combination with its bones' matrices, as a skinned-mesh renderer does.
+void drawBlended(IDirect3DDevice9* device, const Converted& c, const std::vector<D3DXMATRIX>& bones)
+{
+    device->SetRenderState(D3DRS_LIGHTING, FALSE);
+    device->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+    device->SetRenderState(D3DRS_ZENABLE, FALSE);
+    ASSERT_EQ(D3D_OK, device->BeginScene());
+    for (DWORD b = 0; b < c.combinationCount; ++b) {
+        const D3DXBONECOMBINATION& combination = c.combination(b);
+        DWORD lastSlot = 0;
+        for (DWORD i = 0; i < c.maxFaceInfluences; ++i) {
+            if (combination.BoneId[i] == 0xFFFFFFFF)
+                continue;
+            device->SetTransform(D3DTS_WORLDMATRIX(i), &bones[combination.BoneId[i]]);
+            lastSlot = i;
+        }
+        device->SetRenderState(D3DRS_VERTEXBLEND, lastSlot);
+        EXPECT_EQ(D3D_OK, c.mesh->DrawSubset(b));
+    }
+    device->EndScene();
+    device->SetRenderState(D3DRS_VERTEXBLEND, D3DVBF_DISABLE);
+}
+
+// Pixel centre nearest to a clip-space point of the 64x64 target.
+unsigned px(float x) { return unsigned((x + 1.0f) * 32.0f); }
+unsigned py(float y) { return unsigned((1.0f - y) * 32.0f); }
+
+// One bone moved by a known matrix moves exactly the vertices it weighs, by its share of their
+// weight: columns 0-1 are bone 0's, 3 bone 1's, 5-6 bone 2's; 2 and 4 are shared half and half.
+TEST_F(SkinConvert, MovingOneBoneMovesExactlyTheVerticesItWeighs)
+{
+    D3DCAPS9 caps;
+    device()->GetDeviceCaps(&caps);
+    ASSERT_GE(caps.MaxVertexBlendMatrices, 2u) << "the device cannot blend two matrices";
+    Ref<ID3DXMesh> mesh = strip();
+    Ref<ID3DXSkinInfo> skin = stripSkin();
+    Converted c = convert(skin.get(), mesh.get());
+    ASSERT_EQ(D3D_OK, c.result);
+    std::vector<D3DXMATRIX> bones(3);
+    for (D3DXMATRIX& m : bones)
+        D3DXMatrixIdentity(&m);
+    D3DXMatrixTranslation(&bones[1], 0.0f, 0.5f, 0.0f);
+    testDevice().clear(0);
+    drawBlended(device(), c, bones);
+    const struct {
+        float x, y;
+        bool covered;
+    } pixels[] = {{-0.625f, 0.0f, true}, {-0.625f, 0.4f, false}, {0.625f, 0.0f, true}, {0.625f, 0.4f, false},
+                  {0.03f, 0.6f, true},   {0.03f, 0.1f, false},    // bone 1's alone: up by half a unit
+                  {-0.27f, 0.39f, true}, {-0.27f, 0.55f, false}, {-0.27f, -0.11f, false}};  // half: a quarter
+    for (const auto& p : pixels)
+        EXPECT_TRUE(renderedPixelIs(px(p.x), py(p.y), p.covered ? 0xFFFFFF : 0)) << p.x << ", " << p.y;
+}
+
+void collectSkins(const D3DXFRAME* frame, std::vector<const D3DXMESHCONTAINER*>& out)
+{
+    for (; frame; frame = frame->pFrameSibling) {
+        for (const D3DXMESHCONTAINER* c = frame->pMeshContainer; c; c = c->pNextMeshContainer) {
+            if (c->pSkinInfo && c->MeshData.Type == D3DXMESHTYPE_MESH)
+                out.push_back(c);
+        }
+        collectSkins(frame->pFrameFirstChild, out);
+    }
+}
+
+// Skinned characters convert faithfully; weights past the vertex array are refused by the loader
+// or by the conversion.
+TEST_F(SkinConvert, SampleCharactersConvertFaithfully)
+{
+    VEXIL_REQUIRE_SAMPLES();
+    for (const char* file : {"sdk\\Tiny\\tiny.x", "assimp\\Testwuson.X", "assimp\\malformed_skinweights_oob.x"}) {
+        const bool malformed = std::string(file).find("malformed") != std::string::npos;
+        vexiltest::LoadedScene scene;
+        vexiltest::loadFromFile(scene, device(), vexiltest::samplesDir() + "\\" + file);
+        std::vector<const D3DXMESHCONTAINER*> skins;
+        collectSkins(scene.root, skins);
+        if (malformed && FAILED(scene.result))
+            continue;
+        ASSERT_EQ(D3D_OK, scene.result) << file;
+        ASSERT_FALSE(skins.empty()) << file << " has no skinned mesh";
+        for (const D3DXMESHCONTAINER* loaded : skins) {
+            SCOPED_TRACE(std::string(file) + " container '" + (loaded->Name ? loaded->Name : "") + "'");
+            Converted c = convert(loaded->pSkinInfo, loaded->MeshData.pMesh, D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE);
+            if (malformed) {
+                EXPECT_EQ(D3DERR_INVALIDCALL, c.result);
+                EXPECT_FALSE(c.mesh);
+                continue;
+            }
+            const DWORD most = influenceCounts(loaded->pSkinInfo, loaded->MeshData.pMesh).second;
+            EXPECT_EQ(std::min<DWORD>(most, 4), c.maxFaceInfluences);
+            const DWORD crowded = expectFaithfulConversion(loaded->pSkinInfo, loaded->MeshData.pMesh, c);
+            std::printf("%s: %lu combinations, %lu faces reduced\n", file, c.combinationCount, crowded);
+        }
+    }
+}
+
+}  // namespace

@@ -3,8 +3,6 @@
 
 #include "skin_fixtures.h"
 
-#include "TestHierarchy.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,70 +11,69 @@
 
 namespace skintest {
 
+namespace {
+
+// A mesh of `fvf` whose vertices are the given 32-bit words, 16- or 32-bit indices as `options` say.
+Ref<ID3DXMesh> meshOf(IDirect3DDevice9* device, DWORD fvf, const std::vector<DWORD>& words,
+                      const std::vector<DWORD>& indices, const std::vector<DWORD>& attributes, DWORD options)
+{
+    Ref<ID3DXMesh> mesh;
+    const DWORD vertices = DWORD(words.size() * 4 / D3DXGetFVFVertexSize(fvf));
+    EXPECT_EQ(D3D_OK, D3DXCreateMeshFVF(DWORD(indices.size() / 3), vertices, options, fvf, device, mesh.out()));
+    if (!mesh)
+        return mesh;
+    void* data = nullptr;
+    mesh->LockVertexBuffer(0, &data);
+    std::memcpy(data, words.data(), words.size() * 4);
+    mesh->UnlockVertexBuffer();
+    mesh->LockIndexBuffer(0, &data);
+    for (size_t i = 0; i < indices.size(); ++i) {
+        if (options & D3DXMESH_32BIT)
+            static_cast<DWORD*>(data)[i] = indices[i];
+        else
+            static_cast<WORD*>(data)[i] = WORD(indices[i]);
+    }
+    mesh->UnlockIndexBuffer();
+    DWORD* attribute = nullptr;
+    mesh->LockAttributeBuffer(0, &attribute);
+    for (DWORD f = 0; f < mesh->GetNumFaces(); ++f)
+        attribute[f] = attributes.empty() ? 0 : attributes[f];
+    mesh->UnlockAttributeBuffer();
+    return mesh;
+}
+
+DWORD bitsOf(float value)
+{
+    DWORD bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+}  // namespace
+
 Ref<ID3DXMesh> makeStrip(IDirect3DDevice9* device, const std::vector<float>& columnsX, float bottom, float top,
                          DWORD options)
 {
-    const DWORD columns = DWORD(columnsX.size());
-    Ref<ID3DXMesh> mesh;
-    HRESULT hr = D3DXCreateMeshFVF(2 * (columns - 1), 2 * columns, options, kStripFVF, device, mesh.out());
-    EXPECT_EQ(D3D_OK, hr);
-    if (FAILED(hr))
-        return mesh;
-    StripVertex* vertices = nullptr;
-    mesh->LockVertexBuffer(0, reinterpret_cast<void**>(&vertices));
-    for (DWORD c = 0; c < columns; ++c) {
-        vertices[2 * c] = StripVertex{columnsX[c], bottom, 0.5f, 0xFFFFFFFF};
-        vertices[2 * c + 1] = StripVertex{columnsX[c], top, 0.5f, 0xFFFFFFFF};
+    std::vector<DWORD> words, indices;
+    for (DWORD c = 0; c < columnsX.size(); ++c) {
+        for (float y : {bottom, top})
+            words.insert(words.end(), {bitsOf(columnsX[c]), bitsOf(y), bitsOf(0.5f), 0xFFFFFFFF});
+        if (c + 1 < columnsX.size())
+            indices.insert(indices.end(), {2 * c, 2 * c + 1, 2 * c + 2, 2 * c + 1, 2 * c + 3, 2 * c + 2});
     }
-    mesh->UnlockVertexBuffer();
-    void* indices = nullptr;
-    mesh->LockIndexBuffer(0, &indices);
-    for (DWORD c = 0; c + 1 < columns; ++c) {
-        const DWORD quad[6] = {2 * c, 2 * c + 1, 2 * c + 2, 2 * c + 1, 2 * c + 3, 2 * c + 2};
-        for (int k = 0; k < 6; ++k) {
-            if (options & D3DXMESH_32BIT)
-                static_cast<DWORD*>(indices)[6 * c + k] = quad[k];
-            else
-                static_cast<WORD*>(indices)[6 * c + k] = WORD(quad[k]);
-        }
-    }
-    mesh->UnlockIndexBuffer();
-    DWORD* attributes = nullptr;
-    mesh->LockAttributeBuffer(0, &attributes);
-    std::fill_n(attributes, mesh->GetNumFaces(), 0);
-    mesh->UnlockAttributeBuffer();
-    return mesh;
+    return meshOf(device, kStripFVF, words, indices, {}, options);
 }
 
 Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
                         const std::vector<DWORD>& attributes, DWORD options)
 {
-    const DWORD fvf = D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1;
-    const DWORD faces = DWORD(indices.size() / 3);
-    Ref<ID3DXMesh> mesh;
-    HRESULT hr = D3DXCreateMeshFVF(faces, vertexCount, options | D3DXMESH_32BIT, fvf, device, mesh.out());
-    EXPECT_EQ(D3D_OK, hr);
-    if (FAILED(hr))
-        return mesh;
-    float* vertices = nullptr;
-    mesh->LockVertexBuffer(0, reinterpret_cast<void**>(&vertices));
+    std::vector<DWORD> words;
     for (DWORD v = 0; v < vertexCount; ++v) {
-        float* out = vertices + 8 * v;
         const float f = float(v);
-        const float values[8] = {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f};
-        std::memcpy(out, values, sizeof values);
+        for (float value : {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f})
+            words.push_back(bitsOf(value));
     }
-    mesh->UnlockVertexBuffer();
-    DWORD* index = nullptr;
-    mesh->LockIndexBuffer(0, reinterpret_cast<void**>(&index));
-    std::copy(indices.begin(), indices.end(), index);
-    mesh->UnlockIndexBuffer();
-    DWORD* attribute = nullptr;
-    mesh->LockAttributeBuffer(0, &attribute);
-    for (DWORD f = 0; f < faces; ++f)
-        attribute[f] = attributes.empty() ? 0 : attributes[f];
-    mesh->UnlockAttributeBuffer();
-    return mesh;
+    return meshOf(device, kMeshFVF, words, indices, attributes, options | D3DXMESH_32BIT);
 }
 
 Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD fvf, DWORD boneCount, const std::vector<Weight>& weights)
@@ -141,18 +138,18 @@ std::vector<DWORD> readIndices(ID3DXMesh* mesh)
     std::vector<DWORD> out(3 * size_t(mesh->GetNumFaces()));
     void* data = nullptr;
     mesh->LockIndexBuffer(D3DLOCK_READONLY, &data);
+    const bool wide = mesh->GetOptions() & D3DXMESH_32BIT;
     for (size_t i = 0; i < out.size(); ++i)
-        out[i] = (mesh->GetOptions() & D3DXMESH_32BIT) ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
+        out[i] = wide ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
     mesh->UnlockIndexBuffer();
     return out;
 }
 
 std::vector<BYTE> readVertices(ID3DXMesh* mesh)
 {
-    std::vector<BYTE> out(size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
-    void* data = nullptr;
-    mesh->LockVertexBuffer(D3DLOCK_READONLY, &data);
-    std::memcpy(out.data(), data, out.size());
+    BYTE* data = nullptr;
+    mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&data));
+    std::vector<BYTE> out(data, data + size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
     mesh->UnlockVertexBuffer();
     return out;
 }
@@ -265,37 +262,6 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     EXPECT_EQ(faces, DWORD(std::count(timesSeen.begin(), timesSeen.end(), 1)))
         << "every face in exactly one combination";
     return crowded;
-}
-
-namespace {
-
-void collect(const D3DXFRAME* frame, std::vector<LoadedSkin>& out)
-{
-    for (; frame; frame = frame->pFrameSibling) {
-        for (const D3DXMESHCONTAINER* c = frame->pMeshContainer; c; c = c->pNextMeshContainer) {
-            if (!c->pSkinInfo || c->MeshData.Type != D3DXMESHTYPE_MESH)
-                continue;
-            LoadedSkin skin;
-            skin.name = c->Name ? c->Name : "";
-            skin.mesh = Ref<ID3DXMesh>(c->MeshData.pMesh);
-            skin.mesh->AddRef();
-            skin.skin = Ref<ID3DXSkinInfo>(c->pSkinInfo);
-            skin.skin->AddRef();
-            out.push_back(std::move(skin));
-        }
-        collect(frame->pFrameFirstChild, out);
-    }
-}
-
-}  // namespace
-
-HRESULT loadSkinnedMeshes(IDirect3DDevice9* device, const std::string& path, std::vector<LoadedSkin>& out)
-{
-    vexiltest::LoadedScene scene;
-    vexiltest::loadFromFile(scene, device, path);
-    if (SUCCEEDED(scene.result))
-        collect(scene.root, out);
-    return scene.result;
 }
 
 }  // namespace skintest

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace skintest {
@@ -17,26 +18,11 @@ public:
     explicit Ref(T* object) : m_object(object) {}
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    Ref(Ref&& other) noexcept : m_object(other.m_object) { other.m_object = nullptr; }
-    Ref& operator=(Ref&& other) noexcept
-    {
-        std::swap(m_object, other.m_object);
-        return *this;
-    }
+    Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
     ~Ref() { reset(); }
-    void reset()
-    {
-        if (m_object)
-            m_object->Release();
-        m_object = nullptr;
-    }
+    void reset() { releaseCount(); }
     // Releases and reports what the last Release returned.
-    ULONG releaseCount()
-    {
-        ULONG left = m_object ? m_object->Release() : 0;
-        m_object = nullptr;
-        return left;
-    }
+    ULONG releaseCount() { return m_object ? std::exchange(m_object, nullptr)->Release() : 0; }
     T** out() { return &m_object; }
     T* get() const { return m_object; }
     T* operator->() const { return m_object; }
@@ -52,16 +38,13 @@ struct Weight {
     float weight;
 };
 
-// Vertices of a strip of quads in clip space, one column of two vertices per x value, all white.
-struct StripVertex {
-    float x, y, z;
-    D3DCOLOR color;
-};
 constexpr DWORD kStripFVF = D3DFVF_XYZ | D3DFVF_DIFFUSE;
+constexpr DWORD kMeshFVF = D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1;
 
+// A strip of quads in clip space, one column of two white vertices per x value.
 Ref<ID3DXMesh> makeStrip(IDirect3DDevice9* device, const std::vector<float>& columnsX, float bottom, float top,
                          DWORD options = D3DXMESH_MANAGED);
-// Vertices with position, normal and texture coordinates (each distinct), faces as given.
+// kMeshFVF vertices (each with distinct values), faces as given.
 Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
                         const std::vector<DWORD>& attributes, DWORD options = D3DXMESH_MANAGED);
 Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD fvf, DWORD boneCount, const std::vector<Weight>& weights);
@@ -97,14 +80,5 @@ std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD ver
 // fit one combination (otherwise each corner keeps its heaviest bone). Returns how many faces
 // needed more bones than a combination holds.
 DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Converted& converted);
-
-// Loads an X file through the drop-in D3DX and returns its skinned mesh containers' meshes and
-// skin infos (references owned by the caller).
-struct LoadedSkin {
-    std::string name;
-    Ref<ID3DXMesh> mesh;
-    Ref<ID3DXSkinInfo> skin;
-};
-HRESULT loadSkinnedMeshes(IDirect3DDevice9* device, const std::string& path, std::vector<LoadedSkin>& out);
 
 }  // namespace skintest

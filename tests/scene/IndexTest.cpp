@@ -1,6 +1,6 @@
 #include "SceneSupport.h"
 
-#include <VexilDX9/TextureTuple.h>
+#include <VexilDX9/MeshManagerd3dx9.h>
 
 #include <LogCapture.h>
 #include <TestDevice.h>
@@ -169,25 +169,6 @@ std::vector<unsigned> idsOf(const MeshContainerTuple& tuple) {
     return ids;
 }
 
-// Every subset of every container grouped by texture, the way the renderer walks them.
-zeb::OrderedHashTable<zeb::String, TextureTuple> textureIndex(FrameNodeIndexer& frames) {
-    zeb::OrderedHashTable<zeb::String, TextureTuple> table;
-    for (unsigned i = 0; i < frames.size(); ++i)
-        for (D3DXMESHCONTAINER* c : containersOf(frames[int(i)].m_frame))
-            for (DWORD a = 0; a < c->NumMaterials; ++a) {
-                MeshContainerTuple container;
-                container.setMeshContainer(c);
-                container.addAttributeId(a);
-                FrameTuple frame;
-                frame.setFrame(&frames[int(i)]);
-                frame.addMeshContainer(container);
-                zeb::String key(*c->pMaterials[a].pTextureFilename ? c->pMaterials[a].pTextureFilename : "NULL");
-                if (!table.contains(key)) table.insert(key, TextureTuple());
-                table[key].addFrame(frame);
-            }
-    return table;
-}
-
 }  // namespace
 
 TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
@@ -200,10 +181,13 @@ TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
                                                      frame("Twin", quadMesh("Right", two) + quadMesh("Right", two)));
     LoadedHierarchy scene(device(), writeFixture("tuples.x", text), loader);
     ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
-    FrameNodeIndexer frames;
-    EXPECT_FALSE(frames.initialize(scene.root()));  // the two frames named "Twin"
-    EXPECT_TRUE(indexInvariantsHold(frames, scene.root()));
-    zeb::OrderedHashTable<zeb::String, TextureTuple> table = textureIndex(frames);
+    FrameNodeIndexer index;
+    EXPECT_FALSE(index.initialize(scene.root()));  // the two frames named "Twin"
+    MeshManagerD3DX9 frames;  // the texture index as the renderer walks it
+    frames.setDevice(device());
+    frames.initialize(scene.root());
+    EXPECT_TRUE(indexInvariantsHold(frames.frameIndex(), scene.root()));
+    zeb::OrderedHashTable<zeb::String, TextureTuple> table = frames.textureTable();
     ASSERT_EQ(table.size(), 2u);
     EXPECT_EQ(table.keyAt(0), zeb::String("T\\a.bmp"));
 
@@ -223,7 +207,7 @@ TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
     EXPECT_EQ(log.count("VexilDX9", "Duplicate attrib 0 for mesh Right"), 2u) << log.dump();
     EXPECT_EQ(log.count("VexilDX9", "Attribute exist 1"), 1u);
 
-    frames.disableFrameRendering("Pair");
+    frames.frameByName("Pair").m_renderFrame = false;
     EXPECT_FALSE(pairTuple.drawFrame());
     EXPECT_TRUE(twin.drawFrame());
     EXPECT_TRUE(twin.transformMatrix() == frames.frameByName("Twin").m_combinedTransform);
@@ -242,5 +226,4 @@ TEST_F(LoadedIndex, TexturesGroupSubsetsWithTheIntendedMerges) {
     table.clear();
     raw->AddRef();
     EXPECT_EQ(raw->Release(), 1u);
-    frames.clear();
 }

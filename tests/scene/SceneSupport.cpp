@@ -67,9 +67,10 @@ std::string xHeader() {
 
 std::string frame(const std::string& name, const std::string& body) { return "Frame " + name + " {\n" + body + "}\n"; }
 
-std::string translation(float x, float y, float z) {
-    return "FrameTransformMatrix { 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + number(x) + "," + number(y) + "," + number(z) +
-           ",1.0;; }\n";
+std::string translation(float x, float y, float z, float scale) {
+    std::string s = number(scale);
+    return "FrameTransformMatrix { " + s + ",0.0,0.0,0.0, 0.0," + s + ",0.0,0.0, 0.0,0.0," + s + ",0.0, " + number(x) + "," + number(y) + "," +
+           number(z) + ",1.0;; }\n";
 }
 
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra) {

@@ -1,0 +1,217 @@
+#include "XFixtures.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace xfixtures {
+
+// Floats are written with a decimal point: Wine reads "1" as an integer where a float is due.
+const char* const kFrames = R"(
+Frame Root {
+  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
+  Frame Arm {
+    FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,7.0,8.0,9.0,1.0;; }
+  }
+  Frame Still {
+    FrameTransformMatrix { 2.0,0.0,0.0,0.0,0.0,2.0,0.0,0.0,0.0,0.0,2.0,0.0,1.0,2.0,3.0,1.0;; }
+  }
+}
+)";
+
+// A turn of +90 degrees about Y, as D3DX matrices apply it, is written 0.7071068, 0, -0.7071068, 0.
+const char* const kWaveAndIdle = R"(
+AnimationSet Wave {
+  Animation Anim-Arm {
+    { Arm }
+    AnimationKey pos { 2; 2; 0;3;0.0,0.0,0.0;;, 10;3;10.0,20.0,0.0;;; }
+    AnimationKey { 1; 2; 0;3;1.0,1.0,1.0;;, 20;3;3.0,1.0,1.0;;; }
+    AnimationKey { 0; 2; 0;4;1.0,0.0,0.0,0.0;;, 10;4;0.7071068,0.0,-0.7071068,0.0;;; }
+  }
+  Animation {
+    { Root }
+    AnimationKey { 4; 2; 0;16;1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;;, 20;16;1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,40.0,1.0;;; }
+  }
+}
+AnimationSet Idle {
+  Animation {
+    AnimationOptions { 1; 0; }
+    { Arm }
+    AnimationKey { 2; 2; 0;3;1.0,1.0,1.0;;, 30;3;4.0,1.0,1.0;;; }
+  }
+}
+)";
+
+const char* const kSkinnedTriangle = R"(
+Frame Body {
+  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
+  Mesh Triangle {
+    3; 0.0;0.0;0.0;, 1.0;0.0;0.0;, 0.0;1.0;0.0;;
+    1; 3;0,1,2;;
+    XSkinMeshHeader { 1; 1; 1; }
+    VertexDuplicationIndices { 3; 3; 0, 1, 2; }
+    SkinWeights { "Bone"; 3; 0,1,2; 1.0,1.0,1.0; 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
+  }
+  Frame Bone { FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; } }
+}
+AnimationSet Sway { Animation { { Bone } AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;, 4800;3;0.0,2.0,0.0;;; } } }
+)";
+
+const char* const kReferencedCube = R"(
+Mesh CubeMesh {
+  4; -1.0;-1.0;0.0;, 1.0;-1.0;0.0;, 1.0;1.0;0.0;, -1.0;1.0;0.0;;
+  2; 3;0,1,2;, 3;0,2,3;;
+}
+Frame CubeFrame {
+  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
+  {CubeMesh}
+}
+AnimationSet AnimationSet0 {
+  Animation Animation0 {
+    {CubeFrame}
+    AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;, 4800;3;0.0,3.0,0.0;;; }
+  }
+}
+)";
+
+std::string textFile(std::initializer_list<std::string> parts)
+{
+    std::string file = "xof 0303txt 0032\n";
+    for (const std::string& part : parts)
+        file += part;
+    return file;
+}
+
+BinaryX::BinaryX() : m_bytes("xof 0303bin 0032") {}
+
+BinaryX& BinaryX::word(uint16_t value)
+{
+    m_bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+    return *this;
+}
+
+BinaryX& BinaryX::dword(uint32_t value)
+{
+    m_bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+    return *this;
+}
+
+BinaryX& BinaryX::name(const std::string& text)
+{
+    word(1).dword(uint32_t(text.size()));
+    m_bytes += text;
+    return *this;
+}
+
+BinaryX& BinaryX::string(const std::string& text)
+{
+    word(2).dword(uint32_t(text.size()));
+    m_bytes += text;
+    return word(20);
+}
+
+BinaryX& BinaryX::integers(std::initializer_list<uint32_t> values)
+{
+    word(6).dword(uint32_t(values.size()));
+    for (uint32_t v : values)
+        dword(v);
+    return *this;
+}
+
+BinaryX& BinaryX::floats(std::initializer_list<float> values)
+{
+    word(7).dword(uint32_t(values.size()));
+    for (float v : values)
+        m_bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
+    return *this;
+}
+
+BinaryX& BinaryX::object(const std::string& type, const std::string& objectName)
+{
+    name(type);
+    if (!objectName.empty())
+        name(objectName);
+    return open();
+}
+
+BinaryX& BinaryX::matrix(float x, float y, float z)
+{
+    return object("FrameTransformMatrix").floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, x, y, z, 1}).close();
+}
+
+std::string binarySkinnedScene()
+{
+    BinaryX x;
+    x.object("AnimTicksPerSecond").integers({10}).close();
+    x.object("Frame", "Body").matrix(0, 0, 0);
+    x.object("Mesh", "Triangle").integers({3}).floats({0, 0, 0, 1, 0, 0, 0, 1, 0}).integers({1, 3, 0, 1, 2});
+    x.object("XSkinMeshHeader").integers({1, 1, 1}).close();
+    x.object("SkinWeights").string("Arm").integers({3, 0, 1, 2});
+    x.floats({1, 1, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}).close();
+    x.close();  // Mesh
+    x.object("Frame", "Arm").matrix(7, 8, 9).close();
+    x.close();  // Body
+    x.object("AnimationSet", "Wave").object("Animation").reference("Arm");
+    x.object("AnimationKey").integers({2, 2}).integers({0, 3}).floats({0, 0, 0}).integers({10, 3}).floats({10, 20, 0});
+    x.close().close().close();
+    return x.bytes();
+}
+
+namespace {
+
+// "CK" and one raw deflate stream.
+std::string deflateChunk(const char* data, size_t size)
+{
+    z_stream stream{};
+    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&stream, uLong(size)) + 2, '\0');
+    out[0] = 'C';
+    out[1] = 'K';
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
+    stream.avail_in = uInt(size);
+    stream.next_out = reinterpret_cast<Bytef*>(&out[2]);
+    stream.avail_out = uInt(out.size() - 2);
+    deflate(&stream, Z_FINISH);
+    out.resize(2 + stream.total_out);
+    deflateEnd(&stream);
+    return out;
+}
+
+void appendWord(std::string& out, uint16_t value)
+{
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+}  // namespace
+
+std::string compressed(const std::string& plain, size_t chunk)
+{
+    std::string out = plain.substr(0, 16);
+    std::memcpy(&out[8], plain.compare(8, 4, "txt ") == 0 ? "tzip" : "bzip", 4);
+    const uint32_t size = uint32_t(plain.size());
+    out.append(reinterpret_cast<const char*>(&size), sizeof size);
+    for (size_t at = 16; at < plain.size(); at += chunk) {
+        const size_t length = std::min(chunk, plain.size() - at);
+        const std::string packed = deflateChunk(plain.data() + at, length);
+        appendWord(out, uint16_t(length));
+        appendWord(out, uint16_t(packed.size()));
+        out += packed;
+    }
+    return out;
+}
+
+std::vector<std::pair<std::string, std::string>> seedFiles()
+{
+    const std::string scene = textFile({"AnimTicksPerSecond { 10; }\n", kFrames, kWaveAndIdle});
+    const std::string skinned = textFile({kSkinnedTriangle});
+    const std::string binary = binarySkinnedScene();
+    return {{"scene.x", scene},
+            {"skinned.x", skinned},
+            {"cube-reference.x", textFile({kReferencedCube})},
+            {"binary.x", binary},
+            {"scene-tzip.x", compressed(scene, 200)},
+            {"binary-bzip.x", compressed(binary)}};
+}
+
+}  // namespace xfixtures

@@ -1,0 +1,403 @@
+#include "SceneSupport.h"
+
+#include <VexilDX9/VirtualRealityDX9.h>
+
+#include <LogCapture.h>
+#include <Png.h>
+#include <TestDevice.h>
+#include <TestPaths.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace scenetest;
+
+namespace {
+
+const D3DCOLOR kBackground = 0x404040, kTexture = 0x3080C0;
+
+// Material colours as the fixed-function pipeline shows them under a white ambient light with no
+// lamps: diffuse (the loader copies it to ambient) plus the emissive (0.1, 0.2, 0.3) of material().
+const D3DCOLOR kGreen = 0x1AFF4D, kRed = 0xFF334D, kWhite = 0xFFFFFF, kMagenta = 0xFF33FF;
+
+// One scene for most checks: a camera frame, two rigid quads sharing a texture file with an
+// untextured subset each, a quad whose texture file is missing, a skinned quad whose top edge
+// follows the animated Bone1, and a skinned container whose bone weighs nothing (it cannot be
+// built) and whose "k2m" entry hides the frame StubPart.
+std::string sceneText() {
+    auto quad = [](const std::string& name, const std::vector<std::string>& materials, const std::string& extra = "") {
+        return quadMesh(name, materialList(materials, 0, materials.size() - 1), extra);
+    };
+    std::string normals = "MeshNormals { 1; 0.0;0.0;-1.0;; 2; 3;0,0,0;, 3;0,0,0;; }\n";
+    std::string magenta = material(1, 0, 1, 1, 1, "");
+    std::string weightless = "SkinWeights { \"StubPart\"; 1; 0; 0.0; 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, 0.0,0.0,0.0,1.0;; }\n";
+    return xHeader() + "AnimTicksPerSecond { 1; }\n" +
+           frame("Root", translation(0, 0, 0) + frame("CameraDummy", translation(0, 0, -5)) +
+                             frame("Left", translation(-2.5f, 0.5f, 0) +
+                                               quad("Left", {material(1, 1, 1, 1, 1, "tex.png"), material(0, 1, 0, 1, 1, "")})) +
+                             frame("Right", translation(1.5f, 0.5f, 0) +
+                                                quad("Right", {material(1, 1, 1, 1, 1, "tex.png"), material(1, 0, 0, 1, 1, "")})) +
+                             frame("Broken", translation(-0.5f, 0.5f, 0) + quad("Broken", {material(1, 1, 1, 1, 1, "missing.png")})) +
+                             frame("Bone0", translation(-0.5f, -1.5f, 0) + frame("Bone1", translation(0, 0, 0))) +
+                             frame("Body", translation(0, 0, 0) + quad("Skin", {magenta}, normals + skin({"Bone0", "Bone1"}))) +
+                             frame("Stub", translation(0, 0, 0) + quad("Stub", {magenta}, "XSkinMeshHeader { 1; 1; 1; }\n" + weightless) +
+                                               frame("StubPart", translation(1.5f, -1.5f, 0) +
+                                                                     quad("Part", {material(1, 1, 0, 1, 1, "")})))) +
+           "AnimationSet Lift { Animation { {Bone1} AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;, 4;3;0.0,1.0,0.0;;; } } }\n";
+}
+
+class SceneTest : public vexiltest::DeviceTest {
+protected:
+    void SetUp() override {
+        DeviceTest::SetUp();
+        vexilsupport::Image texture{4, 4, std::vector<uint32_t>(16, kTexture)};
+        ASSERT_TRUE(vexilsupport::writePng(vexiltest::outputDir() + "\\tex.png", texture));
+        path = zeb::String(writeFixture("vr.x", sceneText()).c_str());
+        frameList.append("1:StubPart");
+    }
+    bool load(VirtualRealityDX9& scene) {
+        return scene.loadVirtualReality(zeb::String(vexiltest::outputDir().c_str()), path, device(), frameList);
+    }
+    // Fixed-function state under which subsets show their material colours.
+    void prepare(VirtualRealityDX9& scene) {
+        device()->SetRenderState(D3DRS_AMBIENT, 0xFFFFFFFF);
+        device()->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+        device()->SetTransform(D3DTS_VIEW, &scene.perspectiveViewer().view());
+        device()->SetTransform(D3DTS_PROJECTION, &scene.perspectiveViewer().matrixPerspectiveFovLH());
+        testDevice().clear(kBackground);
+        device()->BeginScene();
+    }
+    vexilsupport::Image finish() {
+        device()->EndScene();
+        return testDevice().readRenderTarget();
+    }
+    // Pixel where a point of the scene lands, through the viewer's matrices.
+    static std::pair<unsigned, unsigned> pixelOf(VirtualRealityDX9& scene, float x, float y) {
+        D3DXVECTOR3 ndc, point(x, y, 0);
+        D3DXVec3TransformCoord(&ndc, &point, &scene.perspectiveViewer().viewProjection());
+        return {unsigned((ndc.x + 1) * 32), unsigned((1 - ndc.y) * 32)};
+    }
+    ::testing::AssertionResult colourAt(const vexilsupport::Image& image, VirtualRealityDX9& scene, float x, float y,
+                                        D3DCOLOR expected) {
+        auto p = pixelOf(scene, x, y);
+        return vexiltest::pixelNear(image, p.first, p.second, expected, 3, vexiltest::currentTestName());
+    }
+    static std::vector<bool> coverage(const vexilsupport::Image& image) {
+        std::vector<bool> covered;
+        for (uint32_t pixel : image.pixels) covered.push_back((pixel & 0xFFFFFF) != kBackground);
+        return covered;
+    }
+    // The skinning effect compiled beside the test program.
+    bool loadSkinEffect(Effect& effect) {
+        char program[MAX_PATH];
+        std::string path(program, GetModuleFileNameA(nullptr, program, MAX_PATH));
+        holder.reset(device());
+        device()->AddRef();
+        return effect.load(zeb::String((path.substr(0, path.rfind('\\')) + "\\skinnedMesh.fxo").c_str()), holder);
+    }
+    static ULONG references(IUnknown* object) {
+        object->AddRef();
+        return object->Release();
+    }
+    void TearDown() override {
+        holder.reset();
+        DeviceTest::TearDown();
+    }
+    zeb::String path;
+    zeb::Array<zeb::String> frameList;
+    COMPtr<IDirect3DDevice9>::pointer holder;
+};
+
+}  // namespace
+
+TEST_F(SceneTest, LoadBuildsTexturesGroupsSkinsAndHidesTheFramesOfAFailedSkin) {
+    vexiltest::LogCapture log;
+    VirtualRealityDX9 scene;
+    ASSERT_TRUE(load(scene)) << log.dump();
+    const MeshManagerD3DX9& manager = scene.meshManager();
+    zeb::String tex = zeb::String(vexiltest::outputDir().c_str()) + "\\tex.png";
+    zeb::String missing = zeb::String(vexiltest::outputDir().c_str()) + "\\missing.png";
+    ASSERT_EQ(manager.textureResources().size(), 1u);  // one texture for the two materials naming tex.png
+    IDirect3DTexture9* texture = manager.textureResources()[tex].get();
+    EXPECT_EQ(manager.failedTextures().size(), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Fail to create texture" + std::string(missing.getUTF8String())), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Texture fails to load "), 1u);
+    for (const char* name : {"Left", "Right"}) {
+        const zeb::Array<COMPtr<IDirect3DTexture9>::pointer>& list = scene.frameRefByName(name).m_containerTextures[0].m_textureList;
+        ASSERT_EQ(list.size(), 2u);
+        EXPECT_EQ(list[0].get(), texture);
+        EXPECT_EQ(list[1].get(), nullptr);
+    }
+    const auto& groups = scene.textureTable();
+    ASSERT_EQ(groups.size(), 3u);
+    EXPECT_EQ(groups.keys()[0], tex);
+    EXPECT_EQ(groups.keys()[1], zeb::String("NULL"));
+    EXPECT_EQ(groups.keys()[2], missing);
+    EXPECT_EQ(groups[tex].texture(), texture);
+    EXPECT_EQ(groups[missing].texture(), nullptr);
+    EXPECT_EQ(groups[zeb::String("NULL")].frameTable().keys().size(), 3u);  // Left, Right, StubPart
+
+    // Bone frames resolved by name; the boneless container was dropped and its frame list hid StubPart.
+    ASSERT_EQ(manager.skinnedMesh().size(), 1u);
+    const SkinnedMesh& skinned = manager.skinnedMesh()[0];
+    EXPECT_EQ(skinned.numBoneInfluencePerVertex(), 2u);
+    EXPECT_EQ(skinned.fvf() & D3DFVF_POSITION_MASK, unsigned(D3DFVF_XYZB1));
+    ASSERT_EQ(skinned.boneArrays().size(), skinned.boneTableSize());
+    const zeb::Array<SkinnedMesh::BoneNode>& nodes = skinned.boneArrays()[0].nodes;
+    ASSERT_EQ(nodes.size(), 2u);
+    EXPECT_EQ(nodes[1].frameIndex, manager.frameIndex().frameListIndex()[zeb::String("Bone1")]);
+    EXPECT_EQ(nodes[1].influenceIndex, 1u);
+    EXPECT_EQ(log.count("VexilDX9", "ConvertToBlendedMesh fails"), 1u);
+    EXPECT_FALSE(scene.frameRefByName("StubPart").m_renderFrame);
+    EXPECT_TRUE(scene.frameRefByName("Stub").m_renderFrame);
+
+    // A copy's texture groups point into the copy's own frame table.
+    MeshManagerD3DX9 copy(manager);
+    copy = manager;
+    const FrameNode* first = &copy.frameIndex()[0];
+    for (const TextureTuple& group : copy.textureTable().values())
+        for (const FrameTuple& f : group.frameTable().values())
+            EXPECT_TRUE(f.frame() >= first && f.frame() < first + copy.frameIndex().size());
+    EXPECT_EQ(copy.textureTable()[tex].texture(), texture);
+}
+
+TEST_F(SceneTest, FrameListEntriesFillOneListPerSkinnedContainer) {
+    vexiltest::LogCapture log;
+    MeshManagerD3DX9 manager;
+    zeb::Array<zeb::String> entries;
+    for (const char* entry : {"0:A", "2:B", "2:C", "bad", "1:D"}) entries.append(entry);
+    EXPECT_FALSE(manager.parseSkinnedFrameExternalFrame(entries));  // stops at "bad", keeping what came before
+    ASSERT_EQ(manager.externalFrameLists().size(), 3u);
+    EXPECT_EQ(manager.externalFrameLists()[0].size(), 1u);
+    EXPECT_EQ(manager.externalFrameLists()[1].size(), 0u);
+    EXPECT_EQ(manager.externalFrameLists()[2][1], zeb::String("C"));
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list in k2m is malformed"), 1u);
+    zeb::Array<zeb::String> twoColons;
+    twoColons.append("0:A:B");
+    EXPECT_FALSE(manager.parseSkinnedFrameExternalFrame(twoColons));
+    EXPECT_TRUE(manager.parseSkinnedFrameExternalFrame(zeb::Array<zeb::String>()));
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list is empty in the k2m"), 1u);
+}
+
+TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
+    VirtualRealityDX9 scene;
+    ASSERT_TRUE(load(scene));
+    FrameNode& root = scene.frameRefByName("Root");
+    D3DXMatrixScaling(&root.m_inverseTransform, 7, 7, 7);  // a top-level frame keeps its inverses
+    // Tracks run backwards through the 4-second loop: positions 0, -1, -2, -3 read keys at 0, 3, 2, 1.
+    for (float lift : {0.0f, 0.75f, 0.5f, 0.25f}) {
+        EXPECT_TRUE(scene.animate(lift == 0 ? 0 : 1));
+        const FrameNode& bone = scene.frameRefByName("Bone1");
+        D3DXMATRIX expected, product;
+        D3DXMatrixTranslation(&expected, -0.5f, -1.5f + lift, 0);
+        for (int i = 0; i < 16; ++i) EXPECT_NEAR(bone.m_combinedTransform[i], expected[i], 1e-5) << "lift " << lift;
+        D3DXMatrixMultiply(&product, &bone.m_combinedTransform, &bone.m_inverseTransform);
+        EXPECT_NEAR(product._42, 0.0f, 1e-5);
+        EXPECT_NEAR(bone.m_invTransposeTransform._24, bone.m_inverseTransform._42, 1e-6);
+    }
+    EXPECT_EQ(root.m_inverseTransform._11, 7.0f);
+    EXPECT_TRUE(scene.perspectiveViewer().worldPosition() == D3DXVECTOR3(0, 0, -5));
+    D3DXMATRIX viewProjection;
+    D3DXMatrixMultiply(&viewProjection, &scene.perspectiveViewer().view(), &scene.perspectiveViewer().projection());
+    EXPECT_TRUE(viewProjection == scene.perspectiveViewer().viewProjection());
+
+    // Without "CameraDummy" the transforms are updated before the look-up fails.
+    std::string lone = xHeader() + frame("Lone", translation(0, 0, 0)) +
+                       "AnimationSet S { Animation { {Lone} AnimationKey { 2; 1; 0;3;4.0,0.0,0.0;;; } } }\n";
+    ASSERT_TRUE(scene.loadVirtualReality("", writeFixture("lone.x", lone).c_str(), device(), zeb::Array<zeb::String>()));
+    EXPECT_THROW(scene.animate(0), zeb::HashKeyMissing);
+    EXPECT_EQ(scene.frameRefByName("Lone").m_combinedTransform._41, 4.0f);
+}
+
+TEST_F(SceneTest, RenderDrawsMaterialsTexturesAndMovesExactlyTheVerticesOfAMovedBone) {
+    VirtualRealityDX9 scene;
+    ASSERT_TRUE(load(scene));
+    ASSERT_TRUE(scene.animate(0));
+    for (bool textured : {true, false}) {
+        prepare(scene);
+        ASSERT_TRUE(scene.render(device(), textured));
+        vexilsupport::Image image = finish();
+        SCOPED_TRACE(textured ? "textured" : "untextured");
+        EXPECT_TRUE(colourAt(image, scene, -1.75f, 0.75f, textured ? kTexture : kWhite));  // Left, face 0
+        EXPECT_TRUE(colourAt(image, scene, -2.25f, 1.25f, kGreen));                       // Left, face 1
+        EXPECT_TRUE(colourAt(image, scene, 2.25f, 0.75f, textured ? kTexture : kWhite));
+        EXPECT_TRUE(colourAt(image, scene, 1.75f, 1.25f, kRed));
+        EXPECT_TRUE(colourAt(image, scene, 0.0f, 1.0f, kWhite));  // the missing texture draws untextured
+        EXPECT_TRUE(colourAt(image, scene, 2.0f, -1.0f, kBackground));  // StubPart is hidden
+        EXPECT_TRUE(colourAt(image, scene, 0.0f, -1.25f, kMagenta));
+        EXPECT_TRUE(colourAt(image, scene, 0.0f, -0.25f, kBackground));
+    }
+    ASSERT_TRUE(scene.animate(1));  // Bone1 and the top edge rise by 0.75; the bottom edge stays
+    prepare(scene);
+    ASSERT_TRUE(scene.render(device(), true));
+    vexilsupport::Image moved = finish();
+    EXPECT_TRUE(colourAt(moved, scene, 0.0f, -0.25f, kMagenta));
+    EXPECT_TRUE(colourAt(moved, scene, 0.0f, 0.15f, kMagenta));
+    EXPECT_TRUE(colourAt(moved, scene, 0.0f, 0.4f, kBackground));
+    EXPECT_TRUE(colourAt(moved, scene, 0.0f, -1.6f, kBackground));
+    EXPECT_TRUE(colourAt(moved, scene, 0.0f, -1.4f, kMagenta));
+}
+
+TEST_F(SceneTest, TheSkinningEffectDrawsTheFixedFunctionSilhouette) {
+    vexiltest::LogCapture log;
+    VirtualRealityDX9 scene;
+    ASSERT_TRUE(load(scene));
+    Effect effect;
+    ASSERT_TRUE(loadSkinEffect(effect));
+    EXPECT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
+    zeb::Array<unsigned int> passes;
+    passes.append(0);
+    for (unsigned step : {0u, 1u}) {
+        ASSERT_TRUE(scene.animate(step));
+        prepare(scene);
+        ASSERT_TRUE(scene.renderSkin(device(), true));
+        std::vector<bool> fixedFunction = coverage(finish());
+        prepare(scene);
+        ASSERT_TRUE(scene.meshManager().renderSkin(holder, scene, true, passes));
+        vexilsupport::Image image = finish();
+        std::vector<bool> shaded = coverage(image);
+        size_t differing = 0, covered = 0;
+        for (size_t i = 0; i < shaded.size(); ++i) {
+            differing += shaded[i] != fixedFunction[i];
+            covered += shaded[i];
+        }
+        EXPECT_GT(covered, 50u) << "step " << step;
+        EXPECT_LE(differing, covered / 10) << "step " << step;  // edge pixels may round either way
+        auto p = pixelOf(scene, 0.0f, -1.25f);
+        EXPECT_EQ((image.at(p.first, p.second) >> 8) & 0xFF, 0u) << "magenta has no green";
+    }
+    // What the last combination uploaded: two bones, the third slot unused.
+    const SkinnedMesh& skinned = scene.meshManager().skinnedMesh()[0];
+    zeb::Array<int> indices;
+    indices.resize(3);
+    ASSERT_TRUE(skinned.vertexBlend()->m_blendIndices.get(indices));
+    EXPECT_EQ(std::vector<int>(indices.begin(), indices.end()), (std::vector<int>{0, 1, -1}));
+    float power = 0;
+    EXPECT_TRUE(skinned.material()->m_specularPower.get(power));
+    EXPECT_EQ(power, 90.0f);
+
+    passes.append(7);  // no such pass: the draw fails and reports a constant
+    EXPECT_FALSE(scene.meshManager().renderSkin(holder, scene, true, passes));
+    EXPECT_EQ(log.count("VexilDX9", "284 Skinned mesh draw subset failed 0x"), 1u) << log.dump();
+    effect.technique(0).end();
+    try {
+        EffectValue<float> unknown(BorrowedEffect(&effect), "noSuchParameter");
+        ADD_FAILURE() << "an unknown name must not bind";
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ(failure.file(), "VexilDX9/EffectValue");
+        EXPECT_EQ(failure.line(), 141u);
+        EXPECT_STREQ(failure.expression(), "getParameterHandle(*(effect.get()), name, m_handle)");
+    }
+}
+
+TEST_F(SceneTest, ReallocationAfterAResetDrawsTheSamePixels) {
+    VirtualRealityDX9 scene;
+    ASSERT_TRUE(load(scene));
+    holder.reset(device());
+    device()->AddRef();
+    auto draw = [&] {
+        scene.animate(1);
+        prepare(scene);
+        scene.render(device(), true);
+        return finish().pixels;
+    };
+    std::vector<uint32_t> before = draw();
+    scene.cleanup();  // Wine resets only without resources in the default pool
+    D3DPRESENT_PARAMETERS parameters = {};
+    parameters.Windowed = TRUE;
+    parameters.SwapEffect = D3DSWAPEFFECT_DISCARD;
+    parameters.BackBufferWidth = parameters.BackBufferHeight = 64;
+    parameters.BackBufferFormat = D3DFMT_X8R8G8B8;
+    parameters.EnableAutoDepthStencil = TRUE;
+    parameters.AutoDepthStencilFormat = D3DFMT_D24S8;
+    parameters.hDeviceWindow = testDevice().window();
+    ASSERT_EQ(device()->Reset(&parameters), D3D_OK);
+    ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
+    EXPECT_TRUE(draw() == before);
+}
+
+TEST_F(SceneTest, FailedLoadsAndReloadsLeaveNothingBehind) {
+    vexiltest::LogCapture log;
+    AllocationSpy spy;
+    ASSERT_TRUE(spy.registered());
+    {
+        VirtualRealityDX9 scene;
+        EXPECT_FALSE(scene.loadVirtualReality("", "", device(), frameList));
+        EXPECT_FALSE(scene.loadVirtualReality("", path, nullptr, frameList));
+        EXPECT_EQ(log.count("VexilDX9", "Cannot load a file without a filename"), 1u);
+        EXPECT_EQ(log.count("VexilDX9", "NULL render device not allowed"), 1u);
+        ASSERT_TRUE(load(scene));
+        ID3DXSkinInfo* skinInfo = D3DXFrameFind(scene.frameRoot(), "Body")->pMeshContainer->pSkinInfo;
+        skinInfo->AddRef();
+        EXPECT_EQ(references(skinInfo), 2u);  // the container's and ours: building the skin kept none
+        ASSERT_TRUE(load(scene));  // a reload destroys the first tree
+        EXPECT_EQ(skinInfo->Release(), 0u);
+        EXPECT_FALSE(scene.loadVirtualReality("", "nowhere.x", device(), frameList));
+        EXPECT_EQ(log.count("VexilDX9", "Switching to system memory"), 2u);
+        EXPECT_EQ(log.count("VexilDX9", "failed to load nowhere.x"), 1u);
+        EXPECT_EQ(scene.frameRoot(), nullptr);
+        EXPECT_TRUE(scene.textureTable().empty());
+        ASSERT_TRUE(load(scene));
+    }
+    EXPECT_EQ(spy.liveBytes(), 0);
+}
+
+// ---- Third-party scenes --------------------------------------------------------------------
+
+TEST_F(SceneTest, SampleScenesLoadAnimateAndDrawThroughBothSkinPaths) {
+    VEXIL_REQUIRE_SAMPLES();
+    Effect effect;
+    ASSERT_TRUE(loadSkinEffect(effect));
+    zeb::Array<unsigned int> passes;
+    passes.append(0);
+    zeb::Array<zeb::String> anyFrames;  // a (harmless) list for every skinned container that fails
+    for (int k = 0; k < 16; ++k) anyFrames.append((std::to_string(k) + ":none").c_str());
+    for (const char* file : {"sdk\\Tiny\\tiny.x", "sdk\\MultiAnimation\\tiny_4anim.x", "assimp\\Testwuson.X",
+                             "assimp\\BCN_Epileptic.X", "sdk\\Dwarf\\Dwarf.x"}) {
+        SCOPED_TRACE(file);
+        std::string full = vexiltest::samplesDir() + "\\" + file;
+        VirtualRealityDX9 scene;
+        ASSERT_TRUE(scene.loadVirtualReality(full.substr(0, full.rfind('\\')).c_str(), full.c_str(), device(), anyFrames));
+        try {
+            scene.animate(0);
+        } catch (const zeb::HashKeyMissing&) {  // no "CameraDummy" in these files
+        }
+        scene.meshManager().updateTransformation();
+        // Camera in front of the meshes, looking at their middle.
+        D3DXVECTOR3 low(1e30f, 1e30f, 1e30f), high(-1e30f, -1e30f, -1e30f);
+        const FrameNodeIndexer& frames = scene.meshManager().frameIndex();
+        for (unsigned i = 0; i < frames.size(); ++i)
+            for (D3DXMESHCONTAINER* c : containersOf(frames[int(i)].m_frame)) {
+                D3DXVECTOR3 centre, corner;
+                float radius = 0;
+                void* vertices = nullptr;
+                ID3DXMesh* mesh = c->MeshData.pMesh;
+                ASSERT_EQ(mesh->LockVertexBuffer(D3DLOCK_READONLY, &vertices), D3D_OK);
+                D3DXComputeBoundingSphere(static_cast<D3DXVECTOR3*>(vertices), mesh->GetNumVertices(), mesh->GetNumBytesPerVertex(), &centre, &radius);
+                mesh->UnlockVertexBuffer();
+                D3DXVec3TransformCoord(&centre, &centre, &frames[int(i)].m_combinedTransform);
+                D3DXVec3Minimize(&low, &low, &(corner = centre - D3DXVECTOR3(radius, radius, radius)));
+                D3DXVec3Maximize(&high, &high, &(corner = centre + D3DXVECTOR3(radius, radius, radius)));
+            }
+        D3DXVECTOR3 middle = (low + high) * 0.5f, size = high - low;
+        float reach = std::fmax(1.0f, D3DXVec3Length(&size));
+        PerspectiveViewer& viewer = scene.perspectiveViewer();
+        viewer.setZPlane(reach * 0.01f, reach * 100);
+        viewer.setLookAt(middle);
+        viewer.setTranslation(middle - D3DXVECTOR3(0, 0, reach * 2));
+        viewer.matrixLookAtLH();
+        viewer.calculateViewInverse();
+        viewer.matrixPerspectiveFovLH();
+        viewer.calculateViewProjectionLH();
+        prepare(scene);
+        EXPECT_TRUE(scene.render(device(), true));
+        std::vector<bool> drawn = coverage(finish());
+        EXPECT_GT(std::count(drawn.begin(), drawn.end(), true), 4);
+        if (scene.meshManager().skinnedMesh().empty()) continue;
+        EXPECT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
+        prepare(scene);
+        EXPECT_TRUE(scene.meshManager().renderSkin(holder, scene, true, passes));
+        drawn = coverage(finish());
+        EXPECT_GT(std::count(drawn.begin(), drawn.end(), true), 4);
+    }
+}
