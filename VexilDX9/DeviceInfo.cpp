@@ -100,7 +100,13 @@ bool DeviceInfo::pixelShaderVersion(const zeb::String& name, unsigned int& major
 SharedDeviceInfo& enumerateHALDeviceInformation() {
     // A plain flag: the library is driven from one thread.
     if (!halSnapshotBuilt) {
-        halSnapshot.reset(new DeviceInfo(direct3D9Object(), D3DDEVTYPE_HAL));
+        COMPtr<IDirect3D9>::pointer d3d = direct3D9Object();
+        // Without Direct3D the snapshot stays empty (every lookup fails) and is tried again next time.
+        if (!d3d) {
+            if (!halSnapshot) halSnapshot.reset(new DeviceInfo());
+            return halSnapshot;
+        }
+        halSnapshot.reset(new DeviceInfo(d3d, D3DDEVTYPE_HAL));
         halSnapshotBuilt = true;
     }
     return halSnapshot;

@@ -17,16 +17,25 @@ bool readWholeFile(HANDLE file, LONGLONG size, std::vector<uint8_t>& bytes) {
                              read == bytes.size());
 }
 
-// True when the file was read and is no sound compiled effect (or is far too large for one):
-// D3DX reads compiled effects without bounds checks. A file that cannot be read is left to D3DX
-// to report.
+bool carriesEffectTag(HANDLE file) {
+    uint8_t tag[4];
+    DWORD read = 0;
+    LARGE_INTEGER start = {};
+    bool tagged = ReadFile(file, tag, sizeof(tag), &read, nullptr) && VexilDX9::hasEffectBinaryTag(tag, read);
+    return SetFilePointerEx(file, start, nullptr, FILE_BEGIN) && tagged;
+}
+
+// True when the file is a compiled effect (it carries the fx_2_0 tag) that does not hold together,
+// or is far too large to be one: D3DX reads compiled effects without bounds checks. Every other
+// file, effect source included (D3DX compiles it itself on Windows), goes to D3DX as it is, as
+// does a file that cannot be read.
 bool isRefusedEffectFile(const zeb::String& effectFile) {
     HANDLE file = CreateFileW(effectFile.getWideBuffer(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
     LARGE_INTEGER size;
     std::vector<uint8_t> bytes;
-    bool refused = GetFileSizeEx(file, &size) &&
+    bool refused = GetFileSizeEx(file, &size) && carriesEffectTag(file) &&
                    (size.QuadPart > kLargestEffectFile ||
                     (readWholeFile(file, size.QuadPart, bytes) &&
                      !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())));

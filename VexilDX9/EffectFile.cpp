@@ -1,7 +1,9 @@
 #include <VexilDX9/EffectFile.h>
+#include <VexilDX9/EffectShaderCheck.h>
 
 #include <d3dx9.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace VexilDX9 {
@@ -14,7 +16,6 @@ const uint32_t kNoUser = 0xFFFFFFFF;
 const uint32_t kStateOperationCount = 0xB3;  // entries of D3DX's state table
 const uint32_t kMaxDimension = 4;            // rows and columns of Direct3D 9 types
 const unsigned kMaxNesting = 16;             // D3DX recurses once per level
-const uint32_t kShaderEnd = 0x0000FFFF;
 const uint64_t kObjectValueBytes = sizeof(void*);  // D3DX keeps an object value as a pointer
 
 // Smallest size of one record, to refuse counts the remaining bytes could never hold.
@@ -26,6 +27,7 @@ enum ResourceUsage : uint32_t { UsageObjectData = 0, UsageParameterName = 1, Usa
 bool isSamplerType(uint32_t type) { return type >= D3DXPT_SAMPLER && type <= D3DXPT_SAMPLERCUBE; }
 bool isShaderType(uint32_t type) { return type == D3DXPT_PIXELSHADER || type == D3DXPT_VERTEXSHADER; }
 bool isObjectType(uint32_t type) { return (type >= D3DXPT_STRING && type <= D3DXPT_SAMPLERCUBE) || isShaderType(type); }
+bool isNumericType(uint32_t type) { return type == D3DXPT_BOOL || type == D3DXPT_INT || type == D3DXPT_FLOAT; }
 bool isExpressionType(uint32_t type) {
     return type == D3DXPT_BOOL || type == D3DXPT_INT || type == D3DXPT_FLOAT || type == D3DXPT_STRING;
 }
@@ -43,14 +45,6 @@ uint32_t wordAt(const uint8_t* bytes) {
     return word;
 }
 
-// Shader code must start with a version token and end with the end token: the device walks it
-// without a size.
-bool isShaderCode(const uint8_t* bytes, uint32_t size) {
-    if (size < 8 || size % 4 != 0) return false;
-    uint32_t kind = wordAt(bytes) >> 16;
-    return (kind == 0xFFFE || kind == 0xFFFF) && wordAt(bytes + size - 4) == kShaderEnd;
-}
-
 bool hasTerminator(const uint8_t* bytes, size_t size) { return size > 0 && std::memchr(bytes, 0, size) != nullptr; }
 
 struct TypeDef {
@@ -60,6 +54,7 @@ struct TypeDef {
     uint32_t rows = 0;
     uint32_t columns = 0;
     uint64_t elementBytes = 0;  // what D3DX allocates for one element
+    uint32_t nameOffset = 0;
     std::vector<TypeDef> members;
 
     uint64_t bytes() const { return elements ? saturatingProduct(elementBytes, elements) : elementBytes; }
@@ -144,6 +139,7 @@ private:
         if (!plain(at, out.type) || !plain(at, out.cls) || !structural(at, nameOffset) ||
             !structural(at, semanticOffset) || !structural(at, out.elements))
             return false;
+        out.nameOffset = nameOffset;
         return name(nameOffset, named) && name(semanticOffset, false) && typeShape(at, named, depth, out);
     }
 
@@ -153,7 +149,7 @@ private:
         case D3DXPC_VECTOR:
         case D3DXPC_MATRIX_ROWS:
         case D3DXPC_MATRIX_COLUMNS:
-            return numericShape(at, out) && numericShapeFitsClass(out);
+            return isNumericType(out.type) && numericShape(at, out) && numericShapeFitsClass(out);
         case D3DXPC_OBJECT:
             out.elementBytes = isSamplerType(out.type) ? 0 : kObjectValueBytes;
             return isObjectType(out.type);
@@ -182,9 +178,10 @@ private:
         return type.cls != D3DXPC_VECTOR || type.rows == 1;
     }
 
+    // D3DX divides by the size of a struct's members, so a struct has at least one.
     bool structShape(size_t& at, bool named, unsigned depth, TypeDef& out) {
         uint32_t memberCount = 0;
-        if (!count(at, memberCount, kTypeRecord)) return false;
+        if (!count(at, memberCount, kTypeRecord) || memberCount == 0) return false;
         out.members.resize(memberCount);
         for (TypeDef& member : out.members) {
             if (!typeDef(at, named, depth + 1, member)) return false;
@@ -339,9 +336,30 @@ private:
     }
 
     // D3DX creates the object through the parameter that named it, so there must be one.
-    static bool objectFits(uint32_t user, const uint8_t* bytes, uint32_t size) {
+    bool objectFits(uint32_t user, const uint8_t* bytes, uint32_t size) const {
         if (user == kNoUser) return false;
-        return !isShaderType(user) || isShaderCode(bytes, size);
+        return !isShaderType(user) || code(bytes, size, CodeKind::Shader);
+    }
+
+    // Shader code must start with a version token and end with the end token (the device walks it
+    // without a size); D3DX reads its comments and constant tables unchecked.
+    bool code(const uint8_t* bytes, size_t size, CodeKind kind) const {
+        ConstantRule agrees = [this](const ConstantShape& shape) { return parameterAgrees(shape); };
+        return isSoundEffectCode(bytes, size, kind, agrees, m_base - kHeaderBytes, m_structuralWords);
+    }
+
+    // A constant names a top-level parameter by its name; D3DX sizes the copy of a numeric value by
+    // both, so they must describe the same value.
+    bool parameterAgrees(const ConstantShape& shape) const {
+        for (const ParameterInfo& parameter : m_parameters) {
+            const TypeDef& type = parameter.type;
+            if (std::strcmp(reinterpret_cast<const char*>(m_base + type.nameOffset + 4), shape.name) != 0) continue;
+            if (type.cls > D3DXPC_MATRIX_COLUMNS) return true;  // D3DX checks samplers itself
+            return shape.cls <= D3DXPC_MATRIX_COLUMNS && shape.type == type.type && shape.rows == type.rows &&
+                   shape.columns == type.columns &&
+                   std::max<uint32_t>(shape.elements, 1) == std::max<uint32_t>(type.elements, 1);
+        }
+        return true;
     }
 
     bool resource(size_t& at) {
@@ -360,8 +378,8 @@ private:
         switch (usage) {
         case UsageObjectData:
             if (isShaderType(state.type))
-                return size == 0 || (isShaderCode(bytes, size) && objectFits(m_objectUsers[state.objectId], bytes, size));
-            return isExpressionType(state.type) && size > 0;
+                return size == 0 || objectFits(m_objectUsers[state.objectId], bytes, size);
+            return isExpressionType(state.type) && size > 0 && code(bytes, size, CodeKind::Expression);
         case UsageParameterName:
             return hasTerminator(bytes, size);
         case UsageArraySelector:
@@ -372,10 +390,12 @@ private:
     }
 
     // The name of the array (its size word first), then the expression choosing the element.
-    static bool arraySelectorFits(const uint8_t* bytes, uint32_t size) {
+    bool arraySelectorFits(const uint8_t* bytes, uint32_t size) const {
         if (size < 8) return false;
         uint64_t nameLength = wordAt(bytes);
-        return nameLength + 4 <= size && hasTerminator(bytes + 4, static_cast<size_t>(nameLength));
+        if (nameLength + 4 > size || !hasTerminator(bytes + 4, static_cast<size_t>(nameLength))) return false;
+        size_t expression = static_cast<size_t>(nameLength) + 4;
+        return code(bytes + expression, size - expression, CodeKind::Expression);
     }
 
     const StateInfo* samplerState(uint32_t index, uint32_t element, uint32_t stateIndex) const {
@@ -408,8 +428,10 @@ private:
 
 }  // namespace
 
+bool hasEffectBinaryTag(const uint8_t* data, size_t size) { return data && size >= 4 && wordAt(data) == kEffectTag; }
+
 bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords) {
-    if (!data || size < kHeaderBytes || wordAt(data) != kEffectTag) return false;
+    if (size < kHeaderBytes || !hasEffectBinaryTag(data, size)) return false;
     if (structuralWords) structuralWords->push_back(4);
     return EffectWalker(data, size, structuralWords).walk(wordAt(data + 4));
 }

@@ -2,6 +2,7 @@
 #include <zeb/Exception.h>
 #include <zeb/Logger.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -11,11 +12,15 @@ const char kSource[] = "VexilDX9/EffectValue";
 
 ID3DXEffect* d3dx(const Effect& effect) { return effect.effect().get(); }
 
-// Logs "<message><effect file>" at the given line tag when hr failed; returns whether it succeeded.
-bool succeeded(HRESULT hr, unsigned line, const char* message, const Effect& effect) {
-    if (SUCCEEDED(hr)) return true;
+// Logs "<message><effect file>" at the given line tag. Kept out of line, so that a successful call
+// costs no more than the D3DX call it wraps and one test.
+[[gnu::noinline, gnu::cold]] bool failed(unsigned line, const char* message, const Effect& effect) {
     ZEB_LOG(valueLogger, 3, line, message + effect.effectFileName());
     return false;
+}
+
+inline bool succeeded(HRESULT hr, unsigned line, const char* message, const Effect& effect) {
+    return SUCCEEDED(hr) || failed(line, message, effect);
 }
 
 bool arrayHasStorage(unsigned size, unsigned line) {
@@ -24,12 +29,18 @@ bool arrayHasStorage(unsigned size, unsigned line) {
     return false;
 }
 
+// Reads into a buffer first, so that a failed read leaves the array as it was. Palettes and the
+// like fit a buffer on the stack; only larger arrays take one from the heap.
 template <class T, class Read>
 bool readArray(const Effect& effect, zeb::Array<T>& values, Read read) {
-    if (!arrayHasStorage(values.size(), 72)) return false;
-    std::unique_ptr<T[]> buffer(new T[values.size()]);
-    if (!succeeded(read(buffer.get(), values.size()), 84, "Unable to get Array from effect ", effect)) return false;
-    for (unsigned i = 0; i < values.size(); ++i) values[i] = buffer[i];
+    const unsigned size = values.size();
+    if (!arrayHasStorage(size, 72)) return false;
+    const unsigned kOnStack = 3840 / sizeof(T);
+    T local[kOnStack];
+    std::unique_ptr<T[]> onHeap(size > kOnStack ? new T[size] : nullptr);
+    T* buffer = onHeap ? onHeap.get() : local;
+    if (!succeeded(read(buffer, size), 84, "Unable to get Array from effect ", effect)) return false;
+    std::copy(buffer, buffer + size, values.getData());
     return true;
 }
 

@@ -12,10 +12,6 @@ namespace {
 
 const unsigned int kNoOrdinal = 0xFFFFFFFF;
 
-RenderDeviceManagerDX9::DeviceGroupListHolder copyOf(const RenderDeviceManagerDX9::DeviceGroupListHolder& groups) {
-    return RenderDeviceManagerDX9::DeviceGroupListHolder(groups ? new zeb::Array<DeviceGroup>(*groups) : nullptr);
-}
-
 bool hasGroups(const RenderDeviceManagerDX9::DeviceGroupListHolder& groups) { return groups && !groups->empty(); }
 
 }  // namespace
@@ -42,28 +38,10 @@ RenderDeviceManagerDX9::RenderDeviceManagerDX9() : m_usable(false) {
     m_refGroups = createDeviceGroup(D3DDEVTYPE_REF);
 }
 
-// Groups are copied, so filing parameters in one copy leaves the other alone; devices are shared.
-RenderDeviceManagerDX9::RenderDeviceManagerDX9(const RenderDeviceManagerDX9& other)
-    : m_usable(other.m_usable),
-      m_d3d(other.m_d3d),
-      m_halGroups(copyOf(other.m_halGroups)),
-      m_refGroups(copyOf(other.m_refGroups)),
-      m_halDevices(other.m_halDevices),
-      m_refDevices(other.m_refDevices),
-      m_windowIndex(other.m_windowIndex) {}
-
-RenderDeviceManagerDX9& RenderDeviceManagerDX9::operator=(const RenderDeviceManagerDX9& other) {
-    if (this != &other) {
-        m_usable = other.m_usable;
-        m_d3d = other.m_d3d;
-        m_halGroups = copyOf(other.m_halGroups);
-        m_refGroups = copyOf(other.m_refGroups);
-        m_halDevices = other.m_halDevices;
-        m_refDevices = other.m_refDevices;
-        m_windowIndex = other.m_windowIndex;
-    }
-    return *this;
-}
+// Members are copied with their holders' own semantics: the groups travel in transfer holders,
+// so the copy takes them and the source is left without; devices are shared.
+RenderDeviceManagerDX9::RenderDeviceManagerDX9(const RenderDeviceManagerDX9& other) = default;
+RenderDeviceManagerDX9& RenderDeviceManagerDX9::operator=(const RenderDeviceManagerDX9& other) = default;
 
 // Members go in reverse order: index, devices, groups, then the Direct3D object.
 RenderDeviceManagerDX9::~RenderDeviceManagerDX9() = default;
@@ -168,7 +146,11 @@ unsigned int RenderDeviceManagerDX9::createRenderDevice(D3DDEVTYPE type,
 
 RenderDeviceManagerDX9::RenderDeviceReference RenderDeviceManagerDX9::renderDevice(D3DDEVTYPE type, HWND window) {
     for (const DeviceWindowIndex& entry : m_windowIndex) {
-        if (entry.window == window) return RenderDeviceReference(devicesOf(type)[entry.deviceIndex].get());
+        if (entry.window != window) continue;
+        // The index was filed for the latest call's type; the other list may not reach that far.
+        const zeb::Array<SharedRenderDevice>& devices = devicesOf(type);
+        return entry.deviceIndex < devices.size() ? RenderDeviceReference(devices[entry.deviceIndex].get())
+                                                  : RenderDeviceReference();
     }
     return RenderDeviceReference();
 }

@@ -28,7 +28,7 @@ bool Technique::initialize(ID3DXEffect* effect, unsigned int index) {
         return false;
     }
     effect->GetTechniqueDesc(m_handle, &m_desc);
-    m_name = zeb::String::fromUTF8(m_desc.Name);
+    m_name = zeb::String(m_desc.Name);  // 8-bit text, each byte one character
     for (unsigned int i = 0; i < m_desc.Passes; ++i) {
         Pass pass;
         pass.handle = effect->GetPass(m_handle, i);

@@ -12,6 +12,7 @@
 #include <VexilDX9/RenderDeviceDX9.h>
 #include <VexilDX9/RenderDeviceManagerDX9.h>
 #include <VexilDX9/DeviceInfo.h>
+#include <VexilDX9/Adapter.h>
 #include <VexilDX9/Query.h>
 #include <VexilDX9/SceneLoaderX.h>
 #include <VexilDX9/FrameNodeIndexer.h>
@@ -22,3 +23,6 @@
 #include <VexilDX9/SkinnedMesh.h>
 #include <VexilDX9/MeshManagerd3dx9.h>
 #include <VexilDX9/VirtualRealityDX9.h>
+#include <VexilDX9/BlinnPhongShading.h>
+#include <VexilDX9/LightingEffect.h>
+#include <VexilDX9/ShadowMap.h>

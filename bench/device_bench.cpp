@@ -1,5 +1,5 @@
-// Render device management against bare Direct3D: bringing a windowed device up and down through
-// the manager, and finding the device of a window among 64.
+// Device management against bare Direct3D: bringing a windowed device up and down through the
+// manager and through the multi-head adapter, and finding the device of a window among 64.
 #include <VexilDX9/VexilDX9.h>
 
 #include "BenchTimer.h"
@@ -7,6 +7,7 @@
 #include <d3d9.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -78,17 +79,24 @@ bool managedDeviceUpAndDown(const zeb::String& adapter, HWND window) {
     return manager.createRenderDevice(D3DDEVTYPE_HAL, parametersFor(adapter, {window}), window) == 1;
 }
 
+// Times a device brought up and down both ways: both paths warmed once (driver start-up), then
+// alternated so drift hits both alike, best of seven each.
+template <class Ours, class Bare>
+void compareUpAndDown(const char* what, Ours ours, Bare bare, const char* bareName) {
+    bool ok = bare() && ours();
+    double oursTime = 1e30, bareTime = 1e30;
+    for (int round = 0; round < 7; ++round) {
+        bareTime = std::min(bareTime, vexilbench::bestOf(1, [&] { ok = bare() && ok; }));
+        oursTime = std::min(oursTime, vexilbench::bestOf(1, [&] { ok = ours() && ok; }));
+    }
+    if (!ok) std::printf("%s: device creation failed\n", what);
+    vexilbench::report(what, oursTime, bareTime, bareName, 1.1);
+}
+
 void benchDeviceLifetime(const zeb::String& adapter) {
     HWND window = makeWindow();
-    // Warm both paths once (driver start-up), then alternate so drift hits both alike.
-    bool ok = bareDeviceUpAndDown(window) && managedDeviceUpAndDown(adapter, window);
-    double ours = 1e30, theirs = 1e30;
-    for (int round = 0; round < 7; ++round) {
-        theirs = std::min(theirs, vexilbench::bestOf(1, [&] { ok = bareDeviceUpAndDown(window) && ok; }));
-        ours = std::min(ours, vexilbench::bestOf(1, [&] { ok = managedDeviceUpAndDown(adapter, window) && ok; }));
-    }
-    if (!ok) std::printf("device creation failed\n");
-    vexilbench::report("createRenderDevice + teardown (1 window)", ours, theirs, "Direct3DCreate9/CreateDevice/Release", 1.1);
+    compareUpAndDown("createRenderDevice + teardown (1 window)", [&] { return managedDeviceUpAndDown(adapter, window); },
+                     [&] { return bareDeviceUpAndDown(window); }, "Direct3DCreate9/CreateDevice/Release");
     DestroyWindow(window);
 }
 
@@ -127,6 +135,51 @@ void benchWindowLookup(const zeb::String& adapter) {
     for (HWND window : windows) DestroyWindow(window);
 }
 
+// The calls the adapter's result amounts to, with the same present parameters, done by hand.
+bool bareChainUpAndDown(HWND window) {
+    IDirect3D9* d3d = Direct3DCreate9(D3D_SDK_VERSION);
+    if (!d3d) return false;
+    D3DDISPLAYMODE mode = {};
+    d3d->GetAdapterDisplayMode(D3DADAPTER_DEFAULT, &mode);
+    D3DPRESENT_PARAMETERS pp = {};
+    pp.BackBufferCount = 1;
+    pp.Windowed = TRUE;
+    pp.BackBufferFormat = mode.Format;
+    pp.hDeviceWindow = window;
+    pp.SwapEffect = D3DSWAPEFFECT_COPY;
+    pp.EnableAutoDepthStencil = TRUE;
+    pp.AutoDepthStencilFormat = D3DFMT_D24S8;
+    IDirect3DDevice9* device = nullptr;
+    IDirect3DSwapChain9* chain = nullptr;
+    IDirect3DSurface9* depth = nullptr;
+    const bool ok = SUCCEEDED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
+                                                D3DCREATE_HARDWARE_VERTEXPROCESSING, &pp, &device)) &&
+                    SUCCEEDED(device->GetSwapChain(0, &chain)) && SUCCEEDED(device->GetDepthStencilSurface(&depth));
+    if (depth) depth->Release();
+    if (chain) chain->Release();
+    if (device) device->Release();
+    d3d->Release();
+    return ok;
+}
+
+bool adapterChainUpAndDown(const zeb::Array<zeb::String>& names, const zeb::Array<HWND>& windows) {
+    AdapterD3D9 adapter;
+    const bool ok = adapter.initialize() && adapter.createSwapChain(names, windows[0], windows, true, D3DDEVTYPE_HAL);
+    adapter.cleanup();
+    return ok;
+}
+
+void benchAdapterChain(const zeb::String& adapter) {
+    HWND window = makeWindow();
+    zeb::Array<HWND> windows;
+    windows.append(window);
+    zeb::Array<zeb::String> names;
+    names.append(adapter);
+    compareUpAndDown("createSwapChain + cleanup (1 windowed head)", [&] { return adapterChainUpAndDown(names, windows); },
+                     [&] { return bareChainUpAndDown(window); }, "Create9/CreateDevice/GetSwapChain/GetDepth/Release");
+    DestroyWindow(window);
+}
+
 }  // namespace
 
 int main() {
@@ -138,5 +191,6 @@ int main() {
     }
     benchDeviceLifetime(adapters[0]);
     benchWindowLookup(adapters[0]);
+    benchAdapterChain(adapters[0]);
     return 0;
 }

@@ -54,6 +54,30 @@ D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& b
     return pp;
 }
 
+std::vector<unsigned> toVector(const zeb::Array<unsigned>& array) { return std::vector<unsigned>(array.begin(), array.end()); }
+
+void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
+                     const char* file) {
+    try {
+        action();
+        ADD_FAILURE() << "no assertion failure for " << expression;
+    } catch (const zeb::AssertionFailure& failure) {
+        EXPECT_STREQ(file, failure.file());
+        EXPECT_TRUE(line == 0 || line == failure.line()) << failure.line();
+        EXPECT_STREQ(expression, failure.expression());
+    }
+}
+
+TestWindows::TestWindows(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) m_windows.emplace_back(new TestWindow());
+}
+
+zeb::Array<HWND> TestWindows::list(unsigned n) const {
+    zeb::Array<HWND> handles;
+    for (unsigned i = 0; i < n; ++i) handles.append((*this)[i]);
+    return handles;
+}
+
 // ---- RealDirect3DTest ----
 
 void RealDirect3DTest::SetUp() {
@@ -110,7 +134,7 @@ void ScriptedDirect3DTest::TearDown() {
                                              << ledger->liveDevices;
 }
 
-void ScriptedDirect3DTest::setHeads(std::initializer_list<UINT> masters) {
+void ScriptedDirect3DTest::setHeads(const std::vector<UINT>& masters) {
     std::vector<ScriptedAdapter> adapters;
     for (UINT master : masters) {
         ScriptedAdapter a;

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -26,6 +27,23 @@ std::string lowerCase(std::string text);
 // The display device name of a real adapter.
 std::string realAdapterName(IDirect3D9* d3d, UINT ordinal = 0);
 D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& buffer);
+
+const unsigned kNotFound = 0xFFFFFFFF;
+std::vector<unsigned> toVector(const zeb::Array<unsigned>& array);
+// Runs action and checks that it fails the check of that text (and line, unless 0) in file.
+void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
+                     const char* file = "VexilDX9/Adapter");
+
+// Hidden windows, handed out as handles or as the first n in a library array.
+class TestWindows {
+public:
+    explicit TestWindows(unsigned count);
+    HWND operator[](unsigned i) const { return m_windows[i]->handle(); }
+    zeb::Array<HWND> list(unsigned n) const;
+
+private:
+    std::vector<std::unique_ptr<TestWindow>> m_windows;
+};
 
 // The library on the real Direct3D of wined3d. Every Direct3D object the library creates is
 // watched, as are devices handed to watch(); at teardown each must be released to zero.
@@ -53,7 +71,7 @@ protected:
     void TearDown() override;
     // Adapters named HEAD0, HEAD1, ... with the given master ordinals (ordinals in group and
     // group sizes follow from them).
-    void setHeads(std::initializer_list<UINT> masters);
+    void setHeads(const std::vector<UINT>& masters);
     std::string headName(UINT ordinal) const { return "\\\\.\\HEAD" + std::to_string(ordinal); }
 
     LogCapture log;

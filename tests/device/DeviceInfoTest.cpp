@@ -4,61 +4,47 @@
 namespace vexiltest {
 namespace {
 
-class DeviceInfoOnScriptedAdapters : public ::testing::Test {
+class DeviceInfoOnScriptedAdapters : public ScriptedDirect3DTest {
 protected:
     void SetUp() override {
-        ledger = std::make_shared<ComLedger>();
-        d3d = new ScriptedDirect3D9(Direct3DCreate9(D3D_SDK_VERSION), ledger);
-        ScriptedAdapter first, second;
-        first.deviceName = "\\\\.\\DISPLAY7";
-        first.vertexShaderVersion = D3DVS_VERSION(3, 0);
-        first.pixelShaderVersion = D3DPS_VERSION(3, 0);
-        second.deviceName = "\\\\.\\DISPLAY8";
-        second.masterOrdinal = 0;
-        second.ordinalInGroup = 1;
-        second.vertexShaderVersion = D3DVS_VERSION(2, 1);
-        second.pixelShaderVersion = D3DPS_VERSION(2, 0);
-        d3d->setAdapters({first, second});
-    }
-    void TearDown() override {
-        EXPECT_EQ(0u, d3d->Release());
-        EXPECT_TRUE(ledger->allReleasedToZero());
+        ScriptedDirect3DTest::SetUp();
+        setHeads({0, 0});
+        d3d->adapter(0).vertexShaderVersion = D3DVS_VERSION(3, 0);
+        d3d->adapter(0).pixelShaderVersion = D3DPS_VERSION(3, 0);
+        d3d->adapter(1).vertexShaderVersion = D3DVS_VERSION(2, 1);
     }
     COMPtr<IDirect3D9>::pointer held() {
         d3d->AddRef();
         return COMPtr<IDirect3D9>::pointer(d3d);
     }
-
-    std::shared_ptr<ComLedger> ledger;
-    ScriptedDirect3D9* d3d = nullptr;
 };
 
 TEST_F(DeviceInfoOnScriptedAdapters, LooksAdaptersUpByNameIgnoringCase) {
     DeviceInfo info(held(), D3DDEVTYPE_HAL);
     ASSERT_EQ(2u, info.numDevices());
     ASSERT_EQ(2u, info.deviceNames().size());
-    EXPECT_EQ(zeb::String("\\\\.\\DISPLAY8"), info.deviceNames()[1]);
+    EXPECT_EQ(zeb::String("\\\\.\\HEAD1"), info.deviceNames()[1]);
 
     unsigned ordinal = 99, master = 99, inGroup = 99;
-    EXPECT_TRUE(info.deviceOrdinal("\\\\.\\display8", ordinal));
+    EXPECT_TRUE(info.deviceOrdinal("\\\\.\\head1", ordinal));
     EXPECT_EQ(1u, ordinal);
-    EXPECT_TRUE(info.groupInfo("\\\\.\\Display8", master, inGroup));
+    EXPECT_TRUE(info.groupInfo("\\\\.\\Head1", master, inGroup));
     EXPECT_EQ(0u, master);
     EXPECT_EQ(1u, inGroup);
 
     // The vertex form keeps the type bits in major; the pixel form does not.
     unsigned token = 0, major = 0, minor = 99;
-    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY7", token));
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\HEAD0", token));
     EXPECT_EQ(0xFFFE0300u, token);
-    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY7", major, minor));
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\HEAD0", major, minor));
     EXPECT_EQ(0xFFFE03u, major);
     EXPECT_EQ(0u, minor);
-    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\DISPLAY7", token));
+    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\HEAD0", token));
     EXPECT_EQ(0xFFFF0300u, token);
-    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\DISPLAY7", major, minor));
+    EXPECT_TRUE(info.pixelShaderVersion("\\\\.\\HEAD0", major, minor));
     EXPECT_EQ(3u, major);
     EXPECT_EQ(0u, minor);
-    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\DISPLAY8", major, minor));
+    EXPECT_TRUE(info.vertexShaderVersion("\\\\.\\HEAD1", major, minor));
     EXPECT_EQ(0xFFFE02u, major);
     EXPECT_EQ(1u, minor);
 
@@ -77,18 +63,13 @@ TEST_F(DeviceInfoOnScriptedAdapters, LooksAdaptersUpByNameIgnoringCase) {
     d3d->adapter(0).deviceName = "\\\\.\\OTHER";
     EXPECT_EQ(1u, info.initialize(held(), D3DDEVTYPE_HAL));
     EXPECT_EQ(1u, info.deviceNames().size());
-    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\DISPLAY7", ordinal));
-    EXPECT_TRUE(copy.deviceOrdinal("\\\\.\\DISPLAY7", ordinal));
+    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\HEAD0", ordinal));
+    EXPECT_TRUE(copy.deviceOrdinal("\\\\.\\HEAD0", ordinal));
 }
 
 TEST(DeviceInfo, RequiresADirect3DObject) {
-    try {
-        DeviceInfo info(COMPtr<IDirect3D9>::pointer(), D3DDEVTYPE_HAL);
-        FAIL() << "no assertion failure";
-    } catch (const zeb::AssertionFailure& failure) {
-        EXPECT_STREQ("VexilDX9/DeviceInfo", failure.file());
-        EXPECT_STREQ("d3d9Obj.get() != NULL", failure.expression());
-    }
+    expectAssertion([] { DeviceInfo info(COMPtr<IDirect3D9>::pointer(), D3DDEVTYPE_HAL); }, 0, "d3d9Obj.get() != NULL",
+                    "VexilDX9/DeviceInfo");
 }
 
 TEST(DeviceInfo, SharedHalSnapshotIsBuiltOnceAndServesTheExportedQueries) {

@@ -8,21 +8,11 @@ namespace {
 
 const char kCommonLog[] = "VexilDX9.Common";
 
-class AdapterRecords : public ::testing::Test {
+class AdapterRecords : public ScriptedDirect3DTest {
 protected:
     void SetUp() override {
-        ledger = std::make_shared<ComLedger>();
-        d3d = new ScriptedDirect3D9(Direct3DCreate9(D3D_SDK_VERSION), ledger);
-        ScriptedAdapter a, b;
-        a.deviceName = "\\\\.\\CARD0";
-        a.adaptersInGroup = 2;
-        b.deviceName = "\\\\.\\CARD1";
-        b.ordinalInGroup = 1;
-        d3d->setAdapters({a, b});
-    }
-    void TearDown() override {
-        EXPECT_EQ(0u, d3d->Release());
-        EXPECT_TRUE(ledger->allReleasedToZero());
+        ScriptedDirect3DTest::SetUp();
+        setHeads({0, 0});
     }
     // A group with both heads of the scripted card.
     DeviceGroup card() {
@@ -32,9 +22,6 @@ protected:
         for (unsigned i = 0; i < 2; ++i) group.group().adapterInfoList()[i].populateInfo(i, D3DDEVTYPE_HAL, d3d);
         return group;
     }
-
-    std::shared_ptr<ComLedger> ledger;
-    ScriptedDirect3D9* d3d = nullptr;
     TestWindow w0, w1, w2;
 };
 
@@ -43,22 +30,22 @@ TEST_F(AdapterRecords, AnUnpopulatedRecordReadsAsAllZero) {
     EXPECT_EQ(0u, empty.caps().AdapterOrdinal);
     EXPECT_EQ('\0', empty.identifier().DeviceName[0]);
     EXPECT_EQ(0u, empty.ordinal(""));
-    EXPECT_EQ(0xFFFFFFFFu, empty.ordinal("\\\\.\\CARD0"));
+    EXPECT_EQ(0xFFFFFFFFu, empty.ordinal("\\\\.\\HEAD0"));
 }
 
 TEST_F(AdapterRecords, ParametersAccumulateOnTheAdapterTheyName) {
     DeviceGroup group = card();
-    EXPECT_EQ(1u, group.ordinal("\\\\.\\card1"));
+    EXPECT_EQ(1u, group.ordinal("\\\\.\\head1"));
     EXPECT_TRUE(group.group().contains(1));
     EXPECT_FALSE(group.group().contains(2));
 
-    EXPECT_TRUE(group.addParameter(parameter("\\\\.\\card1", {windowedChain(w0.handle()), windowedChain(w1.handle())})));
-    EXPECT_TRUE(group.addParameter(parameter("\\\\.\\CARD1", {windowedChain(w2.handle())})));
-    EXPECT_FALSE(group.addParameter(parameter("\\\\.\\CARD9", {windowedChain(w2.handle())})));
+    EXPECT_TRUE(group.addParameter(parameter("\\\\.\\head1", {windowedChain(w0.handle()), windowedChain(w1.handle())})));
+    EXPECT_TRUE(group.addParameter(parameter("\\\\.\\HEAD1", {windowedChain(w2.handle())})));
+    EXPECT_FALSE(group.addParameter(parameter("\\\\.\\HEAD9", {windowedChain(w2.handle())})));
 
     AdapterInfo found;
     ASSERT_TRUE(group.group().find(1, found));
-    EXPECT_EQ(zeb::String("\\\\.\\card1"), found.renderParameter().adapterId) << "the first filed id stays";
+    EXPECT_EQ(zeb::String("\\\\.\\head1"), found.renderParameter().adapterId) << "the first filed id stays";
     ASSERT_EQ(3u, found.renderParameter().swapChains.size());
     EXPECT_EQ(w2.handle(), found.renderParameter().swapChains[2].window);
     AdapterInfo untouched = found;
@@ -88,11 +75,10 @@ TEST_F(AdapterRecords, GroupsCompareByHeadOrdinalOnly) {
     EXPECT_TRUE(group == other);
     other.headOrdinal() = 1;
     EXPECT_FALSE(group == other);
-    EXPECT_FALSE(other.addParameter(parameter("\\\\.\\CARD0", {windowedChain(w0.handle())})));
+    EXPECT_FALSE(other.addParameter(parameter("\\\\.\\HEAD0", {windowedChain(w0.handle())})));
 }
 
 TEST_F(AdapterRecords, FailedCapsAreLoggedWithTheTypeName) {
-    LogCapture log;
     d3d->adapter(1).capsResult = D3DERR_INVALIDCALL;
     AdapterInfo info;
     const std::pair<int, const char*> types[] = {{3, "SW DEVICE"}, {4, "NULL DEVICE"}, {9, "INVALID CLASSIFICATION"}};
@@ -103,8 +89,8 @@ TEST_F(AdapterRecords, FailedCapsAreLoggedWithTheTypeName) {
             << log.dump();
     }
     // The identifier was read; the caps block stays zero.
-    EXPECT_EQ(0xFFFFFFFFu, info.ordinal("\\\\.\\CARD0"));
-    EXPECT_EQ(0u, info.ordinal("\\\\.\\CARD1"));
+    EXPECT_EQ(0xFFFFFFFFu, info.ordinal("\\\\.\\HEAD0"));
+    EXPECT_EQ(0u, info.ordinal("\\\\.\\HEAD1"));
 }
 
 TEST(AdapterRecordOnWine, FailedQueriesAreLoggedWithTheType) {

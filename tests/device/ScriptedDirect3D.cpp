@@ -1,7 +1,9 @@
 #include "ScriptedDirect3D.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <map>
 
 namespace vexiltest {
 
@@ -46,8 +48,6 @@ ULONG ScriptedDirect3D9::Release() {
     return left;
 }
 
-HRESULT ScriptedDirect3D9::RegisterSoftwareDevice(void* init) { return m_real->RegisterSoftwareDevice(init); }
-
 UINT ScriptedDirect3D9::GetAdapterCount() {
     return m_scripted ? static_cast<UINT>(m_adapters.size()) : m_real->GetAdapterCount();
 }
@@ -64,30 +64,39 @@ HRESULT ScriptedDirect3D9::GetAdapterIdentifier(UINT adapter, DWORD flags, D3DAD
     return hr;
 }
 
+const std::vector<D3DDISPLAYMODE>* ScriptedDirect3D9::scriptedModes(UINT adapter) const {
+    return m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].modes.empty() ? &m_adapters[adapter].modes
+                                                                                         : nullptr;
+}
+
 UINT ScriptedDirect3D9::GetAdapterModeCount(UINT adapter, D3DFORMAT format) {
+    if (const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter)) return static_cast<UINT>(modes->size());
     return knownAdapter(adapter) ? m_real->GetAdapterModeCount(realAdapter(adapter), format) : 0;
 }
 
 HRESULT ScriptedDirect3D9::EnumAdapterModes(UINT adapter, D3DFORMAT format, UINT mode, D3DDISPLAYMODE* out) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->EnumAdapterModes(realAdapter(adapter), format, mode, out);
+    const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter);
+    if (!modes) return m_real->EnumAdapterModes(realAdapter(adapter), format, mode, out);
+    if (mode >= modes->size()) return D3DERR_INVALIDCALL;
+    *out = (*modes)[mode];
+    return D3D_OK;
 }
 
 HRESULT ScriptedDirect3D9::GetAdapterDisplayMode(UINT adapter, D3DDISPLAYMODE* mode) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if (m_scripted && FAILED(m_adapters[adapter].displayModeResult)) return m_adapters[adapter].displayModeResult;
-    return m_real->GetAdapterDisplayMode(realAdapter(adapter), mode);
-}
-
-HRESULT ScriptedDirect3D9::CheckDeviceType(UINT adapter, D3DDEVTYPE type, D3DFORMAT displayFormat,
-                                           D3DFORMAT backBufferFormat, WINBOOL windowed) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->CheckDeviceType(realAdapter(adapter), type, displayFormat, backBufferFormat, windowed);
+    const HRESULT hr = m_real->GetAdapterDisplayMode(realAdapter(adapter), mode);
+    if (SUCCEEDED(hr) && m_scripted && m_adapters[adapter].displayFormat != D3DFMT_UNKNOWN)
+        mode->Format = m_adapters[adapter].displayFormat;
+    return hr;
 }
 
 HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat, DWORD usage,
                                              D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
+    if ((usage & D3DUSAGE_DEPTHSTENCIL) && !depthFormatAllowed(checkFormat)) return D3DERR_NOTAVAILABLE;
+    if (refusedFormat != D3DFMT_UNKNOWN && checkFormat == refusedFormat) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDeviceFormat(realAdapter(adapter), type, adapterFormat, usage, resourceType, checkFormat);
 }
 
@@ -96,26 +105,28 @@ HRESULT ScriptedDirect3D9::CheckDeviceMultiSampleType(UINT adapter, D3DDEVTYPE t
                                                       DWORD* qualityLevels) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
     if (FAILED(multiSampleResult)) return multiSampleResult;
+    if (multiSampleLevels && qualityLevels) {
+        *qualityLevels = multiSampleLevels;
+        return D3D_OK;
+    }
     return m_real->CheckDeviceMultiSampleType(realAdapter(adapter), type, surfaceFormat, windowed, multiSampleType,
                                               qualityLevels);
+}
+
+bool ScriptedDirect3D9::depthFormatAllowed(D3DFORMAT format) {
+    if (rejectedDepthChecks != 0) {
+        if (rejectedDepthChecks > 0) --rejectedDepthChecks;
+        return false;
+    }
+    return acceptedDepthFormat == D3DFMT_UNKNOWN || format == acceptedDepthFormat;
 }
 
 HRESULT ScriptedDirect3D9::CheckDepthStencilMatch(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat,
                                                   D3DFORMAT renderTargetFormat, D3DFORMAT depthStencilFormat) {
     if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (rejectedDepthChecks != 0) {
-        if (rejectedDepthChecks > 0) --rejectedDepthChecks;
-        return D3DERR_NOTAVAILABLE;
-    }
-    if (acceptedDepthFormat != D3DFMT_UNKNOWN && depthStencilFormat != acceptedDepthFormat) return D3DERR_NOTAVAILABLE;
+    if (!depthFormatAllowed(depthStencilFormat)) return D3DERR_NOTAVAILABLE;
     return m_real->CheckDepthStencilMatch(realAdapter(adapter), type, adapterFormat, renderTargetFormat,
                                           depthStencilFormat);
-}
-
-HRESULT ScriptedDirect3D9::CheckDeviceFormatConversion(UINT adapter, D3DDEVTYPE type, D3DFORMAT sourceFormat,
-                                                       D3DFORMAT targetFormat) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    return m_real->CheckDeviceFormatConversion(realAdapter(adapter), type, sourceFormat, targetFormat);
 }
 
 HRESULT ScriptedDirect3D9::GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9* caps) {
@@ -135,6 +146,7 @@ HRESULT ScriptedDirect3D9::GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9
 }
 
 HMONITOR ScriptedDirect3D9::GetAdapterMonitor(UINT adapter) {
+    if (m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].monitor) return nullptr;
     return knownAdapter(adapter) ? m_real->GetAdapterMonitor(realAdapter(adapter)) : nullptr;
 }
 
@@ -186,104 +198,146 @@ HRESULT ScriptedDirect3D9::createRealDevice(UINT adapter, D3DDEVTYPE type, HWND 
                                   &windowed, &real);
     }
     if (FAILED(hr)) return hr;
-    ScriptedDevice9* wrapped = new ScriptedDevice9(real, this, heads);
-    wrapped->script = deviceScript;
-    m_lastDevice = wrapped;
-    *device = wrapped;
+    m_lastDevice = ScriptedDevice9::wrap(real, this, heads);
+    m_lastDevice->script = deviceScript;
+    *device = real;
     return hr;
 }
 
 // ---- ScriptedDevice9 ----
 
-ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads)
-    : m_real(real), m_owner(owner), m_heads(heads) {
-    m_owner->AddRef();
-    ++m_owner->m_ledger->liveDevices;
-    ++m_owner->m_ledger->devicesCreated;
+namespace {
+std::map<IDirect3DDevice9*, ScriptedDevice9*>& wrappedDevices() {
+    static std::map<IDirect3DDevice9*, ScriptedDevice9*> devices;
+    return devices;
+}
+}  // namespace
+
+// The slot of a virtual method in its table (a pointer to a virtual member holds 1 + its offset).
+template <class M> size_t ScriptedDevice9::slotOf(M method) {
+    struct {
+        uintptr_t pointer, adjust;
+    } representation;
+    static_assert(sizeof method == sizeof representation, "unexpected member pointer layout");
+    std::memcpy(&representation, &method, sizeof representation);
+    return (representation.pointer - 1) / sizeof(void*);
 }
 
-ScriptedDevice9::~ScriptedDevice9() = default;
+ScriptedDevice9& ScriptedDevice9::of(IDirect3DDevice9* device) { return *wrappedDevices().at(device); }
 
-HRESULT ScriptedDevice9::QueryInterface(REFIID riid, void** object) {
-    if (riid == IID_IUnknown || riid == __uuidof(IDirect3DDevice9)) {
-        AddRef();
-        *object = this;
-        return S_OK;
+// The scripted methods: each answers what the test scripted, or forwards.
+struct DeviceOverrides {
+    static ULONG STDMETHODCALLTYPE Release(IDirect3DDevice9* self) {
+        ScriptedDevice9* d = &ScriptedDevice9::of(self);
+        const ULONG left = d->forward(&IDirect3DDevice9::Release);
+        if (left == 0) {
+            ScriptedDirect3D9* owner = d->m_owner;
+            owner->m_ledger->finalReleases.push_back(left);
+            --owner->m_ledger->liveDevices;
+            if (owner->m_lastDevice == d) owner->m_lastDevice = nullptr;
+            wrappedDevices().erase(self);
+            delete d;
+            owner->Release();
+        }
+        return left;
     }
-    return m_real->QueryInterface(riid, object);
-}
-
-ULONG ScriptedDevice9::AddRef() { return ++m_references; }
-
-ULONG ScriptedDevice9::Release() {
-    const ULONG left = --m_references;
-    if (left == 0) {
-        ScriptedDirect3D9* owner = m_owner;
-        owner->m_ledger->finalReleases.push_back(m_real->Release());
-        --owner->m_ledger->liveDevices;
-        if (owner->m_lastDevice == this) owner->m_lastDevice = nullptr;
-        delete this;
-        owner->Release();
+    static HRESULT STDMETHODCALLTYPE TestCooperativeLevel(IDirect3DDevice9* self) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (d.script.cooperativeLevels.empty()) return d.forward(&IDirect3DDevice9::TestCooperativeLevel);
+        const HRESULT hr = d.script.cooperativeLevels.front();
+        d.script.cooperativeLevels.pop_front();
+        return hr;
     }
-    return left;
-}
-
-HRESULT ScriptedDevice9::TestCooperativeLevel() {
-    if (script.cooperativeLevels.empty()) return m_real->TestCooperativeLevel();
-    HRESULT hr = script.cooperativeLevels.front();
-    script.cooperativeLevels.pop_front();
-    return hr;
-}
-
-HRESULT ScriptedDevice9::GetDirect3D(IDirect3D9** d3d) {
-    m_owner->AddRef();
-    *d3d = m_owner;
-    return D3D_OK;
-}
-
-HRESULT ScriptedDevice9::GetSwapChain(UINT index, IDirect3DSwapChain9** swapChain) {
-    if (FAILED(script.swapChainResult)) {
-        *swapChain = nullptr;
-        return script.swapChainResult;
+    static HRESULT STDMETHODCALLTYPE GetDirect3D(IDirect3DDevice9* self, IDirect3D9** d3d) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        d.m_owner->AddRef();
+        *d3d = d.m_owner;
+        return D3D_OK;
     }
     // Every head of a recorded multi-head device shows the one real swap chain.
-    return m_real->GetSwapChain(index < m_heads ? 0 : index, swapChain);
-}
-
-UINT ScriptedDevice9::GetNumberOfSwapChains() { return std::max(m_heads, m_real->GetNumberOfSwapChains()); }
-
-HRESULT ScriptedDevice9::Reset(D3DPRESENT_PARAMETERS* params) {
-    ++resetCalls;
-    if (FAILED(script.resetResult)) return script.resetResult;
+    static HRESULT STDMETHODCALLTYPE GetSwapChain(IDirect3DDevice9* self, UINT index, IDirect3DSwapChain9** chain) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.swapChainResult, chain)) return d.script.swapChainResult;
+        return d.forward(&IDirect3DDevice9::GetSwapChain, index < d.m_heads ? 0u : index, chain);
+    }
+    static UINT STDMETHODCALLTYPE GetNumberOfSwapChains(IDirect3DDevice9* self) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        return std::max(d.m_heads, d.forward(&IDirect3DDevice9::GetNumberOfSwapChains));
+    }
+    static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,
+                                                               IDirect3DSwapChain9** chain) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.additionalSwapChainResult, chain)) return d.script.additionalSwapChainResult;
+        return d.forward(&IDirect3DDevice9::CreateAdditionalSwapChain, params, chain);
+    }
     // Only a single windowed head can be reset for real on Xvfb.
-    if (m_heads > 1 || !params[0].Windowed) return D3D_OK;
-    return m_real->Reset(params);
+    static HRESULT STDMETHODCALLTYPE Reset(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        ++d.resetCalls;
+        if (FAILED(d.script.resetResult)) return d.script.resetResult;
+        if (d.m_heads > 1 || !params[0].Windowed) return D3D_OK;
+        return d.forward(&IDirect3DDevice9::Reset, params);
+    }
+    static HRESULT STDMETHODCALLTYPE GetDepthStencilSurface(IDirect3DDevice9* self, IDirect3DSurface9** surface) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.depthStencilSurfaceResult, surface)) return d.script.depthStencilSurfaceResult;
+        return d.forward(&IDirect3DDevice9::GetDepthStencilSurface, surface);
+    }
+    static HRESULT STDMETHODCALLTYPE CreateDepthStencilSurface(IDirect3DDevice9* self, UINT width, UINT height,
+                                                               D3DFORMAT format, D3DMULTISAMPLE_TYPE multiSample,
+                                                               DWORD quality, WINBOOL discard,
+                                                               IDirect3DSurface9** surface, HANDLE* shared) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.createDepthStencilResult, surface)) return d.script.createDepthStencilResult;
+        return d.forward(&IDirect3DDevice9::CreateDepthStencilSurface, width, height, format, multiSample, quality,
+                         discard, surface, shared);
+    }
+    static HRESULT STDMETHODCALLTYPE CreateTexture(IDirect3DDevice9* self, UINT width, UINT height, UINT levels,
+                                                   DWORD usage, D3DFORMAT format, D3DPOOL pool,
+                                                   IDirect3DTexture9** texture, HANDLE* shared) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (failed(d.script.createTextureResult, texture)) return d.script.createTextureResult;
+        return d.forward(&IDirect3DDevice9::CreateTexture, width, height, levels, usage, format, pool, texture, shared);
+    }
+    // Scripted failures apply to creating calls only, not to support probes.
+    static HRESULT STDMETHODCALLTYPE CreateQuery(IDirect3DDevice9* self, D3DQUERYTYPE type, IDirect3DQuery9** query) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (query && failed(d.script.createQueryResult, query)) return d.script.createQueryResult;
+        return d.forward(&IDirect3DDevice9::CreateQuery, type, query);
+    }
+
+    template <class T> static bool failed(HRESULT scripted, T** out) {
+        if (SUCCEEDED(scripted)) return false;
+        *out = nullptr;
+        return true;
+    }
+};
+
+ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads)
+    : device(real), m_owner(owner), m_heads(heads), m_realTable(*reinterpret_cast<void***>(real)) {
+    // wined3d's devices are IDirect3DDevice9Ex: its table is the longer one.
+    m_table.assign(m_realTable, m_realTable + slotOf(&IDirect3DDevice9Ex::GetDisplayModeEx) + 1);
+    m_table[slotOf(&IDirect3DDevice9::Release)] = reinterpret_cast<void*>(&DeviceOverrides::Release);
+    m_table[slotOf(&IDirect3DDevice9::TestCooperativeLevel)] = reinterpret_cast<void*>(&DeviceOverrides::TestCooperativeLevel);
+    m_table[slotOf(&IDirect3DDevice9::GetDirect3D)] = reinterpret_cast<void*>(&DeviceOverrides::GetDirect3D);
+    m_table[slotOf(&IDirect3DDevice9::GetSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::GetSwapChain);
+    m_table[slotOf(&IDirect3DDevice9::GetNumberOfSwapChains)] = reinterpret_cast<void*>(&DeviceOverrides::GetNumberOfSwapChains);
+    m_table[slotOf(&IDirect3DDevice9::CreateAdditionalSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::CreateAdditionalSwapChain);
+    m_table[slotOf(&IDirect3DDevice9::Reset)] = reinterpret_cast<void*>(&DeviceOverrides::Reset);
+    m_table[slotOf(&IDirect3DDevice9::GetDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::GetDepthStencilSurface);
+    m_table[slotOf(&IDirect3DDevice9::CreateDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::CreateDepthStencilSurface);
+    m_table[slotOf(&IDirect3DDevice9::CreateQuery)] = reinterpret_cast<void*>(&DeviceOverrides::CreateQuery);
+    m_table[slotOf(&IDirect3DDevice9::CreateTexture)] = reinterpret_cast<void*>(&DeviceOverrides::CreateTexture);
 }
 
-HRESULT ScriptedDevice9::GetDepthStencilSurface(IDirect3DSurface9** surface) {
-    if (FAILED(script.depthStencilSurfaceResult)) {
-        *surface = nullptr;
-        return script.depthStencilSurfaceResult;
-    }
-    return m_real->GetDepthStencilSurface(surface);
-}
-
-HRESULT ScriptedDevice9::CreateDepthStencilSurface(UINT width, UINT height, D3DFORMAT format,
-                                                   D3DMULTISAMPLE_TYPE multiSample, DWORD quality, WINBOOL discard,
-                                                   IDirect3DSurface9** surface, HANDLE* shared) {
-    if (FAILED(script.createDepthStencilResult)) {
-        *surface = nullptr;
-        return script.createDepthStencilResult;
-    }
-    return m_real->CreateDepthStencilSurface(width, height, format, multiSample, quality, discard, surface, shared);
-}
-
-HRESULT ScriptedDevice9::CreateQuery(D3DQUERYTYPE type, IDirect3DQuery9** query) {
-    if (query && FAILED(script.createQueryResult)) {
-        *query = nullptr;
-        return script.createQueryResult;
-    }
-    return m_real->CreateQuery(type, query);
+ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads) {
+    ScriptedDevice9* d = new ScriptedDevice9(real, owner, heads);
+    *reinterpret_cast<void***>(real) = d->m_table.data();
+    wrappedDevices()[real] = d;
+    owner->AddRef();
+    ++owner->m_ledger->liveDevices;
+    ++owner->m_ledger->devicesCreated;
+    return d;
 }
 
 }  // namespace vexiltest

@@ -3,151 +3,163 @@
 
 #include "EffectFixture.h"
 #include "LogCapture.h"
-#include "TestPaths.h"
 
-#include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <vector>
+#include <algorithm>
+#include <cstring>
 
 namespace {
 
-const unsigned kCentre = 32, kLeft = 16, kRight = 48, kBottomRow = 57;
+template <class Exception, class Call> Exception thrownBy(Call call, const Exception& none) {
+    try {
+        call();
+    } catch (const Exception& e) {
+        return e;
+    }
+    ADD_FAILURE() << "no exception";
+    return none;
+}
+const zeb::AssertionFailure kNoAssertion("", 0, "");
 
-std::vector<char> fileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+D3DXHANDLE(WINAPI* g_realGetTechnique)(ID3DXEffect*, UINT) = nullptr;
+D3DXHANDLE WINAPI onlyFirstTechnique(ID3DXEffect* effect, UINT index) {
+    return index == 0 ? g_realGetTechnique(effect, index) : nullptr;
 }
 
-std::string writeFile(const std::string& name, const std::vector<char>& bytes) {
-    std::string path = vexiltest::outputDir() + "\\" + name;
-    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path;
-}
+D3DXHANDLE WINAPI foreignPass(ID3DXEffect*, D3DXHANDLE, const char*) { return "a pass of another effect"; }
 
 }  // namespace
 
 TEST_F(EffectTest, LoadListsTechniquesAndPassesInEffectOrder) {
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
-    ASSERT_EQ(3u, effect.numTechniques());
-    EXPECT_TRUE(effect.technique(0).name() == "Solid");
-    EXPECT_TRUE(effect.technique(1).name() == "TwoPasses");
-    EXPECT_TRUE(effect.technique(2).name() == "SHADOW");
-    const Technique& two = effect.technique(1);
+    EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
+    ASSERT_EQ(4u, m_marks.numTechniques());
+    const char* names[] = {"Solid", "TwoPasses", "SHADOW", "BrokenFirst"};
+    for (unsigned i = 0; i < 4; ++i) EXPECT_TRUE(m_marks.technique(i).name() == names[i]) << names[i];
+    const Technique& two = m_marks.technique(1);
     ASSERT_EQ(2u, two.numPasses());
     EXPECT_STREQ("Left", two.passes()[0].desc.Name);
     EXPECT_STREQ("Right", two.passes()[1].desc.Name);
     EXPECT_TRUE(two.passes()[1] == two.passes()[1].handle);
-    EXPECT_EQ(13u, effect.numParameters());
-    try {
-        effect.technique(3);
-        FAIL() << "no exception";
-    } catch (const zeb::IndexOutOfBounds& e) {
-        EXPECT_EQ(0, e.lower());
-        EXPECT_EQ(2, e.upper());
-        EXPECT_EQ(3, e.index());
-    }
+    EXPECT_EQ(13u, m_marks.numParameters());
+    zeb::IndexOutOfBounds e = thrownBy([&] { m_marks.technique(4); }, zeb::IndexOutOfBounds(0, 0, 0));
+    EXPECT_EQ(0, e.lower());
+    EXPECT_EQ(3, e.upper());
+    EXPECT_EQ(4, e.index());
 }
 
 TEST_F(EffectTest, TechniquesAreFoundByNameAndActivated) {
     vexiltest::LogCapture log;
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    EXPECT_EQ(2u, effect.techniqueIndex("shadow")) << "names compare without case";
-    EXPECT_EQ(0xFFFFFFFFu, effect.techniqueIndex("Glow"));
+    EXPECT_EQ(2u, m_marks.techniqueIndex("shadow")) << "names compare without case";
+    EXPECT_EQ(0xFFFFFFFFu, m_marks.techniqueIndex("Glow"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "158 Cannot find technique Glow"));
 
-    EXPECT_TRUE(effect.setActiveTechnique(zeb::String("TwoPasses")));
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "TwoPasses");
-    EXPECT_FALSE(effect.setActiveTechnique(zeb::String("Glow")));
+    EXPECT_TRUE(m_marks.setActiveTechnique(zeb::String("TwoPasses")));
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "TwoPasses");
+    EXPECT_FALSE(m_marks.setActiveTechnique(zeb::String("Glow")));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "122 Glow technique does not exist in the effect."));
-    EXPECT_TRUE(effect.setActiveTechnique(2u));
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "SHADOW");
-    EXPECT_THROW(effect.setActiveTechnique(3u), zeb::IndexOutOfBounds);
-    EXPECT_TRUE(effect.technique(0).activate());
-    EXPECT_TRUE(effect.currentActiveTechnique().name() == "Solid");
+    EXPECT_TRUE(m_marks.setActiveTechnique(2u));
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "SHADOW");
+    EXPECT_THROW(m_marks.setActiveTechnique(4u), zeb::IndexOutOfBounds);
+    EXPECT_TRUE(m_marks.technique(0).activate());
+    EXPECT_TRUE(m_marks.currentActiveTechnique().name() == "Solid");
 }
 
-TEST_F(EffectTest, RenderDrawsEveryPassAndSubsets) {
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    ASSERT_TRUE(drawn([&] { return effect.technique(1).render(m_mesh, 0); }));
+TEST_F(EffectTest, RenderDrawsEveryPassAndGoesOnAfterAFailedOne) {
+    vexiltest::LogCapture log;
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(1).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kRed));
     EXPECT_TRUE(renderedPixelIs(kRight, kCentre, kBlue));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
-
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 1); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 1); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kBottomRow, kRed)) << "subset 1 is the bottom strip";
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
+
+    EXPECT_FALSE(drawn([&] { return m_marks.technique(3).render(m_mesh, 0); }));
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 ID3DXEffect::BeginPass ")) << log.dump();
+    EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed)) << "the pass after the failed one still draws";
+    EXPECT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); })) << "the failed render ended its effect";
 }
 
 TEST_F(EffectTest, SinglePassesByIndexAndByName) {
     vexiltest::LogCapture log;
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    const Technique& two = effect.technique(1);
-    ASSERT_TRUE(two.activate());
-    ASSERT_TRUE(drawn([&] {
-        if (!two.begin()) return false;
-        bool ok = two.renderPass(m_mesh, 0, zeb::String("Right"));
-        two.end();
-        return ok;
-    }));
+    const Technique& two = m_marks.technique(1);
+    ASSERT_TRUE(drawnPass(two, zeb::String("Right")));
     EXPECT_TRUE(renderedPixelIs(kRight, kCentre, kBlue));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kBlack));
 
     EXPECT_EQ(0u, two.passIndexByName("Middle"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "176 Cannot find Middle pass in technique TwoPasses"));
-    ASSERT_TRUE(drawn([&] {
-        two.begin();
-        bool ok = two.renderPass(m_mesh, 0, zeb::String("Middle"));
-        two.end();
-        return ok;
-    }));
+    ASSERT_TRUE(drawnPass(two, zeb::String("Middle")));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kRed)) << "an unknown pass name renders pass 0";
 
     log.clear();
-    EXPECT_FALSE(drawn([&] {
-        two.begin();
-        bool ok = two.renderPass(m_mesh, 0, 7u);
-        two.end();
-        return ok;
-    }));
-    ASSERT_EQ(1u, log.count("VexilDX9", "14 BeginPass ")) << log.dump();
+    EXPECT_FALSE(drawnPass(two, 7u));
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 BeginPass ")) << log.dump();
+}
+
+TEST_F(EffectTest, PassesOfAnotherEffectHaveNoIndex) {
+    vexiltest::LogCapture log;
+    overrideEffectMethod(m_marks.effect().get(), kGetPassByName, reinterpret_cast<void*>(&foreignPass));
+    const Technique& two = m_marks.technique(1);
+    EXPECT_EQ(0xFFFFFFFFu, two.passIndexByName("Right"));
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "188 Right pass does not exist in technique TwoPasses")) << log.dump();
+    EXPECT_FALSE(drawnPass(two, zeb::String("Right")));
 }
 
 TEST_F(EffectTest, TechniquesThatCannotBeReadFailTheirConstruction) {
     vexiltest::LogCapture log;
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    try {
-        Technique(effect.effect().get(), 9);
-        FAIL() << "no exception";
-    } catch (const zeb::AssertionFailure& e) {
-        EXPECT_STREQ("VexilDX9/Technique", e.file());
-        EXPECT_EQ(17u, e.line());
-        EXPECT_STREQ("initialize(effect, index)", e.expression());
-    }
+    zeb::AssertionFailure e = thrownBy([&] { Technique(m_marks.effect().get(), 9); }, kNoAssertion);
+    EXPECT_STREQ("VexilDX9/Technique", e.file());
+    EXPECT_EQ(17u, e.line());
+    EXPECT_STREQ("initialize(effect, index)", e.expression());
     EXPECT_TRUE(log.contains("VexilDX9", 3, "34 Technique index is invalid 9"));
     EXPECT_THROW(Technique(nullptr, 0), zeb::AssertionFailure);
     EXPECT_TRUE(log.contains("VexilDX9", 3, "27 Effect is invalid."));
-    Technique copy(effect.effect().get(), 1);
+    Technique copy(m_marks.effect().get(), 1);
     EXPECT_EQ(2u, copy.numPasses());
-    EXPECT_EQ(effect.technique(1).handle(), copy.handle());
+    EXPECT_EQ(m_marks.technique(1).handle(), copy.handle());
+}
+
+TEST_F(EffectTest, ATechniqueFailingDuringLoadLeavesTheRestEmpty) {
+    vexiltest::LogCapture log;
+    EffectCreationHook hook([](ID3DXEffect* created) {
+        g_realGetTechnique = reinterpret_cast<decltype(g_realGetTechnique)>(
+            overrideEffectMethod(created, kGetTechnique, reinterpret_cast<void*>(&onlyFirstTechnique)));
+    });
+    ASSERT_TRUE(hook.ok());
+    Effect effect;
+    EXPECT_FALSE(effect.load(effectPath("marks.fxo"), deviceHolder()));
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "34 Technique index is invalid 1")) << log.dump();
+    EXPECT_TRUE(effect.effect().get()) << "the new effect stays loaded";
+    EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
+    ASSERT_EQ(4u, effect.numTechniques());
+    EXPECT_TRUE(effect.technique(0).name() == "Solid");
+    for (unsigned i = 1; i < 4; ++i) {
+        EXPECT_EQ(nullptr, effect.technique(i).handle());
+        EXPECT_TRUE(effect.technique(i).name() == "");
+        EXPECT_EQ(0u, effect.technique(i).numPasses());
+    }
+    EXPECT_EQ(1u, log.count("VexilDX9", "34 Technique index is invalid")) << "no technique after the failed one is read";
+}
+
+TEST_F(EffectTest, TechniqueNamesTakeEachByteAsOneCharacter) {
+    Bytes bytes = fileBytes("test-effects\\marks.fxo");
+    const char shadow[] = "SHADOW";
+    auto at = std::search(bytes.begin(), bytes.end(), shadow, shadow + sizeof(shadow));
+    ASSERT_NE(bytes.end(), at);
+    at[2] = 0xC4;  // "SH\xC4" is no UTF-8
+    Effect effect;
+    ASSERT_TRUE(effect.load(writeFile("latin1.fxo", bytes).c_str(), deviceHolder()));
+    EXPECT_TRUE(effect.technique(2).name() == zeb::String(L"SH\u00C4DOW"));
 }
 
 TEST_F(EffectTest, ParameterValuesReachTheShader) {
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
     const char* fill = nullptr;
-    ASSERT_TRUE(getParameterHandle(effect, "FillColour", fill));
-    ASSERT_TRUE(setParameter(effect, fill, D3DXVECTOR4(0.0f, 1.0f, 0.0f, 1.0f)));
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    ASSERT_TRUE(getParameterHandle(m_marks, "FillColour", fill));
+    ASSERT_TRUE(setParameter(m_marks, fill, D3DXVECTOR4(0.0f, 1.0f, 0.0f, 1.0f)));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kGreen));
-    ASSERT_TRUE(setParameter(effect, fill, D3DXVECTOR3(1.0f, 1.0f, 0.0f)));
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    ASSERT_TRUE(setParameter(m_marks, fill, D3DXVECTOR3(1.0f, 1.0f, 0.0f)));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, D3DCOLOR_XRGB(255, 255, 0)));
 }
 
@@ -172,29 +184,35 @@ TEST_F(EffectTest, PoolSharesParametersBetweenEffects) {
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, D3DCOLOR_XRGB(255, 0, 255)));
 }
 
+// Only compiled effects are checked; everything else (effect source on Windows) is D3DX's to judge.
 TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
     vexiltest::LogCapture log;
-    Effect effect;
-    ASSERT_TRUE(effect.load(effectPath("marks.fxo"), deviceHolder()));
-    EXPECT_FALSE(effect.load(effectPath("missing.fxo"), deviceHolder()));
-    EXPECT_EQ(1u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
-
-    std::vector<char> good = fileBytes("test-effects\\marks.fxo");
+    EffectCreationHook hook;
+    ASSERT_TRUE(hook.ok());
+    Bytes good = fileBytes("test-effects\\marks.fxo");
     ASSERT_GT(good.size(), 64u);
-    std::vector<char> garbage(good.size(), '\x5A');
-    EXPECT_FALSE(effect.load(writeFile("garbage.fxo", garbage).c_str(), deviceHolder()));
-    EXPECT_FALSE(effect.load(writeFile("empty.fxo", {}).c_str(), deviceHolder()));
-    // D3DX itself would read past a header-only file; the loader refuses it first.
-    std::vector<char> header(good.begin(), good.begin() + 12);
-    EXPECT_FALSE(effect.load(writeFile("header.fxo", header).c_str(), deviceHolder()));
-    EXPECT_EQ(4u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
-
-    EXPECT_TRUE(effect.effectFileName() == effectPath("marks.fxo"));
-    EXPECT_EQ(3u, effect.numTechniques());
-    ASSERT_TRUE(drawn([&] { return effect.technique(0).render(m_mesh, 0); }));
+    const struct {
+        std::string file;
+        unsigned reachesD3DX;
+    } failures[] = {
+        {"test-effects\\missing.fxo", 1},
+        {writeFile("garbage.fxo", Bytes(good.size(), 0x5A)), 1},
+        {writeFile("empty.fxo", {}), 1},
+        {writeFile("source.fx", Bytes(good.begin() + 4, good.end())), 1},
+        {writeFile("header.fxo", good, 12), 0},  // D3DX itself would read past it
+    };
+    for (const auto& failure : failures) {
+        unsigned before = hook.calls();
+        EXPECT_FALSE(m_marks.load(failure.file.c_str(), deviceHolder())) << failure.file;
+        EXPECT_EQ(failure.reachesD3DX, hook.calls() - before) << failure.file;
+    }
+    EXPECT_EQ(5u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
+    EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
+    EXPECT_EQ(4u, m_marks.numTechniques());
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed));
-    EXPECT_TRUE(effect.reload(deviceHolder()));
-    EXPECT_EQ(3u, effect.numTechniques());
+    EXPECT_TRUE(m_marks.reload(deviceHolder()));
+    EXPECT_EQ(4u, m_marks.numTechniques());
 }
 
 TEST_F(EffectTest, EffectsWithoutTechniquesOrNeverLoaded) {
@@ -204,19 +222,10 @@ TEST_F(EffectTest, EffectsWithoutTechniquesOrNeverLoaded) {
     EXPECT_EQ(1u, empty.numParameters());
 
     Effect never;
-    try {
-        never.currentActiveTechnique();
-        FAIL() << "no exception";
-    } catch (const zeb::AssertionFailure& e) {
-        EXPECT_STREQ("VexilDX9/Effect", e.file());
-        EXPECT_EQ(135u, e.line());
-        EXPECT_STREQ("m_effect.get()", e.expression());
-    }
-    try {
-        never.setActiveTechnique(0u);
-        FAIL() << "no exception";
-    } catch (const zeb::AssertionFailure& e) {
-        EXPECT_EQ(128u, e.line());
-    }
+    zeb::AssertionFailure e = thrownBy([&] { never.currentActiveTechnique(); }, kNoAssertion);
+    EXPECT_STREQ("VexilDX9/Effect", e.file());
+    EXPECT_EQ(135u, e.line());
+    EXPECT_STREQ("m_effect.get()", e.expression());
+    EXPECT_EQ(128u, thrownBy([&] { never.setActiveTechnique(0u); }, kNoAssertion).line());
     EXPECT_FALSE(never.reload(deviceHolder())) << "reloading an empty file name fails in D3DX";
 }

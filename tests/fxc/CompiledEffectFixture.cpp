@@ -1,4 +1,8 @@
 #include "CompiledEffectFixture.h"
+#include "TestPaths.h"
+
+#include <fstream>
+#include <iterator>
 
 void CompiledEffectTest::TearDown() {
     for (ID3DXEffect*& effect : m_effects) {
@@ -27,6 +31,11 @@ ID3DXEffect* CompiledEffectTest::load(const std::string& source, ID3DXEffectPool
     return nullptr;
 }
 
+ID3DXEffect* CompiledEffectTest::loadFixture(const char* name) {
+    std::ifstream in(vexiltest::sourcePath(std::string("tests/fxc/fixtures/") + name), std::ios::binary);
+    return load(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
+}
+
 D3DXPARAMETER_DESC CompiledEffectTest::describe(ID3DXEffect* effect, D3DXHANDLE parameter) {
     D3DXPARAMETER_DESC desc = {};
     EXPECT_EQ(D3D_OK, effect->GetParameterDesc(parameter, &desc));
@@ -51,6 +60,16 @@ void CompiledEffectTest::drawQuad(ID3DXEffect* effect) {
     }
     effect->End();
     device()->EndScene();
+}
+
+void CompiledEffectTest::inPass(ID3DXEffect* effect, D3DXHANDLE technique, const std::function<void()>& read) {
+    ASSERT_EQ(D3D_OK, effect->SetTechnique(technique));
+    UINT passes = 0;
+    effect->Begin(&passes, D3DXFX_DONOTSAVESTATE);
+    EXPECT_EQ(D3D_OK, effect->BeginPass(0));
+    read();
+    effect->EndPass();
+    effect->End();
 }
 
 std::string annotationString(ID3DXEffect* effect, D3DXHANDLE object, const char* name) {

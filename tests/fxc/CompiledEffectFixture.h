@@ -4,6 +4,7 @@
 
 #include <d3dx9.h>
 
+#include <functional>
 #include <string>
 
 // A real device and effects compiled in-process from source text, loaded by D3DX from memory.
@@ -13,12 +14,15 @@ protected:
 
     // Compiles and loads; fails the test (and returns null) when either step fails.
     ID3DXEffect* load(const std::string& source, ID3DXEffectPool* pool = nullptr);
+    // The same for a source file of tests/fxc/fixtures.
+    ID3DXEffect* loadFixture(const char* name);
     D3DXPARAMETER_DESC describe(ID3DXEffect* effect, D3DXHANDLE parameter);
     // Draws a clip-space quad over [-0.5, 0.5] through every pass of the effect's first technique.
     void drawQuad(ID3DXEffect* effect);
+    // Runs read inside pass 0 of the technique, with the pass's state on the device.
+    void inPass(ID3DXEffect* effect, D3DXHANDLE technique, const std::function<void()>& read);
 
     static const unsigned kCentre = 32;
-    static const unsigned kRightEdge = 56;  // outside the quad, inside the screen
 
 private:
     ID3DXEffect* m_effects[4] = {};

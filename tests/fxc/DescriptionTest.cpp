@@ -1,30 +1,9 @@
 #include "CompiledEffectFixture.h"
 
 #include <cstring>
+#include <vector>
 
 namespace {
-
-const char kDeclarations[] = R"(
-float4 Colour : DIFFUSE < string UIName = "Tint"; float Max = 2.5; int Steps = 4; > = float4(0.25, 0.5, 0.75, 1);
-float4x4 World : WORLD = { 1, 2, 3, 4,  5, 6, 7, 8,  9, 10, 11, 12,  13, 14, 15, 16 };
-column_major float4x3 Packed;
-float Scale = -1.5e1f;
-bool Enabled = true;
-int Count = 0x10;
-int3 Steps = 7;
-float3 Direction : DIRECTION = { 0, -1, 0 };
-vector<float, 2> Pair = { 3, 4 };
-matrix<int, 2, 3> Grid = { {1, 2, 3}, {4, 5, 6} };
-float4x4 Bones[26];
-int Counts[3] = { 1, 2, 3 };
-shared float Exposure = 2;
-string Label = "hello";
-texture Diffuse < string File = "diffuse.png"; >;
-textureCUBE Sky;
-sampler2D DiffuseSampler = sampler_state { Texture = <Diffuse>; MinFilter = LINEAR; };
-samplerCUBE SkySampler;
-vertexshader Shared = asm { vs_2_0 dcl_position v0 mov oPos, v0 };
-)";
 
 struct Expected {
     const char* name;
@@ -35,10 +14,16 @@ struct Expected {
     DWORD flags;
 };
 
+uint32_t bitsOf(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof(bits));
+    return bits;
+}
+
 }  // namespace
 
 TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclared) {
-    ID3DXEffect* effect = load(kDeclarations);
+    ID3DXEffect* effect = loadFixture("declarations.fx");
     ASSERT_TRUE(effect);
     const Expected expected[] = {
         {"Colour", "DIFFUSE", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 4, 0, 3, 0},
@@ -85,34 +70,31 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclared) {
 }
 
 TEST_F(CompiledEffectTest, DefaultsAndAnnotationsHoldTheDeclaredValues) {
-    ID3DXEffect* effect = load(kDeclarations);
+    ID3DXEffect* effect = loadFixture("declarations.fx");
     ASSERT_TRUE(effect);
-    D3DXVECTOR4 colour;
-    ASSERT_EQ(D3D_OK, effect->GetVector("Colour", &colour));
-    EXPECT_EQ(D3DXVECTOR4(0.25f, 0.5f, 0.75f, 1.0f), colour);
-    D3DXMATRIX world;
-    ASSERT_EQ(D3D_OK, effect->GetMatrix("World", &world));
-    EXPECT_EQ(2.0f, world._12) << "initializers list rows first";
-    EXPECT_EQ(5.0f, world._21);
-    EXPECT_EQ(16.0f, world._44);
-    float scale = 0;
-    effect->GetFloat("Scale", &scale);
-    EXPECT_EQ(-15.0f, scale);
-    BOOL enabled = FALSE;
-    effect->GetBool("Enabled", &enabled);
-    EXPECT_EQ(TRUE, enabled);
-    INT count = 0;
-    effect->GetInt("Count", &count);
-    EXPECT_EQ(16, count);
-    INT steps[3] = {};
-    effect->GetIntArray("Steps", steps, 3);
-    EXPECT_EQ(7, steps[2]) << "a single value fills the vector";
-    INT grid[6] = {};
-    effect->GetIntArray("Grid", grid, 6);
-    EXPECT_EQ(4, grid[3]);
-    INT counts[3] = {};
-    effect->GetIntArray("Counts", counts, 3);
-    EXPECT_EQ(3, counts[2]);
+    D3DXHANDLE colour = effect->GetParameterByName(nullptr, "Colour");
+    const struct {
+        D3DXHANDLE parameter;
+        std::vector<uint32_t> words;
+        const char* why;
+    } values[] = {
+        {colour, {bitsOf(0.25f), bitsOf(0.5f), bitsOf(0.75f), bitsOf(1.0f)}, "constructor"},
+        {"World", {bitsOf(1), bitsOf(2), bitsOf(3), bitsOf(4), bitsOf(5), bitsOf(6), bitsOf(7), bitsOf(8), bitsOf(9),
+                   bitsOf(10), bitsOf(11), bitsOf(12), bitsOf(13), bitsOf(14), bitsOf(15), bitsOf(16)}, "rows first"},
+        {"Scale", {bitsOf(-15.0f)}, "exponent and suffix"},
+        {"Enabled", {1}, "true"},
+        {"Count", {16}, "hexadecimal"},
+        {"Steps", {7, 7, 7}, "a single value fills the vector"},
+        {"Grid", {1, 2, 3, 4, 5, 6}, "nested lists"},
+        {"Counts", {1, 2, 3}, "array"},
+        {effect->GetAnnotationByName(colour, "Max"), {bitsOf(2.5f)}, "float annotation"},
+        {effect->GetAnnotationByName(colour, "Steps"), {4}, "int annotation"},
+    };
+    for (const auto& value : values) {
+        std::vector<uint32_t> words(value.words.size(), 0xDEADBEEF);
+        EXPECT_EQ(D3D_OK, effect->GetValue(value.parameter, words.data(), static_cast<UINT>(words.size() * 4))) << value.why;
+        EXPECT_EQ(value.words, words) << value.why;
+    }
     LPCSTR label = nullptr;
     ASSERT_EQ(D3D_OK, effect->GetString("Label", &label));
     EXPECT_STREQ("hello", label);
@@ -120,15 +102,7 @@ TEST_F(CompiledEffectTest, DefaultsAndAnnotationsHoldTheDeclaredValues) {
     ASSERT_EQ(D3D_OK, effect->GetVertexShader("Shared", &shader));
     EXPECT_TRUE(shader) << "shader parameters are created with the effect";
     if (shader) shader->Release();
-
-    D3DXHANDLE colourHandle = effect->GetParameterByName(nullptr, "Colour");
-    EXPECT_EQ("Tint", annotationString(effect, colourHandle, "UIName"));
-    float maximum = 0;
-    effect->GetFloat(effect->GetAnnotationByName(colourHandle, "Max"), &maximum);
-    EXPECT_EQ(2.5f, maximum);
-    INT annotatedSteps = 0;
-    effect->GetInt(effect->GetAnnotationByName(colourHandle, "Steps"), &annotatedSteps);
-    EXPECT_EQ(4, annotatedSteps);
+    EXPECT_EQ("Tint", annotationString(effect, colour, "UIName"));
     EXPECT_EQ("diffuse.png", annotationString(effect, effect->GetParameterByName(nullptr, "Diffuse"), "File"));
 }
 
@@ -172,22 +146,4 @@ TEST_F(CompiledEffectTest, TechniquesAndPassesKeepSourceOrderNamesAndAnnotations
     EXPECT_TRUE(passes[1].pPixelShaderFunction && !passes[1].pVertexShaderFunction);
     EXPECT_STREQ("Last", passes[2].Name);
     EXPECT_EQ(effect->GetPass(first, 2), effect->GetPassByName(first, "Last"));
-}
-
-TEST_F(CompiledEffectTest, SharedParametersMeetInAPool) {
-    const char source[] = "shared float4 Ambient = { 0.1, 0.2, 0.3, 0.4 }; float4 Own = 0;";
-    ID3DXEffectPool* pool = nullptr;
-    ASSERT_EQ(D3D_OK, D3DXCreateEffectPool(&pool));
-    ID3DXEffect* first = load(source, pool);
-    ID3DXEffect* second = load(source, pool);
-    pool->Release();
-    ASSERT_TRUE(first && second);
-    D3DXVECTOR4 value(5, 6, 7, 8);
-    ASSERT_EQ(D3D_OK, first->SetVector("Ambient", &value));
-    ASSERT_EQ(D3D_OK, first->SetVector("Own", &value));
-    D3DXVECTOR4 seen;
-    second->GetVector("Ambient", &seen);
-    EXPECT_EQ(value, seen);
-    second->GetVector("Own", &seen);
-    EXPECT_EQ(D3DXVECTOR4(0, 0, 0, 0), seen) << "only shared parameters are pooled";
 }

@@ -12,10 +12,24 @@
 namespace {
 
 struct BadSource {
-    const char* source;
+    std::string source;
     int line;
     const char* message;
 };
+
+std::string repeated(const char* text, int times) {
+    std::string result;
+    for (int i = 0; i < times; ++i) result += text;
+    return result;
+}
+
+// Macros that each expand to two of the one before grow to 2^levels tokens.
+std::string doublingMacros(int levels) {
+    std::string source = "#define M0 x\n";
+    for (int i = 1; i <= levels; ++i)
+        source += "#define M" + std::to_string(i) + " M" + std::to_string(i - 1) + " M" + std::to_string(i - 1) + "\n";
+    return source + "M" + std::to_string(levels) + "\n";
+}
 
 std::string compileError(const std::string& source, const fxc::PreprocessorOptions& options = {}) {
     try {
@@ -55,10 +69,48 @@ TEST(EffectCompilerDiagnostics, ErrorsNameTheFileAndLineOfTheFault) {
         {"#ifdef X\nfloat a;\n", 3, "#if without #endif"},
         {"#define F(x) x\n", 1, "function-like macros are not supported"},
         {"/* open\n\n", 1, "unterminated comment"},
+        // Sizes and nesting no effect needs end in a located error, not in a runaway or a crash.
+        {"float4x4 Palette[4294967296];", 1, "array size 4294967296 is larger than 65535"},
+        {"float a;\n\nstring Notes < int Pages[70000] = 0; >;", 3, "array size 70000 is larger than 65535"},
+        {"float4 P : register(c4294967300);", 1, "unsupported register c4294967300"},
+        {"technique T { pass P {\n Sampler[4294967296] = <S>; } }", 2, "a state index 4294967296 is larger than 65535"},
+        {"\n#if " + repeated("(", 100000) + "1" + repeated(")", 100000) + "\n#endif", 2, "#if expression nested too deeply"},
+        {"#if " + repeated("!-", 50000) + "1\n#endif", 1, "#if expression nested too deeply"},
+        {"#if (-2147483647 - 1) / -1 < 0 || (-2147483647 - 1) % -1 == 0\n#endif\nbad", 3, "unknown type 'bad'"},
+        {"float4 v =\n" + repeated("{", 20000) + "1" + repeated("}", 20000) + ";", 2, "values nested too deeply"},
+        {"\n" + repeated("vector<", 10000), 2, "values nested too deeply"},
+        {doublingMacros(24), 26, "effect source expands too far"},
     };
     for (const BadSource& bad : cases) {
         std::string expected = "bad.fx:" + std::to_string(bad.line) + ": " + bad.message;
-        EXPECT_EQ(0u, compileError(bad.source).find(expected)) << bad.source << "\n  gave: " << compileError(bad.source);
+        std::string error = compileError(bad.source);
+        EXPECT_EQ(0u, error.find(expected)) << bad.source.substr(0, 80) << "\n  gave: " << error;
+    }
+}
+
+// A register binding must fit the registers that the profile of the shader reading it offers.
+TEST(EffectCompilerDiagnostics, RegisterBindingsFitTheirShaderProfile) {
+    const char kVs2[] = "VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 }";
+    const char kVs3[] = "VertexShader = asm { vs_3_0 dcl_position v0 dcl_position o0 mov o0, v0 }";
+    const char kPs2[] = "PixelShader = asm { ps_2_0 mov oC0, c0 }";
+    const char kPs3[] = "PixelShader = asm { ps_3_0 mov oC0, c0 }";
+    const struct {
+        const char* declaration;
+        const char* shader;
+        bool fits;
+    } cases[] = {
+        {"float4 P[4] : register(vs, c252)", kVs2, true}, {"float4 P[4] : register(vs, c253)", kVs2, false},
+        {"float4 P : register(ps, c31)", kPs2, true},     {"float4 P : register(ps, c32)", kPs2, false},
+        {"float4 P : register(ps, c223)", kPs3, true},    {"float4 P : register(ps, c224)", kPs3, false},
+        {"bool P : register(ps, b15)", kPs3, true},       {"bool P : register(ps, b16)", kPs3, false},
+        {"int4 P : register(vs, i15)", kVs3, true},       {"int4 P : register(vs, i16)", kVs3, false},
+        {"sampler2D P : register(ps, s15)", kPs2, true},  {"sampler2D P : register(ps, s16)", kPs2, false},
+        {"sampler2D P : register(vs, s3)", kVs3, true},   {"sampler2D P : register(vs, s4)", kVs3, false},
+    };
+    for (const auto& c : cases) {
+        std::string source = std::string("\n") + c.declaration + ";\ntechnique T { pass { " + c.shader + "; } }";
+        EXPECT_EQ(c.fits ? "compiled" : "bad.fx:2: P does not fit the registers of the shader", compileError(source))
+            << c.declaration << " read by " << c.shader;
     }
 }
 
@@ -107,34 +159,12 @@ ToolRun runTool(const std::string& arguments) {
     GetModuleFileNameA(nullptr, self, MAX_PATH);
     std::string tool(self);
     tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
-    std::string command = "\"" + tool + "\" " + arguments;
     ToolRun run{-1, std::string()};
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE readEnd = nullptr, writeEnd = nullptr;
-    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
-    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = writeEnd;
-    startup.hStdError = writeEnd;
-    PROCESS_INFORMATION process = {};
-    std::vector<char> line(command.begin(), command.end());
-    line.push_back(0);
-    BOOL started = CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    CloseHandle(writeEnd);
-    if (started) {
-        char buffer[256];
-        DWORD got = 0;
-        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got) run.output.append(buffer, got);
-        WaitForSingleObject(process.hProcess, INFINITE);
-        DWORD code = 0;
-        GetExitCodeProcess(process.hProcess, &code);
-        run.exitCode = static_cast<int>(code);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
-    }
-    CloseHandle(readEnd);
+    FILE* pipe = _popen(("\"\"" + tool + "\" " + arguments + " 2>&1\"").c_str(), "rb");
+    if (!pipe) return run;
+    char buffer[256];
+    while (size_t got = std::fread(buffer, 1, sizeof(buffer), pipe)) run.output.append(buffer, got);
+    run.exitCode = _pclose(pipe);
     return run;
 }
 
@@ -142,26 +172,31 @@ ToolRun runTool(const std::string& arguments) {
 
 TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
     std::string dir = vexiltest::outputDir();
-    std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", output = dir + "\\tool.fxo";
+    std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", deep = dir + "\\tool_deep.fx";
+    std::string output = dir + "\\tool.fxo";
     writeText(good, "float4 Colour = COLOUR_VALUE;\ntechnique T { pass { CullMode = NONE; } }\n");
     writeText(bad, "float4 Colour;\n\ntechnique T { pass { CullMode = NONE } }\n");
-
-    ToolRun usage = runTool("");
-    EXPECT_NE(0, usage.exitCode);
-    EXPECT_NE(std::string::npos, usage.output.find("usage: vexil-fxc input.fx -o output.fxo")) << usage.output;
-
-    ToolRun compiled = runTool(good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)");
-    EXPECT_EQ(0, compiled.exitCode) << compiled.output;
-    EXPECT_TRUE(vexiltest::fileExists(output));
-
-    ToolRun failed = runTool(bad + " -o " + output);
-    EXPECT_EQ(1, failed.exitCode);
-    EXPECT_NE(std::string::npos, failed.output.find("tool_bad.fx:3: expected ';' before '}'")) << failed.output;
-    EXPECT_FALSE(vexiltest::fileExists(output)) << "a failed compile removes the stale output";
-
-    ToolRun missing = runTool(dir + "\\absent.fx -o " + output);
-    EXPECT_EQ(1, missing.exitCode);
-    EXPECT_NE(std::string::npos, missing.output.find("cannot open file")) << missing.output;
+    writeText(deep, "#if " + repeated("(", 100000) + "1\n#endif\n");
+    DeleteFileA(output.c_str());
+    const struct {
+        std::string arguments;
+        int exitCode;
+        const char* says;
+        bool leavesOutput;  // a failed compile removes the stale output
+    } runs[] = {
+        {"", 2, "usage: vexil-fxc input.fx -o output.fxo", false},
+        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
+        {bad + " -o " + output, 1, "tool_bad.fx:3: expected ';' before '}'", false},
+        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
+        {deep + " -o " + output, 1, "tool_deep.fx:1: #if expression nested too deeply", false},
+        {dir + "\\absent.fx -o " + output, 1, "cannot open file", false},
+    };
+    for (const auto& run : runs) {
+        ToolRun result = runTool(run.arguments);
+        EXPECT_EQ(run.exitCode, result.exitCode) << run.arguments.substr(0, 100);
+        EXPECT_NE(std::string::npos, result.output.find(run.says)) << result.output;
+        EXPECT_EQ(run.leavesOutput, vexiltest::fileExists(output)) << run.arguments.substr(0, 100);
+    }
 }
 
 // Every cut of a valid effect either compiles or stops with a located error, never anything else.

@@ -10,6 +10,8 @@ namespace fxc {
 namespace {
 
 const int kMaxIncludeDepth = 32;
+const int kMaxExpressionNesting = 256;     // #if expressions are read recursively
+const size_t kMaxTokens = size_t(1) << 18;  // macros that expand each other twice grow exponentially
 
 bool isIdentStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
 bool isIdentChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
@@ -228,6 +230,7 @@ private:
 
     void emit(const Token& token, int depth) {
         if (token.kind != TokenKind::Identifier || !m_macros.count(token.text) || m_expanding.count(token.text)) {
+            if (m_tokens.size() >= kMaxTokens) throw CompileError(token.where, "effect source expands too far");
             m_tokens.push_back(token);
             return;
         }
@@ -352,7 +355,7 @@ private:
             }
         }
         size_t position = 0;
-        long value = parseBinary(tokens, position, 0, where);
+        long value = parseBinary(tokens, position, 0, where, 0);
         if (position != tokens.size()) throw CompileError(where, "malformed #if expression");
         return value != 0;
     }
@@ -365,8 +368,10 @@ private:
         return found == table.end() ? -1 : found->second;
     }
 
+    // Arithmetic wraps around rather than overflowing (the smallest value divided by -1 included).
     static long apply(const std::string& op, long a, long b, const SourceLocation& where) {
         if ((op == "/" || op == "%") && b == 0) throw CompileError(where, "division by zero in #if");
+        if ((op == "/" || op == "%") && b == -1) return op == "/" ? wrap(0ul - static_cast<unsigned long>(a)) : 0;
         if (op == "||") return a || b;
         if (op == "&&") return a && b;
         if (op == "==") return a == b;
@@ -375,33 +380,42 @@ private:
         if (op == ">") return a > b;
         if (op == "<=") return a <= b;
         if (op == ">=") return a >= b;
-        if (op == "+") return a + b;
-        if (op == "-") return a - b;
-        if (op == "*") return a * b;
+        unsigned long x = static_cast<unsigned long>(a), y = static_cast<unsigned long>(b);
+        if (op == "+") return wrap(x + y);
+        if (op == "-") return wrap(x - y);
+        if (op == "*") return wrap(x * y);
         if (op == "/") return a / b;
         return a % b;
     }
 
+    static long wrap(unsigned long value) {
+        long result;
+        std::memcpy(&result, &value, sizeof(result));
+        return result;
+    }
+
     static long parseBinary(const std::vector<Token>& tokens, size_t& position, int minimum,
-                            const SourceLocation& where) {
-        long left = parseUnary(tokens, position, where);
+                            const SourceLocation& where, int depth) {
+        long left = parseUnary(tokens, position, where, depth);
         while (position < tokens.size()) {
             int level = precedence(tokens[position].text);
             if (level < 0 || level <= minimum - 1 || level < minimum) break;
             std::string op = tokens[position++].text;
-            long right = parseBinary(tokens, position, level + 1, where);
+            long right = parseBinary(tokens, position, level + 1, where, depth);
             left = apply(op, left, right, where);
         }
         return left;
     }
 
-    static long parseUnary(const std::vector<Token>& tokens, size_t& position, const SourceLocation& where) {
+    static long parseUnary(const std::vector<Token>& tokens, size_t& position, const SourceLocation& where,
+                           int depth) {
         if (position >= tokens.size()) throw CompileError(where, "malformed #if expression");
+        if (depth > kMaxExpressionNesting) throw CompileError(where, "#if expression nested too deeply");
         const Token& token = tokens[position++];
-        if (token.text == "!") return !parseUnary(tokens, position, where);
-        if (token.text == "-") return -parseUnary(tokens, position, where);
+        if (token.text == "!") return !parseUnary(tokens, position, where, depth + 1);
+        if (token.text == "-") return wrap(0ul - static_cast<unsigned long>(parseUnary(tokens, position, where, depth + 1)));
         if (token.text == "(") {
-            long value = parseBinary(tokens, position, 0, where);
+            long value = parseBinary(tokens, position, 0, where, depth + 1);
             if (position >= tokens.size() || tokens[position].text != ")")
                 throw CompileError(where, "missing ')' in #if expression");
             ++position;

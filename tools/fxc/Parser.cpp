@@ -15,6 +15,11 @@ std::string lower(const std::string& text) {
     return result;
 }
 
+// An effect keeps every element of an array, and constant tables count elements in 16 bits.
+const uint32_t kMaxArrayElements = 65535;
+const uint32_t kMaxIndex = 65535;
+const unsigned kMaxNesting = 64;
+
 uint32_t floatBits(double value) {
     float single = static_cast<float>(value);
     uint32_t bits;
@@ -93,12 +98,28 @@ private:
         if (peek().kind != TokenKind::Identifier) fail(peek(), std::string("expected ") + what + " before " + describe(peek()));
         return next();
     }
-    uint32_t expectUnsigned(const char* what) {
+    uint32_t expectUnsigned(const char* what, uint32_t maximum = kMaxIndex) {
         const Token& token = next();
         if (token.kind != TokenKind::Number || token.text.find('.') != std::string::npos)
             fail(token, std::string("expected ") + what + " (a whole number)");
-        return static_cast<uint32_t>(std::strtoul(token.text.c_str(), nullptr, 0));
+        unsigned long long value = std::strtoull(token.text.c_str(), nullptr, 0);
+        if (value > maximum) fail(token, std::string(what) + " " + token.text + " is larger than " + std::to_string(maximum));
+        return static_cast<uint32_t>(value);
     }
+
+    // Source nesting (initializer lists, constructors, generic types) is read recursively.
+    class NestingGuard {
+    public:
+        NestingGuard(Parser& parser, const Token& at) : m_parser(parser) {
+            if (++m_parser.m_nesting > kMaxNesting) fail(at, "values nested too deeply");
+        }
+        ~NestingGuard() { --m_parser.m_nesting; }
+        NestingGuard(const NestingGuard&) = delete;
+        NestingGuard& operator=(const NestingGuard&) = delete;
+
+    private:
+        Parser& m_parser;
+    };
 
     // ---- types -----------------------------------------------------------------------------
     // Reads a type name; false (nothing consumed) when the token names no type.
@@ -173,6 +194,7 @@ private:
 
     // vector<float, 3>, matrix<float, 4, 3>, or plain vector / matrix (float4 / float4x4).
     void parseGenericNumeric(bool isMatrix, TypeDesc& type, bool columnMajor, const Token& at) {
+        NestingGuard guard(*this, at);
         type = TypeDesc();
         type.type = PT_FLOAT;
         type.cls = isMatrix ? (columnMajor ? PC_MATRIX_COLUMNS : PC_MATRIX_ROWS) : PC_VECTOR;
@@ -237,6 +259,7 @@ private:
             return;
         }
         const Token& start = peek();
+        NestingGuard guard(*this, start);
         if (acceptPunct("{")) {
             while (!isPunct(peek(), "}")) {
                 gatherLiterals(literals);
@@ -302,7 +325,7 @@ private:
                 fail(start, "annotations must be numeric or strings");
             annotation.name = expectIdentifier("an annotation name").text;
             if (acceptPunct("[")) {
-                annotation.type.elements = expectUnsigned("an array size");
+                annotation.type.elements = expectUnsigned("array size", kMaxArrayElements);
                 expectPunct("]");
             }
             expectPunct("=");
@@ -347,7 +370,7 @@ private:
         if (m_effect.findParameter(parameter.name)) fail(start, "parameter " + parameter.name + " declared twice");
         if (isPunct(peek(), "(")) fail(peek(), "HLSL functions are not supported; write shaders in asm blocks");
         if (acceptPunct("[")) {
-            parameter.type.elements = expectUnsigned("an array size");
+            parameter.type.elements = expectUnsigned("array size", kMaxArrayElements);
             if (!parameter.type.elements) fail(start, "arrays need at least one element");
             expectPunct("]");
         }
@@ -382,6 +405,7 @@ private:
             text.find_first_not_of("0123456789", 1) != std::string::npos)
             fail(*reg, "unsupported register " + reg->text);
         parameter.binding.set = text[0];
+        if (text.size() > 6) fail(*reg, "unsupported register " + reg->text);
         parameter.binding.index = static_cast<uint32_t>(std::strtoul(text.c_str() + 1, nullptr, 10));
         checkRegisterType(parameter, at);
     }
@@ -716,6 +740,7 @@ private:
     const std::vector<Token>& m_tokens;
     const ShaderAssembler& m_assemble;
     size_t m_position = 0;
+    unsigned m_nesting = 0;
     EffectModel m_effect;
 };
 

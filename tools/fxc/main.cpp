@@ -51,6 +51,13 @@ bool writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     return static_cast<bool>(out);
 }
 
+// A stale output would let the build go on with an old effect.
+int fail(const std::string& output, const std::string& message) {
+    std::remove(output.c_str());
+    std::fprintf(stderr, "%s\n", message.c_str());
+    return 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -61,16 +68,12 @@ int main(int argc, char** argv) {
     }
     try {
         std::vector<uint8_t> binary = fxc::compileEffectFile(line.input, line.options);
-        if (!writeFile(line.output, binary)) {
-            std::remove(line.output.c_str());
-            std::fprintf(stderr, "%s: cannot write output file\n", line.output.c_str());
-            return 1;
-        }
+        if (!writeFile(line.output, binary)) return fail(line.output, line.output + ":1: cannot write output file");
     } catch (const fxc::CompileError& error) {
-        // A stale output would let the build go on with an old effect.
-        std::remove(line.output.c_str());
-        std::fprintf(stderr, "%s\n", error.describe().c_str());
-        return 1;
+        return fail(line.output, error.describe());
+    } catch (const std::exception& error) {
+        // Out of memory and the like: no line to point at, so the file's first.
+        return fail(line.output, line.input + ":1: " + error.what());
     }
     return 0;
 }

@@ -1,6 +1,11 @@
 # Sourced by the Wine helpers. VEXIL_BUILD_DIR must name the build tree.
 : "${VEXIL_BUILD_DIR:?VEXIL_BUILD_DIR must name the build tree}"
 export VEXIL_WINE_STATE="$VEXIL_BUILD_DIR/wine"
+# VEXIL_WINE_HEADS=2 selects a second display with two screens (two Direct3D heads of one group),
+# with its own Xvfb, prefix and wineserver beside the default one.
+if [ "${VEXIL_WINE_HEADS:-1}" = 2 ]; then
+  export VEXIL_WINE_STATE="$VEXIL_BUILD_DIR/wine-2heads"
+fi
 export WINEPREFIX="$VEXIL_WINE_STATE/prefix"
 export WINEDEBUG="${VEXIL_WINEDEBUG:--all}"
 export WINEARCH=win64

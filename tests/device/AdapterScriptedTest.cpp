@@ -1,0 +1,308 @@
+// The multi-head adapter on one scripted card set-up that Wine cannot show: a three-head card,
+// a two-head card and a head without a monitor. The head list is built once per process, so
+// every test of this suite sees the same topology.
+#include "DeviceFixtures.h"
+
+namespace vexiltest {
+namespace {
+
+const std::vector<UINT> kMasters = {0, 0, 0, 3, 3, 5};  // heads 0-2, heads 3-4, head 5 alone
+const UINT kNoMonitor = 5;
+const std::vector<std::pair<UINT, UINT>> kHead0Modes = {{640, 480}, {800, 600}, {1024, 768}, {1280, 1024}};
+
+class AdapterScripted : public ScriptedDirect3DTest {
+protected:
+    void SetUp() override {
+        ScriptedDirect3DTest::SetUp();
+        setHeads(kMasters);
+        d3d->adapter(kNoMonitor).monitor = false;
+        for (const auto& size : kHead0Modes) d3d->adapter(0).modes.push_back({size.first, size.second, 60, D3DFMT_X8R8G8B8});
+        ASSERT_TRUE(adapter.initialize());
+    }
+    void TearDown() override {
+        adapter.cleanup();
+        ScriptedDirect3DTest::TearDown();
+    }
+    zeb::String name(UINT head) const { return zeb::String(headName(head).c_str()); }
+    zeb::Array<zeb::String> names(const std::vector<UINT>& heads) const {
+        zeb::Array<zeb::String> list;
+        for (UINT head : heads) list.append(name(head));
+        return list;
+    }
+    const CreateDeviceCall& lastCall() const { return d3d->createDeviceCalls().back(); }
+
+    AdapterD3D9 adapter;
+    TestWindows windows{3};
+};
+
+TEST_F(AdapterScripted, HeadsAreEnumeratedOnceAndNamedWithoutRegardToCase) {
+    ASSERT_EQ(kMasters.size(), adapter.headCount());
+    AdapterD3D9 second;
+    EXPECT_TRUE(second.initialize());
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "69 Head list already created"));
+    EXPECT_EQ(kHead0Modes.size(), adapter.displayHead(0).modes.size());
+    EXPECT_THROW(adapter.displayHead(6), zeb::IndexOutOfBounds);
+
+    EXPECT_EQ(4u, adapter.osLocatorHeadIndex(lowerCase(headName(4)).c_str()));
+    EXPECT_EQ(kNotFound, adapter.osLocatorHeadIndex("\\\\.\\NOWHERE"));
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "1056 Comparing \\\\.\\HEAD0 with \\\\.\\NOWHERE"));
+
+    const std::pair<std::vector<UINT>, unsigned> masters[] = {{{1}, 1}, {{1, 0}, 0}, {{4, 3, 0}, 3}, {{1, 2}, kNotFound}};
+    for (const auto& c : masters) EXPECT_EQ(c.second, adapter.masterHeadIndex(names(c.first))) << c.first[0];
+    expectAssertion([&] { adapter.masterHeadIndex(zeb::Array<zeb::String>()); }, 805, "osLocatorList.size() > 0");
+
+    EXPECT_EQ((std::vector<unsigned>{1, 2}), toVector(adapter.listSubordinateHeadIndex(adapter.displayHead(0))));
+    EXPECT_EQ((std::vector<unsigned>{4}), toVector(adapter.listSubordinateHeadIndex(adapter.displayHead(3))));
+    EXPECT_FALSE(adapter.isSubordinateHead(adapter.displayHead(4), adapter.displayHead(0)));
+    EXPECT_FALSE(adapter.isSubordinateHead(adapter.displayHead(3), adapter.displayHead(3)));
+    expectAssertion([&] { adapter.listSubordinateHeadIndex(adapter.displayHead(1)); }, 812, "isMasterHead(masterHead)");
+
+    D3DCAPS9 caps;
+    D3DADAPTER_IDENTIFIER9 identifier;
+    EXPECT_TRUE(adapter.adapterCaps(4, caps) && adapter.adapterIdentifier(4, identifier) && caps.MasterAdapterOrdinal == 3);
+    EXPECT_FALSE(adapter.adapterIdentifier(6, identifier));
+    EXPECT_FALSE(adapter.adapterCaps(7, caps));
+    EXPECT_TRUE(log.contains("VexilDX9", 4, "224 Adapter index 6 out of bound"));
+    EXPECT_TRUE(log.contains("VexilDX9", 4, "236 Adapter index 7 out of bound"));
+}
+
+TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
+    for (D3DFORMAT f : {D3DFMT_A2R10G10B10, D3DFMT_A8R8G8B8, D3DFMT_X8R8G8B8, D3DFMT_A1R5G5B5, D3DFMT_X1R5G5B5, D3DFMT_R5G6B5})
+        EXPECT_TRUE(AdapterD3D9::isAdapterFormatValid(f) && adapter.formatBitDepth(f) >= 16) << f;
+    EXPECT_FALSE(AdapterD3D9::isAdapterFormatValid(D3DFMT_A4R4G4B4));
+    EXPECT_EQ(0u, adapter.formatBitDepth(D3DFMT_A4R4G4B4));
+    EXPECT_TRUE(log.contains("VexilDX9", 4, "1139 Format not recognized, please update code"));
+
+    const std::pair<DWORD, unsigned long> intervals[] = {
+        {D3DPRESENT_INTERVAL_ONE | D3DPRESENT_INTERVAL_IMMEDIATE, D3DPRESENT_INTERVAL_IMMEDIATE},
+        {D3DPRESENT_INTERVAL_FOUR | D3DPRESENT_INTERVAL_TWO, D3DPRESENT_INTERVAL_TWO}, {0, kNotFound}};
+    for (const auto& c : intervals) {
+        D3DCAPS9 caps = {};
+        caps.PresentationIntervals = c.first;
+        EXPECT_EQ(c.second, adapter.getFastestPresentationInterval(caps)) << c.first;
+    }
+
+    // Windowed: copied, default interval; a format is chosen even when no automatic buffer is asked for.
+    const D3DPRESENT_PARAMETERS windowed = adapter.createDevicePresentParam(1, true, windows[0], false);
+    EXPECT_TRUE(windowed.SwapEffect == D3DSWAPEFFECT_COPY && windowed.PresentationInterval == D3DPRESENT_INTERVAL_DEFAULT);
+    EXPECT_FALSE(windowed.EnableAutoDepthStencil);
+    EXPECT_EQ(D3DFMT_D24S8, windowed.AutoDepthStencilFormat);
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "497 Using ZStencil buffer format 75"));
+    EXPECT_EQ(D3DSWAPEFFECT_FLIP, adapter.createDevicePresentParam(1, false, windows[0], true).SwapEffect);
+
+    d3d->adapter(1).displayFormat = D3DFMT_A4R4G4B4;
+    d3d->acceptedDepthFormat = D3DFMT_D16;
+    D3DPRESENT_PARAMETERS pp = adapter.createDevicePresentParam(1, true, windows[0], true);
+    EXPECT_EQ(D3DFMT_R5G6B5, pp.BackBufferFormat);
+    EXPECT_EQ(D3DFMT_D16, pp.AutoDepthStencilFormat);
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "314 defaulting to D3DFMT_R5G6B5"));
+    d3d->rejectedDepthChecks = -1;
+    pp = adapter.createDevicePresentParam(1, true, windows[0], true);
+    EXPECT_EQ(D3DFMT_UNKNOWN, pp.AutoDepthStencilFormat);
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "505 IDirect3DDevice9 will be created without a depth-stencil buffer"));
+
+    EXPECT_FALSE(adapter.toggleMultiSampling());
+    const std::pair<DWORD, DWORD> multisampleLevels[] = {{1, 0}, {2, 1}, {5, 2}};
+    for (const auto& levels : multisampleLevels) {
+        d3d->multiSampleLevels = levels.first;
+        pp = adapter.createDevicePresentParam(1, true, windows[0], true);
+        EXPECT_TRUE(pp.MultiSampleType == D3DMULTISAMPLE_NONMASKABLE && pp.SwapEffect == D3DSWAPEFFECT_DISCARD);
+        EXPECT_EQ(levels.second, pp.MultiSampleQuality) << levels.first << " levels";
+        EXPECT_TRUE(log.contains("VexilDX9", 2, "360 MultiSampleQuality supported = " + std::to_string(levels.first)));
+    }
+    d3d->multiSampleResult = D3DERR_NOTAVAILABLE;
+    pp = adapter.createDevicePresentParam(1, true, windows[0], true);
+    EXPECT_EQ(D3DMULTISAMPLE_NONE, pp.MultiSampleType);
+    EXPECT_EQ(D3DSWAPEFFECT_COPY, pp.SwapEffect);
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "378 Multisample anti aliasing is not supported by the device"));
+    EXPECT_TRUE(adapter.toggleMultiSampling());
+
+    const UINT downgrades[][4] = {{1024, 768, 800, 600}, {640, 480, 640, 480}, {1920, 1200, 1280, 1024}};
+    for (const auto& c : downgrades) {
+        pp.BackBufferWidth = c[0];
+        pp.BackBufferHeight = c[1];
+        adapter.downgradeResolution(0, pp);
+        EXPECT_TRUE(pp.BackBufferWidth == c[2] && pp.BackBufferHeight == c[3]) << c[0] << " to " << pp.BackBufferWidth;
+    }
+    expectAssertion([&] { adapter.downgradeResolution(6, pp); }, 1005, "headIndex < m_headList.size()");
+}
+
+TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
+    d3d->createDeviceResults = {D3DERR_OUTOFVIDEOMEMORY, D3DERR_OUTOFVIDEOMEMORY, D3DERR_DEVICELOST, D3DERR_NOTAVAILABLE};
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), false, D3DDEVTYPE_HAL)) << log.dump();
+    const std::vector<CreateDeviceCall>& calls = d3d->createDeviceCalls();
+    ASSERT_EQ(5u, calls.size());
+    EXPECT_EQ(1024u, calls[1].params[0].BackBufferWidth);
+    EXPECT_EQ(800u, calls[2].params[0].BackBufferWidth);
+    EXPECT_EQ(800u, calls[4].params[0].BackBufferWidth);
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "901 Downgraded dimension 800 x 600"));
+    EXPECT_TRUE(log.contains("VexilDX9", 4, "907 Device is lost at creation time"));
+    EXPECT_EQ(std::vector<DWORD>(2, 500), sleeps->calls());
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 IDirect3D9::CreateDevice S_OK"));
+    EXPECT_EQ(static_cast<unsigned>(D3DCREATE_HARDWARE_VERTEXPROCESSING), adapter.vertexProcessingMode());
+    EXPECT_EQ(static_cast<unsigned long>(D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL), adapter.clearFlag());
+
+    // Ten lost results end a vertex-processing mode; the next one is tried.
+    d3d->failingVertexMode = D3DCREATE_HARDWARE_VERTEXPROCESSING;
+    d3d->failingVertexModeResult = D3DERR_DEVICELOST;
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    EXPECT_EQ(2u + 10u, sleeps->calls().size());
+    EXPECT_EQ(static_cast<unsigned>(D3DCREATE_MIXED_VERTEXPROCESSING), adapter.vertexProcessingMode());
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "871 Creating Direct3D9 device using vertex processing mode 128"));
+
+    d3d->failingVertexMode = ~0u;
+    d3d->failingVertexModeResult = D3DERR_INVALIDCALL;
+    EXPECT_FALSE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    EXPECT_TRUE(log.contains("VexilDX9", 4,
+                             "947 Unable to create a Direct3DDevice9 object from adapter index 0, HRESULT = " +
+                                 std::to_string(D3DERR_INVALIDCALL)));
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "633 Unable to create swap chain mapping"));
+    EXPECT_FALSE(adapter.isInitialized());
+    expectAssertion([&] { adapter.defaultD3DDevice(0, windows[0], true, D3DDEVTYPE_SW); }, 832,
+                    "(deviceType == D3DDEVTYPE_HAL) || (deviceType == D3DDEVTYPE_REF)");
+}
+
+TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
+    // Full screen: one group device, the card's own chains, windows in subordinate order.
+    ASSERT_TRUE(adapter.createSwapChain(names({2, 0, 1}), windows[0], windows.list(3), false, D3DDEVTYPE_HAL)) << log.dump();
+    EXPECT_TRUE(lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE);
+    ASSERT_EQ(3u, lastCall().params.size());
+    for (UINT k = 0; k < 3; ++k) {
+        EXPECT_EQ(windows[k], lastCall().params[k].hDeviceWindow);
+        EXPECT_FALSE(lastCall().params[k].EnableAutoDepthStencil);
+    }
+    EXPECT_EQ(3u, adapter.numActiveChain());
+    EXPECT_EQ(0u, adapter.currentAdapterIndex());
+    EXPECT_TRUE(adapter.isInitialized());
+    EXPECT_EQ(1u, adapter.chainIndex(lowerCase(headName(0)).c_str()));
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "1271 os locator \\\\.\\head0 index= 1"));
+    for (UINT head : {0, 1, 2}) {
+        EXPECT_TRUE(adapter.swapChain(name(head)) && adapter.depthBuffer(name(head))) << head;
+        EXPECT_TRUE(adapter.displayHead(head).renderFlag);
+    }
+    EXPECT_FALSE(adapter.swapChain("\\\\.\\NOWHERE") || adapter.depthBuffer(name(3)));
+    EXPECT_TRUE(adapter.isSameRenderingOSLocator(names({1, 2, 0})));
+    EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})));
+    EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2})));
+    EXPECT_EQ(0u, adapter.adapterIndex(""));
+    for (const char* line : {"245 m_swapChainGroup.m_renderingHeadIndex.size() = 3", "757 Master head index 0",
+                             "733 CreateDepthStencilBuffer succeeded"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
+    adapter.resetHeadRenderFlag();
+    EXPECT_FALSE(adapter.displayHead(0).renderFlag);
+    expectAssertion([&] { adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL); },
+                    763, "deviceWindow.size() >= (subordinate.size() + 1)");
+
+    // Windowed: an ordinary device with an additional chain per other head. The depth buffers
+    // take the size of windowed present parameters, 0 x 0, which Direct3D refuses.
+    EXPECT_FALSE(adapter.createSwapChain(names({4, 3}), windows[0], windows.list(2), true, D3DDEVTYPE_REF));
+    EXPECT_EQ(1u, log.count("VexilDX9", "719 Unable to create a depth buffer for swap chain ")) << log.dump();
+    EXPECT_EQ(0u, lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE);
+    EXPECT_EQ(3u, lastCall().adapter);
+    EXPECT_EQ(D3DDEVTYPE_REF, adapter.deviceType());
+    EXPECT_TRUE(adapter.swapChain(name(4)) && adapter.swapChain(name(3)));
+    EXPECT_NE(adapter.swapChain(name(3)).get(), adapter.swapChain(name(4)).get());
+
+    // Unknown names and heads without a monitor are dropped; with none left, head 0 stands in.
+    ASSERT_TRUE(adapter.createSwapChain(names({kNoMonitor}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "612 No monitor attached to video head, using default"));
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "577 osLocatorList[locator] = \\\\.\\HEAD5"));
+    EXPECT_EQ(0u, lastCall().adapter);
+    EXPECT_EQ(1u, adapter.activeChainOSLocator().size());
+    EXPECT_TRUE(adapter.swapChain(name(kNoMonitor)) && adapter.depthBuffer(name(kNoMonitor)));
+    EXPECT_TRUE(adapter.isStencilCreated() && adapter.isZStencilBufferSupported());
+
+    EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "563 Zero size os locator list passed"));
+    expectAssertion([&] { adapter.createDevicePresentParam(zeb::Array<zeb::String>(), windows.list(1), true); }, 743,
+                    "osLocatorList.size() > 0");
+}
+
+TEST_F(AdapterScripted, FailedChainsAndBuffersAreReportedAndReleased) {
+    const struct {
+        HRESULT DeviceScript::*result;
+        std::vector<UINT> heads;
+        bool created;
+        int priority;
+        const char* message;
+    } cases[] = {
+        {&DeviceScript::swapChainResult, {0}, false, 4, "665 GetSwapChain fails "},
+        {&DeviceScript::additionalSwapChainResult, {3, 4}, false, 4, "658 CreateAdditionalSwapChain fails "},
+        {&DeviceScript::depthStencilSurfaceResult, {0}, true, 3, "729 Device does not have a depth stencil buffer "},
+    };
+    for (const auto& c : cases) {
+        d3d->deviceScript = DeviceScript();
+        d3d->deviceScript.*c.result = D3DERR_INVALIDCALL;
+        EXPECT_EQ(c.created, adapter.createSwapChain(names(c.heads), windows[0], windows.list(2), true, D3DDEVTYPE_HAL));
+        EXPECT_TRUE(log.contains("VexilDX9", c.priority, c.message)) << log.dump();
+        adapter.cleanup();
+        EXPECT_EQ(0, ledger->liveDevices) << c.message;
+        ASSERT_TRUE(adapter.initialize());
+    }
+    EXPECT_FALSE(adapter.createDepthStencilBuffer());
+    EXPECT_TRUE(log.contains("VexilDX9", 2, "691 Number of active chain = 0"));
+}
+
+TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    ScriptedDevice9* device = d3d->lastDevice();
+    device->script.cooperativeLevels = {D3DERR_DEVICELOST, D3DERR_DEVICELOST, D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
+    EXPECT_EQ(D3D_OK, adapter.reset());
+    EXPECT_EQ(3u, device->resetCalls);
+    EXPECT_TRUE(adapter.depthBuffer(name(0))) << "rebuilt after the reset";
+    EXPECT_TRUE(sleeps->calls().empty()) << "reset does not wait";
+
+    device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
+    device->script.resetResult = D3DERR_INVALIDCALL;
+    EXPECT_EQ(E_FAIL, adapter.reset());
+
+    // Healthy: logged and returned, no reset; the depth buffers are gone until the next creation.
+    EXPECT_EQ(D3D_OK, adapter.reset());
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::TestCooperativeLevel() S_OK"));
+    EXPECT_FALSE(adapter.depthBuffer(name(0)));
+    EXPECT_EQ(4u, device->resetCalls);
+
+    // A focus window that cannot be brought forward is reported; the reset stands.
+    ASSERT_TRUE(adapter.createSwapChain(names({0}), nullptr, windows.list(1), true, D3DDEVTYPE_HAL));
+    device = d3d->lastDevice();
+    device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
+    EXPECT_EQ(D3D_OK, adapter.reset());
+    EXPECT_EQ(1u, log.count("VexilDX9", "1194 SetForegroundWindow fails "));
+
+    device->script.resetResult = D3D_OK;
+    device->script.cooperativeLevels = std::deque<HRESULT>(10, D3DERR_DEVICELOST);
+    device->script.cooperativeLevels.push_back(D3DERR_DEVICENOTRESET);
+    adapter.cleanup();
+    EXPECT_EQ(std::vector<DWORD>(9, 500), sleeps->calls());
+    EXPECT_EQ(9u, log.count("VexilDX9", "1233 Device in lost state, sleeping 500 ms"));
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "1240 Device is in not reset state"));
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::Reset S_OK"));
+    for (const char* line : {"1218 Releasing depth stencil", "1221 Releasing swap chain", "1224 Testing device validity",
+                             "1229 Testing device cooperative level for lost device",
+                             "1237 Testing device cooperative level for device reset", "1244 Releasing device"})
+        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
+    EXPECT_FALSE(adapter.device());
+}
+
+TEST(NoDirect3D, AdapterAndShaderQueriesFailCleanly) {
+    LogCapture log;
+    Direct3DCreateHook hook([](UINT) { return static_cast<IDirect3D9*>(nullptr); });
+    ASSERT_TRUE(hook.ok());
+    AdapterD3D9 adapter;
+    EXPECT_FALSE(adapter.initialize());
+    EXPECT_TRUE(log.contains("VexilDX9", 4, "50 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"));
+    EXPECT_FALSE(adapter.enumerateAllHeads());
+    EXPECT_TRUE(log.contains("VexilDX9", 1, "63 enumerateAllHeads called before calling initialize"));
+    expectAssertion([] { AdapterD3D9 failing(true); }, 1034, "initialize()");
+    TestWindows windows(1);
+    EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+
+    unsigned version = 7;
+    EXPECT_FALSE(vertexShaderVersion("\\\\.\\DISPLAY1", &version));
+    EXPECT_FALSE(pixelShaderVersion("\\\\.\\DISPLAY1", &version));
+    EXPECT_EQ(7u, version);
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "26 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"));
+}
+
+}  // namespace
+}  // namespace vexiltest

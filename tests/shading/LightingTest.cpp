@@ -1,0 +1,106 @@
+#include "ShadingSupport.h"
+
+#include <VexilDX9/LightingEffect.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace shadingtest;
+
+namespace {
+
+struct LightCase {
+    const char* name;
+    bool directional, spot, point, textured;
+};
+
+// Two texels along u, read linearly with wrapping as the effect's sampler does.
+const D3DCOLOR kTexels[2] = {D3DCOLOR_XRGB(255, 64, 64), D3DCOLOR_XRGB(64, 96, 255)};
+D3DXVECTOR4 sampleTexture(float u) {
+    float x = u * 2 + 1.5f, f = x - std::floor(x);
+    D3DXCOLOR a(kTexels[static_cast<int>(x) & 1]), b(kTexels[(static_cast<int>(x) + 1) & 1]);
+    return D3DXVECTOR4(a.r, a.g, a.b, 1) * (1 - f) + D3DXVECTOR4(b.r, b.g, b.b, 1) * f;
+}
+
+// The lighting effect on a real device, its blocks bound as LightingEffect binds them.
+class LitSceneTest : public SceneTest, public ::testing::WithParamInterface<LightCase> {
+protected:
+    void SetUp() override {
+        SceneTest::SetUp();
+        ASSERT_TRUE(m_effect.load("lightingEffect.fxo", m_holder));
+        m_general = std::make_unique<LightingEffect::GeneralParameter>(BorrowedEffect(&m_effect));
+    }
+    void TearDown() override {
+        m_texture.reset();
+        m_effect = Effect();
+        SceneTest::TearDown();
+    }
+    void setValues(const Material& m, const Lights& l, bool textured) {
+        const LightingEffect::GeneralParameter& g = *m_general;
+        g.ambientCoeff.set(m.ambientCoeff), g.ambientColor.set(m.ambientColor), g.diffuseCoeff.set(m.diffuseCoeff);
+        g.diffuseColor.set(m.diffuseColor), g.specularCoeff.set(m.specularCoeff), g.specularPower.set(m.specularPower);
+        g.specularColor.set(m.specularColor), g.selfShadowPower.set(m.selfShadowPower);
+        g.squareDistanceFactor.set(l.squareDistanceFactor), g.hasTexture.set(textured);
+        g.matViewProjection.set(m_viewProjection), g.matViewInv.set(m_viewInverse);
+        LightingEffect::DirectionalLightParameter directional{BorrowedEffect(&m_effect)};
+        LightingEffect::SpotLightParameter spot{BorrowedEffect(&m_effect)};
+        LightingEffect::PointLightParameter point{BorrowedEffect(&m_effect)};
+        directional.lightDirection.set(l.direction), directional.lightColor.set(l.directionalColor);
+        spot.spotLightPosition.set(l.spotPosition), spot.spotLightDirection.set(l.spotDirection);
+        spot.spotLightColor.set(l.spotColor), spot.innerAngle.set(l.innerAngle), spot.outerAngle.set(l.outerAngle);
+        point.pointLightPosition.set(l.pointPosition), point.pointLightColor.set(l.pointColor);
+    }
+    void draw(ID3DXMesh* mesh, const D3DXVECTOR3& at) {
+        D3DXMATRIX identity;  // normals of a moved mesh stay as they are
+        m_general->matWorld.set(translation(at)), m_general->matWorldInverseTranspose.set(*D3DXMatrixIdentity(&identity));
+        EXPECT_TRUE(m_effect.technique(m_effect.techniqueIndex("BlinnPhongShading")).render(mesh, 0));
+    }
+    void makeTexture() {
+        ASSERT_EQ(D3D_OK, device()->CreateTexture(2, 1, 1, 0, D3DFMT_X8R8G8B8, D3DPOOL_MANAGED, m_texture.receive(), nullptr));
+        D3DLOCKED_RECT locked;
+        m_texture->LockRect(0, &locked, nullptr, 0);
+        std::copy(kTexels, kTexels + 2, static_cast<D3DCOLOR*>(locked.pBits));
+        m_texture->UnlockRect(0);
+        const char* handle = nullptr;
+        IDirect3DBaseTexture9* base = m_texture.get();
+        ASSERT_TRUE(getParameterHandle(m_effect, "textureMap", handle) && setParameter(m_effect, handle, base));
+    }
+
+    Effect m_effect;
+    std::unique_ptr<LightingEffect::GeneralParameter> m_general;
+    COMPtr<IDirect3DTexture9>::pointer m_texture;
+};
+
+// The sphere has no texture coordinates, so the textured case draws the ground alone.
+TEST_P(LitSceneTest, PixelsFollowTheBlinnPhongEquation) {
+    const LightCase& c = GetParam();
+    Material material;
+    Lights lights;
+    lights.directionalColor = c.directional ? D3DXVECTOR4(0.9f, 0.9f, 1, 1) : lights.directionalColor;
+    lights.spotColor = c.spot ? D3DXVECTOR4(1, 0.9f, 0.7f, 1) : lights.spotColor;
+    lights.pointColor = c.point ? D3DXVECTOR4(0.8f, 1, 0.8f, 1) : lights.pointColor;
+    if (c.textured) makeTexture();
+    setValues(material, lights, c.textured);
+    device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
+    device()->BeginScene();
+    if (!c.textured) draw(m_sphere.get(), kSphereCentre);
+    draw(m_ground.get(), D3DXVECTOR3(0, 0, 0));
+    device()->EndScene();
+    int compared = compareWithReference(!c.textured, [&](const Surface& s, D3DCOLOR& expected, int& tolerance) {
+        D3DXVECTOR4 base = c.textured ? sampleTexture((s.p.x + kGroundHalf) / (2 * kGroundHalf)) : D3DXVECTOR4(1, 1, 1, 1);
+        expected = blinnPhong(material, lights, s.p, s.n, m_eye, base);
+        tolerance = s.what == Seen::Sphere ? 10 : 6;  // the sphere is facetted, its normals interpolated
+        return true;
+    });
+    EXPECT_GT(compared, 500);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lights, LitSceneTest,
+                         ::testing::Values(LightCase{"Directional", true, false, false, false},
+                                           LightCase{"Spot", false, true, false, false},
+                                           LightCase{"Point", false, false, true, false},
+                                           LightCase{"All", true, true, true, false},
+                                           LightCase{"AllTextured", true, true, true, true}),
+                         [](const ::testing::TestParamInfo<LightCase>& info) { return info.param.name; });
+
+}  // namespace
