@@ -148,7 +148,7 @@ void convert(const Subject& s)
     DWORD influences = 0, combinations = 0;
     if (FAILED(s.skin->ConvertToBlendedMesh(s.mesh, D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE, nullptr, nullptr,
                                             nullptr, nullptr, &influences, &combinations, &table, &blended))) {
-        std::printf("ConvertToBlendedMesh failed on %s\n", s.name.c_str());
+        vexilbench::note(("ConvertToBlendedMesh " + s.name).c_str(), "FAILED: the conversion failed");
         std::exit(1);
     }
     table->Release();
