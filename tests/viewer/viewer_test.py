@@ -1,0 +1,222 @@
+#!/usr/bin/env python3
+"""Runs vexil-view headless under Wine and checks the pictures it writes.
+
+Usage: viewer_test.py BUILD_DIR CHECK   (CHECK: bundled, errors, samples)
+Exit 0 passed, 1 failed, 77 skipped.
+"""
+import os
+import shutil
+import struct
+import subprocess
+import sys
+import zlib
+
+BACKGROUND = (46, 52, 64)  # the viewer's clear colour
+SKIP = 77
+
+
+def wine_path(path):
+    return "Z:" + os.path.abspath(path).replace("/", "\\")
+
+
+class Viewer:
+    def __init__(self, build):
+        self.build = build
+        self.work = os.path.join(build, "bin", "test-output", "viewer")
+        os.makedirs(self.work, exist_ok=True)
+
+    def run(self, scene, *options, out=None):
+        """Runs the viewer; returns (exit code, stdout, stderr)."""
+        command = [os.path.join(self.build, "wine-run"), os.path.join(self.build, "bin", "vexil-view.exe"), scene]
+        command += list(options)
+        if out is not None:
+            shutil.rmtree(out, ignore_errors=True)
+            command += ["--out", wine_path(out)]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=600)
+        return done.returncode, done.stdout.replace("\r", "\n"), done.stderr
+
+    def bundled_scene(self):
+        return wine_path(os.path.join(self.build, "bin", "scene", "walker.x"))
+
+
+# ---------------------------------------------------------------------------------------------
+# PNG reading (8-bit RGB, any row filter).
+
+def read_png(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n", path + " is not a PNG"
+    at, idat, width, height = 8, b"", 0, 0
+    while at < len(data):
+        size, kind = struct.unpack(">I4s", data[at:at + 8])
+        body = data[at + 8:at + 8 + size]
+        if kind == b"IHDR":
+            width, height, depth, colour = struct.unpack(">IIBB", body[:10])
+            assert (depth, colour) == (8, 2), "expected 8-bit RGB"
+        elif kind == b"IDAT":
+            idat += body
+        at += 12 + size
+    raw, stride = zlib.decompress(idat), width * 3
+    rows, previous = [], bytearray(stride)
+    for y in range(height):
+        kind, line = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+        for i in range(stride):
+            left = line[i - 3] if i >= 3 else 0
+            up, corner = previous[i], previous[i - 3] if i >= 3 else 0
+            if kind == 1: line[i] = (line[i] + left) & 255
+            elif kind == 2: line[i] = (line[i] + up) & 255
+            elif kind == 3: line[i] = (line[i] + (left + up) // 2) & 255
+            elif kind == 4:
+                p = left + up - corner
+                pa, pb, pc = abs(p - left), abs(p - up), abs(p - corner)
+                line[i] = (line[i] + (left if pa <= pb and pa <= pc else up if pb <= pc else corner)) & 255
+        rows.append([tuple(line[x * 3:x * 3 + 3]) for x in range(width)])
+        previous = line
+    return rows
+
+
+def shirt_centroid(rows):
+    """Centre of the character's blue shirt stripes, and how many pixels show them."""
+    xs, ys = [], []
+    for y, row in enumerate(rows):
+        for x, (r, g, b) in enumerate(row):
+            if b > 100 and b > r + 50 and b > g + 40:
+                xs.append(x)
+                ys.append(y)
+    return (sum(xs) / len(xs), sum(ys) / len(ys), len(xs)) if xs else (0, 0, 0)
+
+
+def red_pixels(rows):
+    """Pixels of the red pillar, a rigid prop with a material and no texture."""
+    return sum(1 for row in rows for r, g, b in row if r > 120 and g < r // 3 and b < r // 3)
+
+
+def roughness(rows):
+    """Mean brightness step between neighbouring pixels of the lower quarter (the floor)."""
+    steps, count = 0, 0
+    for row in rows[len(rows) * 3 // 4:]:
+        for a, b in zip(row, row[1:]):
+            steps += abs(sum(a) - sum(b))
+            count += 1
+    return steps / count / 3
+
+
+# ---------------------------------------------------------------------------------------------
+# Checks. Each returns a list of failures.
+
+FRAMES = 6
+
+
+def check_bundled(viewer):
+    failures = []
+    runs = [os.path.join(viewer.work, name) for name in ("run1", "run2", "plain", "effect")]
+    options = ["--frames", str(FRAMES), "--fps", "6", "--size", "320x240"]
+    for out, extra in zip(runs, ([], [], ["--no-textures"], ["--skin", "effect"])):
+        code, stdout, stderr = viewer.run(viewer.bundled_scene(), *options, *extra, out=out)
+        if code != 0:
+            return ["bundled scene run %s exited %d: %s" % (extra, code, stderr)]
+    if "frame %d/%d" % (FRAMES, FRAMES) not in stdout or "average" not in stdout or "triangles" not in stdout:
+        failures.append("no progress line or summary in: " + stdout)
+    names = ["frame_%04d.png" % i for i in range(1, FRAMES + 1)] + ["contact.png"]
+    for name in names:
+        with open(os.path.join(runs[0], name), "rb") as a, open(os.path.join(runs[1], name), "rb") as b:
+            if a.read() != b.read():
+                failures.append(name + " differs from run to run")
+    first = read_png(os.path.join(runs[0], names[0]))
+    last = read_png(os.path.join(runs[0], names[FRAMES - 1]))
+    (x0, y0, n0), (x1, y1, n1) = shirt_centroid(first), shirt_centroid(last)
+    if min(n0, n1) < 30:
+        failures.append("the character is not in the pictures (%d and %d shirt pixels)" % (n0, n1))
+    elif abs(x1 - x0) + abs(y1 - y0) < 5:
+        failures.append("the character did not move: (%.1f, %.1f) then (%.1f, %.1f)" % (x0, y0, x1, y1))
+    (xe, ye, ne) = shirt_centroid(read_png(os.path.join(runs[3], names[FRAMES - 1])))
+    if ne < 30 or abs(xe - x1) + abs(ye - y1) > 20:
+        failures.append("the effect path puts the character elsewhere: (%.1f, %.1f) against (%.1f, %.1f), %d pixels"
+                        % (xe, ye, x1, y1, ne))
+    if red_pixels(first) < 30:
+        failures.append("the rigid props are not drawn (no red pillar)")
+    textured, plain = roughness(first), roughness(read_png(os.path.join(runs[2], names[0])))
+    if textured < 2 * plain + 1:
+        failures.append("the floor does not look textured: roughness %.2f against %.2f untextured" % (textured, plain))
+    sheet = read_png(os.path.join(runs[0], "contact.png"))
+    if (len(sheet[0]), len(sheet)) != (4 + 4 * 84, 4 + 2 * 64):
+        failures.append("contact sheet is %dx%d" % (len(sheet[0]), len(sheet)))
+    if os.path.getsize(os.path.join(runs[2], names[0])) > 320 * 240:
+        failures.append("pictures are not compressed")
+    return failures
+
+
+def check_errors(viewer):
+    failures = []
+    scene = viewer.bundled_scene()
+    with open(os.path.join(viewer.build, "bin", "scene", "walker.x")) as f:
+        text = f.read()
+    files = {"cut.x": text[:len(text) // 3], "garbage.x": "not an X file at all\n",
+             "bad.k2m": "0:Hips\nHead\n", "good.k2m": "0:Hips\n"}
+    for name, content in files.items():
+        with open(os.path.join(viewer.work, name), "w") as f:
+            f.write(content)
+    at = lambda name: wine_path(os.path.join(viewer.work, name))
+    cases = [  # what, scene, options, exit code, text expected on standard error
+        ("missing scene", at("none.x"), [], 2, "no such file"),
+        ("damaged scene", at("cut.x"), [], 2, "not a loadable X file"),
+        ("not an X file", at("garbage.x"), [], 2, "not a loadable X file"),
+        ("bad k2m entry", scene, ["--k2m", at("bad.k2m")], 2, "not a 'k:frameName' entry"),
+        ("missing k2m", scene, ["--k2m", at("none.k2m")], 2, "cannot read"),
+        ("refused size", scene, ["--size", "100000x100000"], 2, "refuses"),
+        ("empty size", scene, ["--size", "0x0"], 2, "--size"),
+        ("unknown option", scene, ["--fast"], 2, "unknown option"),
+        ("missing textures", scene, ["--textures", at("no-such-dir")], 0, "does not exist"),
+        ("good k2m", scene, ["--k2m", at("good.k2m")], 0, ""),
+    ]
+    for what, file, options, expected, message in cases:
+        out = os.path.join(viewer.work, "errors")
+        code, _, stderr = viewer.run(file, "--frames", "1", "--size", "64x48", *options, out=out)
+        pictures = os.path.isdir(out) and any(n.endswith(".png") for n in os.listdir(out))
+        if code != expected or message not in stderr or pictures != (expected == 0):
+            failures.append("%s: exit %d (wanted %d), pictures %s, stderr: %s" % (what, code, expected, pictures, stderr.strip()))
+    return failures
+
+
+SAMPLES = ["sdk/Tiny/tiny.x", "sdk/Dwarf/Dwarf.x", "assimp/Testwuson.X"]
+
+
+def framed(rows):
+    """The model covers a fair part of the picture and touches no edge."""
+    height, width = len(rows), len(rows[0])
+    covered = [(x, y) for y, row in enumerate(rows) for x, p in enumerate(row) if p != BACKGROUND]
+    if len(covered) < width * height // 50:
+        return "only %d pixels show the model" % len(covered)
+    xs, ys = [x for x, _ in covered], [y for _, y in covered]
+    if min(xs) == 0 or min(ys) == 0 or max(xs) == width - 1 or max(ys) == height - 1:
+        return "the model reaches the edge: x %d..%d, y %d..%d" % (min(xs), max(xs), min(ys), max(ys))
+    return ""
+
+
+def check_samples(viewer):
+    samples = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "shared", "samples")
+    if not os.path.isdir(samples):
+        print("../shared/samples is absent: third-party sample check skipped")
+        sys.exit(SKIP)
+    failures = []
+    for sample in SAMPLES:
+        out = os.path.join(viewer.work, "sample")
+        code, stdout, stderr = viewer.run(wine_path(os.path.join(samples, sample)), "--frames", "2", "--size",
+                                          "240x180", out=out)
+        problem = "exit %d: %s" % (code, stderr.strip()) if code else framed(read_png(os.path.join(out, "frame_0002.png")))
+        if problem:
+            failures.append(sample + ": " + problem)
+    return failures
+
+
+def main():
+    build, check = sys.argv[1], sys.argv[2]
+    failures = {"bundled": check_bundled, "errors": check_errors, "samples": check_samples}[check](Viewer(build))
+    for failure in failures:
+        print("FAILED: " + failure)
+    print("%d passed, %d failed" % (0 if failures else 1, 1 if failures else 0))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

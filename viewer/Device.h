@@ -1,0 +1,44 @@
+#pragma once
+// The viewer's device (through the library's render device manager) and the off-screen target
+// that headless pictures are drawn into and read back from.
+#include <VexilDX9/RenderDeviceManagerDX9.h>
+#include <Png.h>
+
+#include <d3d9.h>
+#include <windows.h>
+
+#include <string>
+
+namespace vexilview {
+
+class ViewerDevice {
+public:
+    // One windowed device on the first HAL adapter, presenting to window; false with a message.
+    bool create(HWND window, bool depthStencil, std::string& problem);
+    IDirect3DDevice9* get() const { return m_device ? m_device->d3dDevice().get() : nullptr; }
+    const COMPtr<IDirect3DDevice9>::pointer& holder() const { return m_device->d3dDevice(); }
+    VexilDX9::RenderDeviceDX9& renderDevice() { return *m_device; }
+    // False, with a message, when the device cannot draw pictures of that size.
+    bool supportsSize(unsigned width, unsigned height, std::string& problem) const;
+
+private:
+    VexilDX9::RenderDeviceManagerDX9 m_manager;
+    VexilDX9::RenderDeviceManagerDX9::RenderDeviceReference m_device;
+};
+
+class OffscreenTarget {
+public:
+    // Colour target, depth buffer and the system-memory copy for read-back.
+    HRESULT create(IDirect3DDevice9* device, unsigned width, unsigned height);
+    void bind(IDirect3DDevice9* device) const;
+    bool readBack(IDirect3DDevice9* device, vexilsupport::Image& image) const;
+
+private:
+    unsigned m_width = 0, m_height = 0;
+    COMPtr<IDirect3DSurface9>::pointer m_colour, m_depth, m_copy;
+};
+
+// A window class and window for the viewer; hidden ones carry headless devices.
+HWND createViewerWindow(unsigned width, unsigned height, bool visible, WNDPROC procedure);
+
+}  // namespace vexilview

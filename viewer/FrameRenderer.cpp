@@ -1,0 +1,83 @@
+#include "FrameRenderer.h"
+
+#include <windows.h>
+
+namespace vexilview {
+
+namespace {
+
+// A soft white light from above and behind the default camera: the scene's own three lights are
+// dim grey, enough to shade but not to see by.
+D3DLIGHT9 keyLight() {
+    D3DLIGHT9 light = {};
+    light.Type = D3DLIGHT_DIRECTIONAL;
+    light.Diffuse = {0.7f, 0.7f, 0.68f, 1.0f};
+    light.Direction = {-0.35f, -0.8f, 0.5f};
+    return light;
+}
+
+const DWORD kKeyLightIndex = 3;
+const D3DCOLOR kAmbient = D3DCOLOR_XRGB(96, 96, 104);
+
+}  // namespace
+
+std::wstring programDirectory() {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring directory(path);
+    return directory.substr(0, directory.find_last_of(L"\\/") + 1);
+}
+
+bool FrameRenderer::useSkinEffect(const COMPtr<IDirect3DDevice9>::pointer& device, std::string& problem) {
+    const std::wstring file = programDirectory() + L"skinnedMesh.fxo";
+    if (!m_effectReady && !m_skinEffect.load(zeb::String(file.c_str()), device)) {
+        problem = "the skinning effect skinnedMesh.fxo beside vexil-view did not load";
+        return false;
+    }
+    m_effectReady = true;
+    if (!m_scene.meshManager().skinnedMesh().empty() && !m_scene.meshManager().setSkinEffect(BorrowedEffect(&m_skinEffect))) {
+        problem = "the skinning effect lacks parameters the skinned meshes need";
+        return false;
+    }
+    return true;
+}
+
+void FrameRenderer::setStates(IDirect3DDevice9* device) const {
+    device->SetRenderState(D3DRS_ZENABLE, D3DZB_TRUE);
+    device->SetRenderState(D3DRS_LIGHTING, TRUE);
+    device->SetRenderState(D3DRS_AMBIENT, kAmbient);
+    device->SetRenderState(D3DRS_NORMALIZENORMALS, TRUE);
+    device->SetRenderState(D3DRS_SPECULARENABLE, FALSE);
+    const D3DLIGHT9 light = keyLight();
+    device->SetLight(kKeyLightIndex, &light);
+    device->LightEnable(kKeyLightIndex, TRUE);
+    device->SetSamplerState(0, D3DSAMP_MINFILTER, D3DTEXF_LINEAR);
+    device->SetSamplerState(0, D3DSAMP_MAGFILTER, D3DTEXF_LINEAR);
+    device->SetSamplerState(0, D3DSAMP_MIPFILTER, D3DTEXF_LINEAR);
+    device->SetTransform(D3DTS_PROJECTION, &m_scene.perspectiveViewer().projection());
+}
+
+bool FrameRenderer::drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
+    if (skin == SkinPath::Fixed || !m_effectReady) return m_scene.render(device.get(), textures);
+    // The effect path: what render does, with the skinned meshes through the effect's first pass.
+    device->SetTransform(D3DTS_VIEW, &m_scene.perspectiveViewer().matrixLookAtLH());
+    if (!m_scene.renderRigid(device.get(), textures)) return false;
+    zeb::Array<unsigned int> passes;
+    passes.append(0);
+    const bool drawn = m_scene.meshManager().renderSkin(device, m_scene, textures, passes);
+    device->SetVertexShader(nullptr);
+    device->SetPixelShader(nullptr);
+    return drawn;
+}
+
+bool FrameRenderer::draw(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
+    IDirect3DDevice9* d = device.get();
+    if (FAILED(d->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, kBackground, 1.0f, 0)) || FAILED(d->BeginScene()))
+        return false;
+    setStates(d);
+    const bool drawn = drawScene(device, skin, textures);
+    d->EndScene();
+    return drawn;
+}
+
+}  // namespace vexilview

@@ -1,0 +1,129 @@
+// Headless mode: N pictures at F frames a second of scene time, drawn off-screen and written as
+// DIR/frame_0001.png ..., then the contact sheet and a summary.
+#include "ContactSheet.h"
+#include "Modes.h"
+#include "Session.h"
+
+#include <io.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace vexilview {
+
+namespace {
+
+bool createDirectories(const std::wstring& path) {
+    for (size_t at = path.find_first_of(L"\\/", 3); at != std::wstring::npos; at = path.find_first_of(L"\\/", at + 1))
+        CreateDirectoryW(path.substr(0, at).c_str(), nullptr);
+    CreateDirectoryW(path.c_str(), nullptr);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+std::string frameFileName(const std::string& directory, unsigned frame) {
+    char name[32];
+    std::snprintf(name, sizeof name, "frame_%04u.png", frame);
+    return directory + "\\" + name;
+}
+
+struct FrameTimes {
+    double total = 0.0, worst = 0.0;
+    void add(double seconds) {
+        total += seconds;
+        worst = std::max(worst, seconds);
+    }
+};
+
+bool onTerminal() {
+    static const bool terminal = _isatty(_fileno(stdout)) != 0;
+    return terminal;
+}
+
+// On a terminal one line rewritten each frame; into a file or pipe a line at every tenth.
+void reportProgress(unsigned frame, unsigned frames) {
+    if (onTerminal()) {
+        std::printf("\rvexil-view: frame %u/%u", frame, frames);
+    } else if (frame == frames || frame * 10 / frames != (frame - 1) * 10 / frames) {
+        std::printf("vexil-view: frame %u/%u\n", frame, frames);
+    }
+    std::fflush(stdout);
+}
+
+// One frame: the scene advanced to it, drawn, read back and written; its time goes to times.
+bool drawAndWrite(Session& session, const OffscreenTarget& target, unsigned frame, ContactSheet& sheet,
+                  FrameTimes& times) {
+    const Options& o = session.options();
+    const double start = secondsNow();
+    session.scene().step(frame == 1 ? 0.0 : 1.0 / o.fps);
+    session.scene().placeCamera(Orbit());
+    vexilsupport::Image picture;
+    if (!session.renderer().draw(session.device().holder(), o.skin, session.textures()) ||
+        !target.readBack(session.device().get(), picture)) {
+        complain("frame " + std::to_string(frame) + " could not be drawn");
+        return false;
+    }
+    times.add(secondsNow() - start);
+    if (!vexilsupport::writePng(frameFileName(o.outputDirectory, frame), picture)) {
+        complain("cannot write " + frameFileName(o.outputDirectory, frame));
+        return false;
+    }
+    if (sheet.wants(frame)) sheet.add(picture);
+    return true;
+}
+
+void printSummary(const Session& session, const FrameTimes& times) {
+    const Options& o = session.options();
+    const unsigned triangles = session.scene().triangleCount();
+    std::printf("%svexil-view: %u frames of %ux%u and contact.png written to %s\n", onTerminal() ? "\n" : "",
+                o.frames, o.width, o.height, o.outputDirectory.c_str());
+    std::printf("vexil-view: load %.1f ms, %u frames, frame time average %.2f ms, worst %.2f ms, "
+                "%u triangles a frame (%llu drawn)\n",
+                session.loadMilliseconds(), o.frames, times.total * 1000.0 / o.frames, times.worst * 1000.0, triangles,
+                static_cast<unsigned long long>(triangles) * o.frames);
+}
+
+}  // namespace
+
+int runHeadless(const Options& options) {
+    HWND window = createViewerWindow(64, 64, false, nullptr);
+    int code = kExitFailure;
+    {
+        Session session(options);
+        code = session.open(window, false);
+        if (code == kExitOk) code = renderFrames(session);
+    }
+    DestroyWindow(window);
+    return code;
+}
+
+int renderFrames(Session& session) {
+    const Options& o = session.options();
+    IDirect3DDevice9* device = session.device().get();
+    OffscreenTarget target;
+    const HRESULT created = target.create(device, o.width, o.height);
+    if (FAILED(created)) {
+        complain("the device refuses a " + std::to_string(o.width) + "x" + std::to_string(o.height) + " picture");
+        return kExitRefused;
+    }
+    if (!createDirectories(widen(o.outputDirectory))) {
+        complain("cannot create the output directory " + o.outputDirectory);
+        return kExitFailure;
+    }
+    std::printf("vexil-view: %s, loaded in %.1f ms\n", session.describe().c_str(), session.loadMilliseconds());
+    target.bind(device);
+    ContactSheet sheet(o.frames);
+    FrameTimes times;
+    for (unsigned frame = 1; frame <= o.frames; ++frame) {
+        if (!drawAndWrite(session, target, frame, sheet, times)) return kExitFailure;
+        reportProgress(frame, o.frames);
+    }
+    if (!vexilsupport::writePng(o.outputDirectory + "\\contact.png", sheet.compose())) {
+        complain("cannot write the contact sheet");
+        return kExitFailure;
+    }
+    printSummary(session, times);
+    return kExitOk;
+}
+
+}  // namespace vexilview

@@ -1,0 +1,12 @@
+#pragma once
+#include "Options.h"
+
+namespace vexilview {
+
+class Session;
+
+int runHeadless(const Options& options);
+int renderFrames(Session& session);  // the headless loop on an opened session
+int runWindow(const Options& options);
+
+}  // namespace vexilview

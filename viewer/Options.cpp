@@ -1,0 +1,110 @@
+#include "Options.h"
+
+#include <cstdlib>
+#include <fstream>
+
+namespace vexilview {
+
+const char* const kUsage =
+    "usage: vexil-view SCENE.x [--textures DIR] [--k2m FILE] [--size WxH] [--skin fixed|effect]\n"
+    "                  [--no-textures] [--lighting fixed|blinn-phong] [--shadows] [--verbose]\n"
+    "                  [--frames N [--fps F] --out DIR]   (--fps: 30 unless given)\n"
+    "Without --frames it opens a window: drag to orbit, wheel to zoom, space pauses,\n"
+    "S switches the skin path, T textures, L lighting, Esc quits.\n";
+
+namespace {
+
+bool parseUnsigned(const std::string& text, unsigned& value) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || text.size() > 9) return false;
+    value = static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
+    return true;
+}
+
+bool parseSize(const std::string& text, unsigned& width, unsigned& height) {
+    const size_t x = text.find_first_of("xX");
+    return x != std::string::npos && parseUnsigned(text.substr(0, x), width) &&
+           parseUnsigned(text.substr(x + 1), height) && width > 0 && height > 0;
+}
+
+bool parseRate(const std::string& text, double& rate) {
+    char* end = nullptr;
+    rate = std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && rate > 0.0 && rate <= 1000.0;
+}
+
+// Options that take a value: what each does with it, or the complaint when the value is bad.
+std::string applyValue(const std::string& option, const std::string& value, Options& o) {
+    if (option == "--textures") o.textureDirectory = value;
+    else if (option == "--k2m") o.k2mFile = value;
+    else if (option == "--out") o.outputDirectory = value;
+    else if (option == "--size") {
+        if (!parseSize(value, o.width, o.height)) return "--size wants WIDTHxHEIGHT, got '" + value + "'";
+    } else if (option == "--frames") {
+        if (!parseUnsigned(value, o.frames) || o.frames == 0) return "--frames wants a positive count, got '" + value + "'";
+    } else if (option == "--fps") {
+        if (!parseRate(value, o.fps)) return "--fps wants a rate above 0, got '" + value + "'";
+    } else if (option == "--skin") {
+        if (value != "fixed" && value != "effect") return "--skin is fixed or effect, got '" + value + "'";
+        o.skin = value == "fixed" ? SkinPath::Fixed : SkinPath::Effect;
+    } else if (option == "--lighting") {
+        if (value != "fixed" && value != "blinn-phong") return "--lighting is fixed or blinn-phong, got '" + value + "'";
+        o.lighting = value == "fixed" ? Lighting::Fixed : Lighting::BlinnPhong;
+    } else {
+        return "unknown option " + option;
+    }
+    return "";
+}
+
+bool takesValue(const std::string& option) {
+    static const char* const valued[] = {"--textures", "--k2m", "--size", "--skin", "--lighting", "--frames", "--fps", "--out"};
+    for (const char* name : valued)
+        if (option == name) return true;
+    return false;
+}
+
+}  // namespace
+
+std::string parseOptions(const std::vector<std::string>& arguments, Options& o) {
+    bool fpsGiven = false;
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& a = arguments[i];
+        if (a == "--no-textures") o.textures = false;
+        else if (a == "--shadows") o.shadows = true;
+        else if (a == "--verbose") o.verbose = true;
+        else if (takesValue(a)) {
+            if (i + 1 == arguments.size()) return a + " needs a value";
+            fpsGiven |= a == "--fps";
+            const std::string problem = applyValue(a, arguments[++i], o);
+            if (!problem.empty()) return problem;
+        } else if (a.size() > 1 && a[0] == '-') {
+            return "unknown option " + a;
+        } else if (o.scene.empty()) {
+            o.scene = a;
+        } else {
+            return "one scene file only, got '" + o.scene + "' and '" + a + "'";
+        }
+    }
+    if (o.scene.empty()) return "no scene file given";
+    if (o.headless() != !o.outputDirectory.empty()) return "--frames and --out go together";
+    if (fpsGiven && !o.headless()) return "--fps needs --frames";
+    return "";
+}
+
+std::string readFrameList(const std::string& path, std::vector<std::string>& entries) {
+    std::ifstream in(path);
+    if (!in) return "cannot read the frame list " + path;
+    std::string line;
+    for (unsigned number = 1; std::getline(in, line); ++number) {
+        while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
+        if (line.empty()) continue;
+        const size_t colon = line.find(':');
+        unsigned index = 0;
+        if (colon == std::string::npos || line.find(':', colon + 1) != std::string::npos ||
+            !parseUnsigned(line.substr(0, colon), index) || colon + 1 == line.size())
+            return path + ":" + std::to_string(number) + ": not a 'k:frameName' entry: " + line;
+        entries.push_back(line);
+    }
+    return "";
+}
+
+}  // namespace vexilview

@@ -1,0 +1,144 @@
+#include "Session.h"
+
+#include <zeb/Exception.h>
+#include <zeb/Logger.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace vexilview {
+
+namespace {
+
+std::wstring fullPath(const std::string& path) {
+    const std::wstring wide = widen(path);
+    wchar_t buffer[MAX_PATH * 4] = {};
+    const DWORD size = GetFullPathNameW(wide.c_str(), MAX_PATH * 4, buffer, nullptr);
+    return size > 0 && size < MAX_PATH * 4 ? std::wstring(buffer) : wide;
+}
+
+bool isDirectory(const std::wstring& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool isFile(const std::wstring& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+}  // namespace
+
+void complain(const std::string& message) { std::fprintf(stderr, "vexil-view: %s\n", message.c_str()); }
+void warn(const std::string& message) { std::fprintf(stderr, "vexil-view: warning: %s\n", message.c_str()); }
+
+double secondsNow() {
+    static LARGE_INTEGER frequency = {};
+    if (!frequency.QuadPart) QueryPerformanceFrequency(&frequency);
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+std::wstring widen(const std::string& utf8) {
+    const int size = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, nullptr, 0);
+    std::vector<wchar_t> wide(static_cast<size_t>(size > 0 ? size : 1));
+    MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, wide.data(), size);
+    return wide.data();
+}
+
+ExitCode Session::open(HWND window, bool depthStencil) {
+    zeb::LogFactory::setPriority(m_options.verbose ? 1 : 4);  // the library's failures only
+    if (!m_options.k2mFile.empty()) {
+        std::vector<std::string> entries;
+        const std::string problem = readFrameList(m_options.k2mFile, entries);
+        if (!problem.empty()) {
+            complain(problem);
+            return kExitRefused;
+        }
+        for (const std::string& entry : entries) m_frameList.append(zeb::String::fromUTF8(entry.c_str()));
+    }
+    std::string problem;
+    if (!m_device.create(window, depthStencil, problem)) {
+        complain(problem);
+        return kExitFailure;
+    }
+    if (!m_device.supportsSize(m_options.width, m_options.height, problem)) {
+        complain(problem);
+        return kExitRefused;
+    }
+    const ExitCode textures = resolveTextures();
+    return textures != kExitOk ? textures : loadScene();
+}
+
+ExitCode Session::resolveTextures() {
+    m_textures = m_options.textures;
+    std::wstring root;
+    if (m_options.textureDirectory.empty()) {
+        const std::wstring scene = fullPath(m_options.scene);
+        root = scene.substr(0, scene.find_last_of(L"\\/"));
+    } else {
+        root = fullPath(m_options.textureDirectory);
+        if (!isDirectory(root)) {
+            warn("texture directory " + m_options.textureDirectory + " does not exist: drawing untextured");
+            m_textures = false;
+        }
+    }
+    m_textureRoot = zeb::String(root.c_str());
+    return kExitOk;
+}
+
+ExitCode Session::loadScene() {
+    const std::wstring file = fullPath(m_options.scene);
+    if (!isFile(file)) {
+        complain("cannot open " + m_options.scene + ": no such file");
+        return kExitRefused;
+    }
+    const double start = secondsNow();
+    try {
+        if (!m_scene.loadVirtualReality(m_textureRoot, zeb::String(file.c_str()), m_device.get(), m_frameList)) {
+            complain(m_options.scene + " is not a loadable X file (damaged or not an X file)");
+            return kExitRefused;
+        }
+    } catch (const zeb::IndexOutOfBounds&) {
+        complain(m_options.scene + ": a skinned mesh could not be built and no k2m frame list covers it (--k2m)");
+        return kExitRefused;
+    } catch (const zeb::Exception& e) {
+        complain(m_options.scene + " could not be prepared: " + e.what());
+        return kExitRefused;
+    }
+    m_loadMilliseconds = (secondsNow() - start) * 1000.0;
+    if (m_textures)
+        for (const zeb::String& name : m_scene.meshManager().failedTextures())
+            warn(std::string("texture ") + name.getUTF8String().c_str() + " did not load: drawn without it");
+    m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    if (m_options.skin == SkinPath::Effect) {
+        std::string problem;
+        if (!m_renderer.useSkinEffect(m_device.holder(), problem)) {
+            complain(problem);
+            return kExitFailure;
+        }
+    }
+    if (m_options.lighting == Lighting::BlinnPhong)
+        warn("--lighting blinn-phong is not available in vexil-view yet: drawing with fixed-function lighting");
+    if (m_options.shadows) warn("--shadows is not available in vexil-view yet: drawing without shadows");
+    if (!m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
+    return kExitOk;
+}
+
+bool Session::reopen() {
+    if (!m_scene.reallocateRenderResources(m_device.holder(), m_frameList)) return false;
+    m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    std::string problem;
+    return m_options.skin != SkinPath::Effect || m_renderer.useSkinEffect(m_device.holder(), problem);
+}
+
+std::string Session::describe() const {
+    char line[256];
+    std::snprintf(line, sizeof line, "%u triangles, %s, %s", m_scene.triangleCount(),
+                  m_scene.isAnimated() ? "animated" : "not animated",
+                  m_scene.hasCameraFrame() ? "camera on \"CameraDummy\"" : "camera framing the bounding sphere");
+    return m_options.scene + ": " + line;
+}
+
+}  // namespace vexilview

@@ -1,0 +1,144 @@
+// Window mode: the scene animated in real time; drag to orbit, wheel to zoom, space pauses,
+// S switches the skin path, T textures, L lighting, Esc quits. The title shows the frame time.
+#include "Modes.h"
+#include "Session.h"
+
+#include <windowsx.h>
+
+#include <cstdio>
+
+namespace vexilview {
+
+namespace {
+
+const float kOrbitPerPixel = 0.01f;
+const float kPitchLimit = 1.4f;
+
+struct Controls {
+    Orbit orbit;
+    bool paused = false;
+    bool dragging = false;
+    POINT last = {};
+    SkinPath skin = SkinPath::Fixed;
+    bool textures = true;
+    bool blinnPhongAsked = false;
+};
+
+Controls* g_controls = nullptr;  // the window procedure's view of the running loop
+
+void onKey(Controls& c, WPARAM key) {
+    switch (key) {
+    case VK_SPACE: c.paused = !c.paused; break;
+    case 'S': c.skin = c.skin == SkinPath::Fixed ? SkinPath::Effect : SkinPath::Fixed; break;
+    case 'T': c.textures = !c.textures; break;
+    case 'L': c.blinnPhongAsked = !c.blinnPhongAsked; break;
+    case VK_ESCAPE: PostQuitMessage(0); break;
+    default: break;
+    }
+}
+
+void onDrag(Controls& c, LPARAM position) {
+    const POINT now = {GET_X_LPARAM(position), GET_Y_LPARAM(position)};
+    c.orbit.yaw += kOrbitPerPixel * static_cast<float>(now.x - c.last.x);
+    c.orbit.pitch += kOrbitPerPixel * static_cast<float>(now.y - c.last.y);
+    c.orbit.pitch = c.orbit.pitch > kPitchLimit ? kPitchLimit : c.orbit.pitch < -kPitchLimit ? -kPitchLimit : c.orbit.pitch;
+    c.last = now;
+}
+
+LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM w, LPARAM l) {
+    Controls* c = g_controls;
+    switch (message) {
+    case WM_DESTROY: PostQuitMessage(0); return 0;
+    case WM_KEYDOWN: if (c) onKey(*c, w); return 0;
+    case WM_LBUTTONDOWN:
+        if (c) { c->dragging = true; c->last = {GET_X_LPARAM(l), GET_Y_LPARAM(l)}; SetCapture(window); }
+        return 0;
+    case WM_LBUTTONUP: if (c) c->dragging = false; ReleaseCapture(); return 0;
+    case WM_MOUSEMOVE: if (c && c->dragging) onDrag(*c, l); return 0;
+    case WM_MOUSEWHEEL:
+        if (c) c->orbit.zoom *= GET_WHEEL_DELTA_WPARAM(w) > 0 ? 0.9f : 1.0f / 0.9f;
+        return 0;
+    default: return DefWindowProcW(window, message, w, l);
+    }
+}
+
+void showStatus(HWND window, const Session& session, const Controls& c, double frameSeconds) {
+    wchar_t title[256];
+    swprintf(title, 256, L"vexil-view - %hs - %.2f ms a frame - %hs skin, textures %hs, %hs lighting%hs",
+             session.options().scene.c_str(), frameSeconds * 1000.0,
+             c.skin == SkinPath::Fixed ? "fixed-function" : "effect", c.textures ? "on" : "off",
+             c.blinnPhongAsked ? "blinn-phong (not available yet: fixed)" : "fixed", c.paused ? " - paused" : "");
+    SetWindowTextW(window, title);
+}
+
+// A lost device is reset once it can be, and the scene's resources made again; false when the
+// device can no longer be used.
+bool recoverDevice(Session& session) {
+    HRESULT state = D3D_OK;
+    if (!session.device().renderDevice().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
+    return session.reopen();
+}
+
+// The effect path is loaded when first asked for; without it the fixed-function path stays.
+void loadSkinEffectWhenAsked(Session& session, Controls& controls) {
+    if (controls.skin != SkinPath::Effect || session.renderer().hasSkinEffect()) return;
+    std::string problem;
+    if (!session.renderer().useSkinEffect(session.device().holder(), problem)) {
+        warn(problem);
+        controls.skin = SkinPath::Fixed;
+    }
+}
+
+// One frame on the window; false when the device is lost for good.
+bool drawAndPresent(Session& session, Controls& controls, double seconds) {
+    loadSkinEffectWhenAsked(session, controls);
+    session.scene().step(seconds);
+    session.scene().placeCamera(controls.orbit);
+    session.renderer().draw(session.device().holder(), controls.skin, controls.textures);
+    return session.device().get()->Present(nullptr, nullptr, nullptr, nullptr) != D3DERR_DEVICELOST ||
+           recoverDevice(session);
+}
+
+}  // namespace
+
+int runWindow(const Options& options) {
+    HWND window = createViewerWindow(options.width, options.height, true, windowProcedure);
+    Session session(options);
+    const ExitCode opened = session.open(window, true);
+    if (opened != kExitOk) {
+        DestroyWindow(window);
+        return opened;
+    }
+    std::printf("vexil-view: %s, loaded in %.1f ms\n", session.describe().c_str(), session.loadMilliseconds());
+    Controls controls;
+    controls.skin = session.renderer().hasSkinEffect() ? options.skin : SkinPath::Fixed;
+    controls.textures = session.textures();
+    controls.blinnPhongAsked = options.lighting == Lighting::BlinnPhong;
+    g_controls = &controls;
+    double last = secondsNow(), lastTitle = 0.0;
+    int code = kExitOk;
+    for (MSG message = {};;) {
+        if (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+            if (message.message == WM_QUIT) break;
+            TranslateMessage(&message);
+            DispatchMessageW(&message);
+            continue;
+        }
+        const double now = secondsNow();
+        if (!drawAndPresent(session, controls, controls.paused ? 0.0 : now - last)) {
+            complain("the device was lost and could not be brought back");
+            code = kExitFailure;
+            break;
+        }
+        if (now - lastTitle > 0.5) {
+            showStatus(window, session, controls, secondsNow() - now);
+            lastTitle = now;
+        }
+        last = now;
+    }
+    g_controls = nullptr;
+    if (IsWindow(window)) DestroyWindow(window);
+    return code;
+}
+
+}  // namespace vexilview
