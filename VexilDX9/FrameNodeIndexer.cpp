@@ -1,7 +1,6 @@
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <zeb/Logger.h>
 
-#include <vector>
 
 ZEB_FILE_LOGGER(fileLogger, "VexilDX9")
 
@@ -76,17 +75,17 @@ unsigned int FrameNodeIndexer::flattenFrameHierarchy(D3DXFRAME* root) {
     if (!root) return m_frameList.size();
     // The order is worked out on a list of bare (frame, parent) pairs first, so that the table of
     // full nodes is sized once instead of being copied each time it grows.
-    std::vector<BreadthFirstEntry> order;
-    for (D3DXFRAME* frame = root; frame; frame = frame->pFrameSibling) order.push_back({frame, FrameNode::noParent});
+    zeb::Array<BreadthFirstEntry> order;  // its blocks are pooled and reused, unlike the C heap's
+    for (D3DXFRAME* frame = root; frame; frame = frame->pFrameSibling) order.append({frame, FrameNode::noParent});
     // The list grows while it is scanned: each entry appends its children, so the walk needs
     // neither recursion nor a separate queue.
-    for (size_t i = 0; i < order.size(); ++i) {
+    for (unsigned int i = 0; i < order.size(); ++i) {
         D3DXFRAME* child = order[i].frame->pFrameFirstChild;
         if (!child) continue;
-        const unsigned int parent = static_cast<unsigned int>(m_frameList.size() + i);
-        for (; child; child = child->pFrameSibling) order.push_back({child, parent});
+        const unsigned int parent = m_frameList.size() + i;
+        for (; child; child = child->pFrameSibling) order.append({child, parent});
     }
-    m_frameList.reserve(m_frameList.size() + static_cast<unsigned int>(order.size()));
+    m_frameList.reserve(m_frameList.size() + order.size());
     for (const BreadthFirstEntry& entry : order) appendNode(entry.frame, entry.parentIndex);
     return m_frameList.size();
 }
@@ -103,6 +102,8 @@ bool FrameNodeIndexer::initialize(D3DXFRAME* root) {
         ZEB_LOG(fileLogger, 4, __LINE__, "flattenFrameHierarachy cannot create BFS table");
         return false;
     }
+    // Sized once: the index then grows neither its arrays nor its buckets while it fills.
+    m_frameListIndex.reserve(n);
     // A repeated name stays out of the index: the first frame of that name wins.
     for (unsigned int i = 0; i < n; ++i) m_frameListIndex.insert(zeb::String(m_frameList[i].m_frame->Name), i);
     return m_frameListIndex.size() == n;

@@ -14,7 +14,13 @@ String decimal(long long value) {
 }
 }  // namespace
 
-Exception::Exception(const String& message) : m_message(message), m_utf8(message.getUTF8String()) {}
+Exception::Exception(const String& message) : m_message(message) {
+    // Out of memory the 8-bit text stays empty rather than failing the report of the failure.
+    try {
+        m_utf8 = message.getUTF8String();
+    } catch (...) {
+    }
+}
 Exception::Exception(const Exception& other) = default;
 Exception& Exception::operator=(const Exception& other) = default;
 Exception::~Exception() = default;

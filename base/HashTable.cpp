@@ -1,7 +1,6 @@
 #include <zeb/HashTable.h>
 
 #include <cstring>
-#include <new>
 
 namespace zeb {
 
@@ -22,17 +21,20 @@ namespace {
 const unsigned kInitialBuckets = 16;
 
 _BucketBase** newChains(unsigned count) {
-    _BucketBase** chains = new _BucketBase*[count];
-    std::memset(chains, 0, count * sizeof(_BucketBase*));
+    size_t bytes = static_cast<size_t>(count) * sizeof(_BucketBase*);
+    _BucketBase** chains = static_cast<_BucketBase**>(allocateOrThrow(bytes, "hash-table buckets"));
+    std::memset(chains, 0, bytes);
     return chains;
 }
+
+void freeChains(_BucketBase** chains, unsigned count) { zebRelease(chains, static_cast<size_t>(count) * sizeof(_BucketBase*)); }
 }  // namespace
 
 _HashTableRep::_HashTableRep() : m_bucketCount(kInitialBuckets), m_buckets(newChains(kInitialBuckets)), m_count(0) {}
 
 _HashTableRep::~_HashTableRep() {
     clear();
-    delete[] m_buckets;
+    freeChains(m_buckets, m_bucketCount);
 }
 
 bool _HashTableRep::insert(unsigned hash, _BucketBase* node, const void* key) {
@@ -42,7 +44,12 @@ bool _HashTableRep::insert(unsigned hash, _BucketBase* node, const void* key) {
 }
 
 void _HashTableRep::insertWithoutCheck(unsigned hash, _BucketBase* node, const void*) {
-    growIfCrowded();
+    try {
+        reserve(m_count + 1);
+    } catch (...) {
+        delete node;
+        throw;
+    }
     node->m_hash = hash;
     _BucketBase*& head = m_buckets[hash & (m_bucketCount - 1)];
     node->m_next = head;
@@ -92,10 +99,15 @@ void _HashTableRep::swap(_HashTableRep& other) {
     std::swap(m_count, other.m_count);
 }
 
-void _HashTableRep::growIfCrowded() {
+void _HashTableRep::reserve(unsigned count) {
     // Keep chains short: at most one node per bucket on average.
-    if (m_count < m_bucketCount) return;
-    unsigned count = m_bucketCount * 2;
+    if (count <= m_bucketCount) return;
+    unsigned buckets = m_bucketCount;
+    while (buckets < count && buckets < 0x80000000u) buckets *= 2;
+    rehash(buckets);
+}
+
+void _HashTableRep::rehash(unsigned count) {
     _BucketBase** chains = newChains(count);
     for (unsigned i = 0; i < m_bucketCount; ++i) {
         _BucketBase* node = m_buckets[i];
@@ -107,7 +119,7 @@ void _HashTableRep::growIfCrowded() {
             node = next;
         }
     }
-    delete[] m_buckets;
+    freeChains(m_buckets, m_bucketCount);
     m_buckets = chains;
     m_bucketCount = count;
 }

@@ -1,15 +1,38 @@
 #include <zeb/Array.h>
+#include <zeb/Memory.h>
 #include <zeb/String.h>
 
 #include <windows.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <new>
 
 namespace zeb {
 
 namespace {
+
+const char kTextBlock[] = "text";
+
+unsigned short* allocateUnits(unsigned long long capacity) {
+    // Capacities past 2^31 units cannot be expressed in the 32-bit sizes of a String.
+    if (capacity >= 0x80000000ull) throw detail::allocationFailure(kTextBlock);
+    return static_cast<unsigned short*>(allocateOrThrow((static_cast<size_t>(capacity) + 1) * sizeof(unsigned short), kTextBlock));
+}
+
+void releaseUnits(unsigned short* units, unsigned capacity) {
+    zebRelease(units, (static_cast<size_t>(capacity) + 1) * sizeof(unsigned short));
+}
+
+// A CString of the first length bytes of a scratch buffer, which is given back either way.
+CString adoptText(char* buffer, unsigned length, size_t bytes) {
+    try {
+        CString result(buffer, length);
+        zebRelease(buffer, bytes);
+        return result;
+    } catch (...) {
+        zebRelease(buffer, bytes);
+        throw;
+    }
+}
 
 unsigned unitLength(const unsigned short* text) {
     unsigned n = 0;
@@ -54,15 +77,10 @@ void appendUTF8(char*& out, unsigned codePoint) {
 
 // ---- CString ----
 
-CString::CString() : m_text(nullptr), m_size(0) {
-    m_text = static_cast<char*>(std::malloc(1));
-    if (!m_text) throw std::bad_alloc();
-    m_text[0] = 0;
-}
+CString::CString() : m_text(nullptr), m_size(0) {}
 
 CString::CString(const char* text, unsigned length) : m_text(nullptr), m_size(length) {
-    m_text = static_cast<char*>(std::malloc(length + 1));
-    if (!m_text) throw std::bad_alloc();
+    m_text = static_cast<char*>(allocateOrThrow(static_cast<size_t>(length) + 1, kTextBlock));
     if (length) std::memcpy(m_text, text, length);
     m_text[length] = 0;
 }
@@ -78,7 +96,9 @@ CString& CString::operator=(const CString& other) {
     return *this;
 }
 
-CString::~CString() { std::free(m_text); }
+CString::~CString() {
+    if (m_text) zebRelease(m_text, static_cast<size_t>(m_size) + 1);
+}
 
 // ---- String ----
 
@@ -108,7 +128,7 @@ String::String(const String& other) : String() { append(other.m_units, other.m_s
 String::String(String&& other) noexcept : String() { *this = std::move(other); }
 
 String::~String() {
-    if (!isInline()) std::free(m_units);
+    if (!isInline()) releaseUnits(m_units, m_capacity);
 }
 
 String& String::operator=(const String& other) {
@@ -121,7 +141,7 @@ String& String::operator=(const String& other) {
 
 String& String::operator=(String&& other) noexcept {
     if (this == &other) return *this;
-    if (!isInline()) std::free(m_units);
+    if (!isInline()) releaseUnits(m_units, m_capacity);
     if (other.isInline()) {
         becomeEmptyInline();
         std::memcpy(m_inline, other.m_inline, (other.m_size + 1) * sizeof(unsigned short));
@@ -141,17 +161,15 @@ String& String::operator=(const char* text) {
     return *this;
 }
 
-void String::reserve(unsigned capacity) {
+void String::reserve(unsigned long long capacity) {
     if (capacity <= m_capacity) return;
-    unsigned grown = m_capacity * 2;
+    unsigned long long grown = m_capacity * 2ull;
     while (grown < capacity) grown *= 2;
-    void* block = std::malloc((static_cast<size_t>(grown) + 1) * sizeof(unsigned short));
-    if (!block) throw std::bad_alloc();
-    unsigned short* units = static_cast<unsigned short*>(block);
+    unsigned short* units = allocateUnits(grown);
     std::memcpy(units, m_units, (m_size + 1) * sizeof(unsigned short));
-    if (!isInline()) std::free(m_units);
+    if (!isInline()) releaseUnits(m_units, m_capacity);
     m_units = units;
-    m_capacity = grown;
+    m_capacity = static_cast<unsigned>(grown);
 }
 
 String& String::append(const unsigned short* units, unsigned count) {
@@ -160,7 +178,7 @@ String& String::append(const unsigned short* units, unsigned count) {
         String copy(units, count);  // appending a piece of ourselves
         return append(copy.m_units, count);
     }
-    reserve(m_size + count);
+    reserve(static_cast<unsigned long long>(m_size) + count);
     std::memcpy(m_units + m_size, units, count * sizeof(unsigned short));
     m_size += count;
     m_units[m_size] = 0;
@@ -172,7 +190,7 @@ String& String::append(unsigned short unit) { return append(&unit, 1); }
 String& String::append(const char* text) {
     if (!text) return *this;
     unsigned count = static_cast<unsigned>(std::strlen(text));
-    reserve(m_size + count);
+    reserve(static_cast<unsigned long long>(m_size) + count);
     for (unsigned i = 0; i < count; ++i) m_units[m_size + i] = static_cast<unsigned char>(text[i]);
     m_size += count;
     m_units[m_size] = 0;
@@ -289,8 +307,8 @@ String String::fromUTF8(const char* text) {
 }
 
 CString String::getUTF8String() const {
-    char* buffer = static_cast<char*>(std::malloc(static_cast<size_t>(m_size) * 3 + 1));
-    if (!buffer) throw std::bad_alloc();
+    size_t bytes = static_cast<size_t>(m_size) * 3 + 1;
+    char* buffer = static_cast<char*>(allocateOrThrow(bytes, kTextBlock));
     char* out = buffer;
     for (unsigned i = 0; i < m_size; ++i) {
         unsigned unit = m_units[i];
@@ -303,18 +321,14 @@ CString String::getUTF8String() const {
             appendUTF8(out, unit);
         }
     }
-    CString result(buffer, static_cast<unsigned>(out - buffer));
-    std::free(buffer);
-    return result;
+    return adoptText(buffer, static_cast<unsigned>(out - buffer), bytes);
 }
 
 CString String::getLowerByteString() const {
-    char* buffer = static_cast<char*>(std::malloc(static_cast<size_t>(m_size) + 1));
-    if (!buffer) throw std::bad_alloc();
+    size_t bytes = static_cast<size_t>(m_size) + 1;
+    char* buffer = static_cast<char*>(allocateOrThrow(bytes, kTextBlock));
     for (unsigned i = 0; i < m_size; ++i) buffer[i] = static_cast<char>(m_units[i] & 0xFF);
-    CString result(buffer, m_size);
-    std::free(buffer);
-    return result;
+    return adoptText(buffer, m_size, bytes);
 }
 
 String operator+(const char* left, const String& right) {

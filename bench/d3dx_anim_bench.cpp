@@ -5,6 +5,7 @@
 #include <d3dx9.h>
 #include <windows.h>
 
+#include "BenchDevice.h"
 #include "BenchTimer.h"
 
 #include <algorithm>
@@ -147,7 +148,9 @@ void measure(const char* label, const std::string& text, IDirect3DDevice9* devic
     HRESULT hr = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
                                                     &allocator, nullptr, &root, &controller);
     if (FAILED(hr) || !controller) {
-        std::printf("%-28s could not be loaded (0x%08lx)\n", label, hr);
+        char why[64];
+        std::snprintf(why, sizeof why, "could not be loaded (0x%08lx)", hr);
+        vexilbench::note(label, why);
         return;
     }
     std::vector<Channel> channels = channelsOf(controller, root);
@@ -160,10 +163,8 @@ void measure(const char* label, const std::string& text, IDirect3DDevice9* devic
     double mathTime = microsecondsPerCall(calls, [&](int i) {
         mathAlone(channels, set->GetPeriodicPosition(i * step) * ticksPerSecond);
     });
-    const double ratio = controllerTime / mathTime;
-    std::printf("%-28s %5zu animated frames  AdvanceTime %8.2f us/call  math alone %8.2f us/call  ratio %.2f "
-                "(target 2.00) %s\n",
-                label, channels.size(), controllerTime, mathTime, ratio, ratio <= 2.0 ? "ok" : "OVER");
+    const std::string what = std::string("AdvanceTime, ") + label + " (" + std::to_string(channels.size()) + " animated frames)";
+    vexilbench::report(what.c_str(), controllerTime * 1e-6, mathTime * 1e-6, "the same key math in a plain loop", 2.0);
     for (Channel& c : channels)
         delete c.output;
     set->Release();
@@ -216,41 +217,21 @@ std::string readFile(const char* path)
     return text;
 }
 
-// The samples live beside the repository; the program sits in <repository>/build/bin.
-std::string besideRepository(const char* relative)
-{
-    char path[MAX_PATH];
-    DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dir(path, length);
-    dir.resize(dir.find_last_of('\\') + 1);
-    return dir + "..\\..\\..\\" + relative;
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const std::string tiny = argc > 1 ? argv[1] : besideRepository("shared\\samples\\sdk\\Tiny\\tiny.x");
-    HWND window = CreateWindowA("STATIC", "bench", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr, nullptr, nullptr);
-    IDirect3D9* d3d = Direct3DCreate9(D3D_SDK_VERSION);
-    D3DPRESENT_PARAMETERS pp = {};
-    pp.Windowed = TRUE;
-    pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
-    pp.hDeviceWindow = window;
-    IDirect3DDevice9* device = nullptr;
-    if (!d3d || FAILED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
-                                         D3DCREATE_SOFTWARE_VERTEXPROCESSING, &pp, &device))) {
-        std::printf("no Direct3D device\n");
+    const std::string tiny = argc > 1 ? argv[1] : vexilbench::samplePath("sdk\\Tiny\\tiny.x");
+    vexilbench::BenchDevice device;
+    if (!device.create()) {
+        vexilbench::note("d3dx_anim_bench", "no Direct3D device");
         return 1;
     }
     std::string tinyText = readFile(tiny.c_str());
     if (tinyText.empty())
-        std::printf("%-28s skipped: %s not found (pass the path of tiny.x)\n", "tiny.x", tiny.c_str());
+        vexilbench::note("AdvanceTime, tiny.x", "skipped: " + tiny + " not found");
     else
-        measure("tiny.x", tinyText, device, 20000);
-    measure("generated 1000-frame chain", generatedSkeleton(1000), device, 1000);
-    device->Release();
-    d3d->Release();
-    DestroyWindow(window);
+        measure("tiny.x", tinyText, device.device, 20000);
+    measure("generated 1000-frame chain", generatedSkeleton(1000), device.device, 1000);
     return 0;
 }

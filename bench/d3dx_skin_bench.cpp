@@ -4,6 +4,7 @@
 #include <d3dx9.h>
 #include <windows.h>
 
+#include "BenchDevice.h"
 #include "BenchTimer.h"
 
 #include <cstdio>
@@ -15,42 +16,6 @@
 namespace {
 
 volatile float g_sink;
-
-struct Device {
-    IDirect3D9* d3d = nullptr;
-    IDirect3DDevice9* device = nullptr;
-    HWND window = nullptr;
-
-    bool create()
-    {
-        WNDCLASSA wc = {};
-        wc.lpfnWndProc = DefWindowProcA;
-        wc.hInstance = GetModuleHandleA(nullptr);
-        wc.lpszClassName = "skinbench";
-        RegisterClassA(&wc);
-        window = CreateWindowA("skinbench", "skinbench", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                               wc.hInstance, nullptr);
-        d3d = Direct3DCreate9(D3D_SDK_VERSION);
-        if (!window || !d3d)
-            return false;
-        D3DPRESENT_PARAMETERS pp = {};
-        pp.Windowed = TRUE;
-        pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
-        pp.BackBufferFormat = D3DFMT_X8R8G8B8;
-        pp.hDeviceWindow = window;
-        return SUCCEEDED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
-                                           D3DCREATE_HARDWARE_VERTEXPROCESSING, &pp, &device));
-    }
-    ~Device()
-    {
-        if (device)
-            device->Release();
-        if (d3d)
-            d3d->Release();
-        if (window)
-            DestroyWindow(window);
-    }
-};
 
 struct Subject {
     std::string name;
@@ -160,29 +125,9 @@ public:
     }
 };
 
-// tiny.x beside the repository: from VEXIL_SOURCE_DIR when set, else from the program's
-// folder (build/bin of the repository).
-std::string tinyPath()
-{
-    std::string root;
-    if (const char* source = std::getenv("VEXIL_SOURCE_DIR")) {
-        root = std::string("Z:") + source;
-    } else {
-        char module[MAX_PATH] = {};
-        GetModuleFileNameA(nullptr, module, MAX_PATH);
-        root = module;
-        root = root.substr(0, root.find_last_of("\\/")) + "\\..\\..";
-    }
-    std::string path = root + "\\..\\shared\\samples\\sdk\\Tiny\\tiny.x";
-    for (char& ch : path)
-        if (ch == '/')
-            ch = '\\';
-    return path;
-}
-
 bool loadTiny(IDirect3DDevice9* device, Subject& out)
 {
-    const std::string path = tinyPath();
+    const std::string path = vexilbench::samplePath("sdk\\Tiny\\tiny.x");
     FirstSkinAllocator allocator;
     allocator.subject = &out;
     D3DXFRAME* root = nullptr;
@@ -203,7 +148,7 @@ void convert(const Subject& s)
     DWORD influences = 0, combinations = 0;
     if (FAILED(s.skin->ConvertToBlendedMesh(s.mesh, D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE, nullptr, nullptr,
                                             nullptr, nullptr, &influences, &combinations, &table, &blended))) {
-        std::printf("ConvertToBlendedMesh failed on %s\n", s.name.c_str());
+        vexilbench::note(("ConvertToBlendedMesh " + s.name).c_str(), "FAILED: the conversion failed");
         std::exit(1);
     }
     table->Release();
@@ -303,9 +248,9 @@ int main()
     int exitCode = 0;
     if (rerunWithoutCommandThread(exitCode))
         return exitCode;
-    Device d;
-    if (!d.create()) {
-        std::printf("no Direct3D device\n");
+    vexilbench::BenchDevice d;
+    if (!d.create(D3DCREATE_HARDWARE_VERTEXPROCESSING)) {
+        vexilbench::note("d3dx_skin_bench", "no Direct3D device");
         return 1;
     }
     const char* plainLabel = "influences + new mesh + VB copy";
@@ -313,7 +258,7 @@ int main()
     if (loadTiny(d.device, tiny))
         measure(tiny, plainLabel);
     else
-        std::printf("tiny.x skipped: ../shared/samples is absent\n");
+        vexilbench::note("ConvertToBlendedMesh tiny.x", "skipped: ../shared/samples is absent");
 
     // Same bone layout at every size (columns vary, rows and bones do not), so time per vertex
     // should stay flat.
@@ -322,12 +267,11 @@ int main()
     for (int i = 0; i < 3; ++i) {
         Subject grid;
         if (!generateGrid(d.device, columns[i], 400, 64, grid)) {
-            std::printf("could not generate the grid\n");
+            vexilbench::note("ConvertToBlendedMesh grid", "could not generate the grid");
             return 1;
         }
         perVertex[i] = measure(grid, plainLabel) / (400.0 * columns[i]);
     }
-    std::printf("linearity: time per vertex at 50k and 100k relative to 25k: %.2f, %.2f (1.00 is linear)\n",
-                perVertex[1] / perVertex[0], perVertex[2] / perVertex[0]);
+    vexilbench::report("ConvertToBlendedMesh per vertex, 100k vs 25k", perVertex[2], perVertex[0], "per vertex at 25k", 1.3);
     return 0;
 }

@@ -105,7 +105,7 @@ void benchWindowLookup(const zeb::String& adapter) {
     for (unsigned i = 0; i < kWindows; ++i) windows.push_back(makeWindow());
     VexilDX9::RenderDeviceManagerDX9 manager;
     if (manager.createRenderDevice(D3DDEVTYPE_HAL, parametersFor(adapter, windows), windows[0]) != 1) {
-        std::printf("device creation failed\n");
+        vexilbench::note("device_bench", "FAILED: device creation failed");
         return;
     }
     std::vector<std::pair<HWND, VexilDX9::RenderDeviceDX9*>> direct;
@@ -186,7 +186,7 @@ int main() {
     zeb::LogFactory::setDefaultSinkEnabled(false);
     const zeb::Array<zeb::String>& adapters = enumerateHALDeviceInformation()->deviceNames();
     if (adapters.empty()) {
-        std::printf("no HAL adapter\n");
+        vexilbench::note("device_bench", "no HAL adapter");
         return 1;
     }
     benchDeviceLifetime(adapters[0]);

@@ -2,6 +2,7 @@
 #include <VexilDX9/Effect.h>
 #include <VexilDX9/EffectValue.h>
 
+#include "BenchDevice.h"
 #include "BenchTimer.h"
 
 #include <d3dx9.h>
@@ -28,33 +29,6 @@ template <class Ours, class Theirs> Pair alternate(int rounds, Ours ours, Theirs
     }
     return best;
 }
-
-struct Device {
-    HWND window = nullptr;
-    IDirect3D9* d3d = nullptr;
-    IDirect3DDevice9* device = nullptr;
-
-    bool create() {
-        window = CreateWindowA("STATIC", "effect_bench", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                               nullptr, nullptr);
-        d3d = Direct3DCreate9(D3D_SDK_VERSION);
-        if (!window || !d3d) return false;
-        D3DPRESENT_PARAMETERS parameters = {};
-        parameters.Windowed = TRUE;
-        parameters.SwapEffect = D3DSWAPEFFECT_DISCARD;
-        parameters.BackBufferWidth = 64;
-        parameters.BackBufferHeight = 64;
-        parameters.BackBufferFormat = D3DFMT_X8R8G8B8;
-        parameters.hDeviceWindow = window;
-        return SUCCEEDED(d3d->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, window,
-                                           D3DCREATE_SOFTWARE_VERTEXPROCESSING, &parameters, &device));
-    }
-    ~Device() {
-        if (device) device->Release();
-        if (d3d) d3d->Release();
-        if (window) DestroyWindow(window);
-    }
-};
 
 void benchScalars(const Effect& effect, ID3DXEffect* bare) {
     const char* scale = nullptr;
@@ -156,16 +130,17 @@ void benchRender(const Effect& effect, ID3DXEffect* bare, IDirect3DDevice9* devi
 }  // namespace
 
 int main() {
-    Device device;
+    vexilbench::BenchDevice device;
     if (!device.create()) {
-        std::printf("effect_bench: no Direct3D device\n");
+        vexilbench::note("effect_bench", "no Direct3D device");
         return 1;
     }
     device.device->AddRef();
     COMPtr<IDirect3DDevice9>::pointer holder(device.device);
     Effect effect;
-    if (!effect.load("bench-effects\\bench.fxo", holder)) {
-        std::printf("effect_bench: cannot load bench-effects\\bench.fxo (run from the bin folder)\n");
+    const std::string file = vexilbench::besideProgram("bench-effects\\bench.fxo");
+    if (!effect.load(file.c_str(), holder)) {
+        vexilbench::note("effect_bench", "cannot load " + file);
         return 1;
     }
     ID3DXMesh* mesh = nullptr;

@@ -1,27 +1,21 @@
-// Frame index build and name look-up against the plain alternatives, on generated trees.
-// Prints times and ratios measured in this one run.
+// Frame index build and name look-up against the plain alternatives, on generated trees:
+// FrameNodeIndexer::initialize against a recursive walk that only collects frame pointers, and
+// against the obvious standard-library index (a vector of nodes and an unordered_map from name to
+// position, filled by the same breadth-first walk).
 #include <VexilDX9/FrameNodeIndexer.h>
 
+#include "BenchTimer.h"
+
 #include <d3dx9.h>
-#include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace {
 
-double now() {
-    static LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER counter;
-    QueryPerformanceCounter(&counter);
-    return static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
+volatile size_t g_sink;
 
 // A tree of n frames, four children per frame, filled level by level.
 class GeneratedTree {
@@ -42,7 +36,6 @@ public:
     }
     D3DXFRAME* root() { return &m_frames[0]; }
     const std::string& name(unsigned i) const { return m_names[i]; }
-    unsigned size() const { return static_cast<unsigned>(m_frames.size()); }
 
 private:
     std::vector<D3DXFRAME> m_frames;
@@ -56,88 +49,104 @@ void collect(D3DXFRAME* frame, std::vector<D3DXFRAME*>& out) {
     }
 }
 
-template <class F> double bestOf(int runs, F&& work) {
+// The same table and index built from standard containers.
+struct PlainIndex {
+    struct Node {
+        bool render = true;
+        D3DXFRAME* frame = nullptr;
+        unsigned parent = 0xFFFFFFFFu;
+        D3DXMATRIX combined, inverse, inverseTranspose;
+        std::vector<void*> textures;
+    };
+    std::vector<Node> nodes;
+    std::unordered_map<std::wstring, unsigned> byName;
+
+    void build(D3DXFRAME* root) {
+        for (D3DXFRAME* f = root; f; f = f->pFrameSibling) append(f, 0xFFFFFFFFu);
+        for (size_t i = 0; i < nodes.size(); ++i)
+            for (D3DXFRAME* child = nodes[i].frame->pFrameFirstChild; child; child = child->pFrameSibling)
+                append(child, static_cast<unsigned>(i));
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            const char* name = nodes[i].frame->Name;
+            byName.emplace(std::wstring(name, name + std::char_traits<char>::length(name)), static_cast<unsigned>(i));
+        }
+    }
+    void append(D3DXFRAME* frame, unsigned parent) {
+        nodes.emplace_back();
+        nodes.back().frame = frame;
+        nodes.back().parent = parent;
+        D3DXMatrixIdentity(&nodes.back().combined);
+    }
+};
+
+// Fastest build of `runs`, each into a fresh object; tearing the object down is not timed.
+template <class Index, class Build> double bestBuild(int runs, Build build) {
     double best = 1e30;
     for (int r = 0; r < runs; ++r) {
-        double start = now();
-        work();
-        best = std::min(best, now() - start);
+        Index* fresh = new Index;
+        best = std::min(best, vexilbench::bestOf(1, [&] { build(*fresh); }));
+        delete fresh;
     }
     return best;
 }
 
-volatile size_t g_sink;
-
-void measure(unsigned n) {
-    GeneratedTree tree(n);
+// Per-frame build time, for the linearity row.
+double measure(unsigned n, GeneratedTree& tree) {
     const int runs = n >= 1000000 ? 3 : 7;
-
-    double walk = bestOf(runs, [&] {
+    double walk = vexilbench::bestOf(runs, [&] {
         std::vector<D3DXFRAME*> frames;
         collect(tree.root(), frames);
         g_sink = frames.size();
     });
-    // Each run builds a fresh index; tearing the previous one down is not part of the time.
-    double build = 1e30;
     bool ok = true;
-    for (int r = 0; r < runs; ++r) {
-        FrameNodeIndexer* fresh = new FrameNodeIndexer;
-        double start = now();
-        ok = fresh->initialize(tree.root()) && ok;
-        build = std::min(build, now() - start);
-        delete fresh;
+    double ours = bestBuild<FrameNodeIndexer>(runs, [&](FrameNodeIndexer& index) {
+        ok = index.initialize(tree.root()) && index.size() == n && ok;
+    });
+    double plain = bestBuild<PlainIndex>(runs, [&](PlainIndex& index) { index.build(tree.root()); });
+    std::string what = "FrameNodeIndexer::initialize, " + std::to_string(n / 1000) + "k frames";
+    if (!ok) {
+        vexilbench::note(what.c_str(), "FAILED: the index is incomplete");
+        return 0;
     }
-    FrameNodeIndexer index;
-    ok = index.initialize(tree.root()) && ok;
-    if (!ok || index.size() != n) std::printf("  index build failed for %u frames\n", n);
+    vexilbench::report(what.c_str(), ours, walk, "recursive pointer walk", 10.0);
+    vexilbench::report(what.c_str(), ours, plain, "vector + unordered_map<wstring>", 1.5);
+    return ours / n;
+}
 
+void measureLookup(unsigned n, GeneratedTree& tree) {
+    FrameNodeIndexer index;
+    index.initialize(tree.root());
     // Names spread over the whole tree; D3DXFrameFind walks it, so it gets fewer of them.
-    const unsigned lookups = 20000;
-    const unsigned finds = std::max(10u, 2000000u / n);
+    const unsigned lookups = 20000, finds = 20;
     std::vector<zeb::String> keys;
-    std::vector<const char*> rawKeys;
-    for (unsigned i = 0; i < lookups; ++i) {
-        unsigned k = static_cast<unsigned>((static_cast<unsigned long long>(i) * 2654435761u) % n);
-        keys.push_back(zeb::String(tree.name(k).c_str()));
-        rawKeys.push_back(tree.name(k).c_str());
-    }
-    double byName = bestOf(3, [&] {
+    for (unsigned i = 0; i < lookups; ++i)
+        keys.push_back(zeb::String(tree.name(static_cast<unsigned>((i * 2654435761ull) % n)).c_str()));
+    double byName = vexilbench::bestOf(3, [&] {
         size_t sum = 0;
         for (const zeb::String& key : keys) sum += reinterpret_cast<size_t>(index.frameByName(key).m_frame);
         g_sink = sum;
     }) / lookups;
-    double frameFind = bestOf(1, [&] {
+    double frameFind = vexilbench::bestOf(1, [&] {
         size_t sum = 0;
-        for (unsigned i = 0; i < finds; ++i) sum += reinterpret_cast<size_t>(D3DXFrameFind(tree.root(), rawKeys[i]));
+        for (unsigned i = 0; i < finds; ++i) sum += reinterpret_cast<size_t>(D3DXFrameFind(tree.root(), tree.name(i * 4999 % n).c_str()));
         g_sink = sum;
     }) / finds;
-
-    // Where the build time goes: one name-index insertion and one node append per frame.
-    double indexPart = bestOf(1, [&] {
-        zeb::OrderedHashTable<zeb::String, unsigned int> names;
-        for (unsigned i = 0; i < n; ++i) names.insert(zeb::String(tree.name(i).c_str()), i);
-    });
-    double nodePart = bestOf(1, [&] {
-        zeb::Array<FrameNode> nodes;
-        nodes.reserve(n);
-        const FrameNode node;
-        for (unsigned i = 0; i < n; ++i) nodes.append(node);
-    });
-
-    std::printf("%9u frames | walk %9.3f ms | initialize %9.3f ms (%6.2f ns/frame) | ratio %6.2fx | "
-                "frameByName %8.1f ns | D3DXFrameFind %12.1f ns | find/byName %10.1fx\n",
-                n, walk * 1e3, build * 1e3, build * 1e9 / n, build / walk, byName * 1e9, frameFind * 1e9,
-                frameFind / byName);
-    std::printf("%9s        | of which, measured alone: name-index insert %6.1f ns/frame, node append+free %6.1f ns/frame\n",
-                "", indexPart * 1e9 / n, nodePart * 1e9 / n);
-    index.clear();
+    std::string what = "frameByName, " + std::to_string(n / 1000) + "k frames";
+    vexilbench::report(what.c_str(), byName, frameFind, "D3DXFrameFind", 1.0);
 }
 
 }  // namespace
 
 int main() {
-    std::printf("FrameNodeIndexer::initialize vs a recursive walk collecting frame pointers (best of several runs);\n"
-                "frameByName vs D3DXFrameFind per look-up.\n");
-    for (unsigned n : {10000u, 100000u, 1000000u}) measure(n);
+    double perFrame10k = 0, perFrame1M = 0;
+    for (unsigned n : {10000u, 100000u, 1000000u}) {
+        GeneratedTree tree(n);
+        double perFrame = measure(n, tree);
+        if (n == 10000u) perFrame10k = perFrame;
+        if (n == 1000000u) perFrame1M = perFrame;
+        if (n == 100000u) measureLookup(n, tree);
+    }
+    if (perFrame10k > 0 && perFrame1M > 0)
+        vexilbench::report("initialize per frame, 1M vs 10k frames", perFrame1M, perFrame10k, "per frame at 10k", 1.5);
     return 0;
 }

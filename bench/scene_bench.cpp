@@ -120,7 +120,7 @@ void benchRender(IDirect3DDevice9* device, const std::string& dir) {
     for (int t = 1; t < 6; ++t) writeTexture(dir + "\\t" + std::to_string(t) + ".bmp", static_cast<unsigned char>(40 * t));
     VirtualRealityDX9 scene;
     if (!scene.loadVirtualReality(dir.c_str(), generatedScene(dir).c_str(), device, zeb::Array<zeb::String>())) {
-        std::printf("render: the generated scene did not load\n");
+        vexilbench::note("render, rigid scene", "FAILED: the generated scene did not load");
         return;
     }
     scene.meshManager().updateTransformation();
@@ -196,7 +196,7 @@ void benchAnimate(IDirect3DDevice9* device, const std::string& tiny) {
     std::wstring wide(tiny.begin(), tiny.end());
     if (!scene.loadVirtualReality("", tiny.c_str(), device, zeb::Array<zeb::String>()) ||
         FAILED(D3DXLoadMeshHierarchyFromXW(wide.c_str(), D3DXMESH_MANAGED, device, &loader, nullptr, &root, &controller))) {
-        std::printf("animate: tiny.x did not load\n");
+        vexilbench::note("animate tiny.x", "FAILED: tiny.x did not load");
         return;
     }
     // The scene's track set-up: every track on, played backwards.
@@ -338,14 +338,14 @@ int main() {
     zeb::LogFactory::setPriority(5);  // the library's messages are not part of what is measured
     Device d;
     if (!d.device) {
-        std::printf("scene_bench: no Direct3D device\n");
+        vexilbench::note("scene_bench", "no Direct3D device");
         return 1;
     }
     benchRender(d.device, programDir());
     for (unsigned n : {10000u, 100000u, 1000000u}) benchUpdate(n);
     std::string samples = samplesDir();
     if (samples.empty()) {
-        std::printf("../shared/samples is absent: animate and load of the sample files skipped\n");
+        vexilbench::note("scene_bench samples", "skipped: ../shared/samples is absent");
         return 0;
     }
     benchAnimate(d.device, samples + "\\sdk\\Tiny\\tiny.x");

@@ -111,7 +111,7 @@ int main() {
             bench("ShadowMap::render x300", device, shadow.effect().effect().get(), shadow.effect().technique(0).handle(),
                   mesh, [&] { shadow.render(mesh, 0); });
         } else {
-            std::printf("shading_bench: the effects did not load (run beside lightingEffect.fxo and shadowMap.fxo)\n");
+            vexilbench::note("shading_bench", "FAILED: the effects did not load (run beside lightingEffect.fxo and shadowMap.fxo)");
             result = 1;
         }
     }

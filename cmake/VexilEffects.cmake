@@ -21,7 +21,7 @@ function(vexil_compile_effects)
     add_custom_command(
       OUTPUT ${output}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${FX_OUTPUT_DIR}
-      COMMAND ${VEXIL_WINE_RUN} $<TARGET_FILE:vexil-fxc> ${absolute} -o ${output} ${flags}
+      COMMAND ${VEXIL_WINE_TOOL} $<TARGET_FILE:vexil-fxc> ${absolute} -o ${output} ${flags}
       DEPENDS vexil-fxc ${absolute}
       COMMENT "Compiling effect ${source}"
       VERBATIM)

@@ -1,8 +1,8 @@
 #pragma once
 #include <zeb/Exception.h>
+#include <zeb/Memory.h>
 #include <zeb/Serializable.h>
 #include <zeb/Value.h>
-#include <cstdlib>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -34,7 +34,7 @@ template <class T> class Array : public Serializable {
 
 public:
     Array() : m_block(allocate(8, 0)) {}
-    Array(const Array& other) : m_block(allocate(detail::grownCapacity(other.capacity()), 0)) {
+    Array(const Array& other) : m_block(allocate(detail::grownCapacity(other.capacity()), other.capacity())) {
         copyElementsFrom(other);
     }
     Array& operator=(const Array& other) {
@@ -46,7 +46,7 @@ public:
     }
     ~Array() override {
         destroyElements();
-        std::free(m_block);
+        freeBlock(m_block);
     }
 
     unsigned size() const { return m_block->count; }
@@ -95,12 +95,12 @@ public:
             for (; done < size(); ++done) new (target + done) T(std::move_if_noexcept(slots()[done]));
         } catch (...) {
             for (unsigned i = 0; i < done; ++i) target[i].~T();
-            std::free(block);
+            freeBlock(block);
             throw;
         }
         block->count = size();
         destroyElements();
-        std::free(m_block);
+        freeBlock(m_block);
         m_block = block;
     }
 
@@ -174,15 +174,19 @@ public:
     }
 
 private:
+    static unsigned long long blockBytes(unsigned capacity) {
+        return sizeof(Header) + static_cast<unsigned long long>(capacity) * sizeof(T);
+    }
     static Header* allocate(unsigned capacity, unsigned requested) {
-        unsigned long long bytes = sizeof(Header) + static_cast<unsigned long long>(capacity) * sizeof(T);
+        unsigned long long bytes = blockBytes(capacity);
         if (bytes > 0xFFFFFFFFull) throw detail::arraySizeFailure(requested);
-        Header* block = static_cast<Header*>(std::malloc(static_cast<size_t>(bytes)));
+        Header* block = static_cast<Header*>(zebAllocate(static_cast<size_t>(bytes)));
         if (!block) throw detail::arraySizeFailure(requested);
         block->count = 0;
         block->capacity = capacity;
         return block;
     }
+    static void freeBlock(Header* block) { zebRelease(block, static_cast<size_t>(blockBytes(block->capacity))); }
     T* slots() const { return reinterpret_cast<T*>(m_block + 1); }
     void checkIndex(unsigned index) const {
         if (index >= size())
@@ -199,7 +203,7 @@ private:
             }
         } catch (...) {
             destroyElements();
-            std::free(m_block);
+            freeBlock(m_block);
             throw;
         }
     }

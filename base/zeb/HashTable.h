@@ -1,5 +1,6 @@
 #pragma once
 #include <zeb/Array.h>
+#include <zeb/Memory.h>
 
 namespace zeb {
 
@@ -24,6 +25,7 @@ template <class K> struct EqualFunc {
 // One chain node of a hash table.
 class ZEB_API _BucketBase {
 public:
+    ZEB_POOLED_OBJECT("a hash-table node")
     virtual ~_BucketBase();
     virtual bool keyEquals(const void* key) const = 0;
 
@@ -49,8 +51,11 @@ public:
     _HashTableRep& operator=(const _HashTableRep&) = delete;
 
     // False, and the node left to the caller, when a node with an equal key is present.
+    // Otherwise the table owns the node, even when making room for it throws.
     bool insert(unsigned hash, _BucketBase* node, const void* key);
     void insertWithoutCheck(unsigned hash, _BucketBase* node, const void* key);
+    // Makes room for count nodes, so that inserting up to that many cannot fail.
+    void reserve(unsigned count);
     _BucketBase* lookup(unsigned hash, const void* key);
     const _BucketBase* lookup(unsigned hash, const void* key) const;
     // Unlinks and returns the node with an equal key, or null.
@@ -63,7 +68,7 @@ public:
     _BucketBase** endChain() const { return m_buckets + m_bucketCount; }
 
 private:
-    void growIfCrowded();
+    void rehash(unsigned bucketCount);
 
     unsigned m_bucketCount;
     _BucketBase** m_buckets;
@@ -108,7 +113,7 @@ public:
     // False when the key is present already; the stored value then stays.
     bool insert(const K& key, const V& value) {
         Node* node = new Node(key, value);
-        if (!m_rep.insert(Hash::hash(key), node, &node->m_key)) {
+        if (!m_rep.insert(Hash::hash(node->m_key), node, &node->m_key)) {
             delete node;
             return false;
         }
@@ -219,8 +224,16 @@ public:
         m_arrayValues.clear();
     }
 
+    // Room for count entries: inserting up to that many allocates nothing more.
+    void reserve(unsigned count) {
+        m_arrayKeys.reserve(count);
+        m_arrayValues.reserve(count);
+        m_index.reserve(count);
+    }
+
     // Appends key and value; a key that is present already keeps its value, and false is
-    // returned with npos as the position.
+    // returned with npos as the position. When a copy or an allocation throws, the table is
+    // left as it was: the index node is linked last, once nothing can fail.
     bool insert(const K& key, const V& value, unsigned int* position = nullptr) {
         unsigned hash = Hash::hash(key);
         if (m_index.lookup(hash, &key)) {
@@ -228,13 +241,22 @@ public:
             return false;
         }
         unsigned p = m_arrayKeys.size();
-        m_arrayKeys.reserve(p + 1);
-        m_arrayValues.reserve(p + 1);
+        reserve(p + 1);
         Node* node = new Node(key, p);
-        m_index.insertWithoutCheck(hash, node, &node->m_key);  // absence checked above
+        try {
+            m_arrayKeys.append(key);
+            try {
+                m_arrayValues.append(value);
+            } catch (...) {
+                m_arrayKeys.resize(p);
+                throw;
+            }
+        } catch (...) {
+            delete node;
+            throw;
+        }
+        m_index.insertWithoutCheck(hash, node, &node->m_key);  // absent, and room was made above
         if (position) *position = p;
-        m_arrayKeys.append(key);
-        m_arrayValues.append(value);
         return true;
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 #include <zeb/Export.h>
+#include <zeb/Memory.h>
 #include <utility>
 
 namespace zeb {
@@ -37,9 +38,8 @@ public:
         if (m_pointer) Storage::acquire(m_pointer);
     }
     CopiedResource(CopiedResource&& other) noexcept : m_pointer(other.m_pointer) { other.m_pointer = nullptr; }
-    // A Release that throws reaches the caller of reset() and of assignment. From the destructor
-    // it cannot (destructors do not throw), but it has been logged before the program ends.
-    ~CopiedResource() { reset(); }
+    // A Release that throws reaches the caller, from here as from reset() and assignment.
+    ~CopiedResource() noexcept(false) { reset(); }
 
     CopiedResource& operator=(const CopiedResource& other) {
         if (this == &other) return *this;
@@ -93,6 +93,7 @@ private:
 // Polymorphic deleter of a shared object.
 class ZEB_API SharedResourceDestroyerBase {
 public:
+    ZEB_POOLED_OBJECT("a shared holder's destroyer")
     virtual ~SharedResourceDestroyerBase();
     // Forgets the object without deleting it (ownership went elsewhere).
     virtual void reset() = 0;
@@ -153,14 +154,16 @@ public:
 private:
     void adopt(element_type* object) {
         if (!object) return;
-        unsigned* count = new unsigned(1);
+        unsigned* count = nullptr;
         try {
+            count = static_cast<unsigned*>(allocateOrThrow(sizeof(unsigned), "a shared holder's count"));
             m_destroyer = new SharedResourceDestroyer<Storage>(object);
         } catch (...) {
-            delete count;
+            zebRelease(count, sizeof(unsigned));
             Storage::destroy(object);
             throw;
         }
+        *count = 1;
         m_object = object;
         m_count = count;
     }
@@ -173,7 +176,7 @@ private:
     void drop() {
         if (m_count && --*m_count == 0) {
             delete m_destroyer;
-            delete m_count;
+            zebRelease(m_count, sizeof(unsigned));
         }
         m_object = nullptr;
         m_count = nullptr;

@@ -15,12 +15,12 @@ public:
     CString& operator=(const CString& other);
     ~CString();
 
-    operator const char*() const { return m_text; }
-    const char* c_str() const { return m_text; }
+    operator const char*() const { return c_str(); }
+    const char* c_str() const { return m_text ? m_text : ""; }
     unsigned size() const { return m_size; }
 
 private:
-    char* m_text;
+    char* m_text;  // null for the empty text that needed no block
     unsigned m_size;
 };
 
@@ -87,7 +87,7 @@ private:
     // object, without a heap block.
     static const unsigned kInlineUnits = 23;
 
-    void reserve(unsigned capacity);
+    void reserve(unsigned long long capacity);
     bool isInline() const { return m_units == m_inline; }
     void becomeEmptyInline();
 

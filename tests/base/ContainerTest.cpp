@@ -1,9 +1,12 @@
 #include <zeb/Array.h>
 #include <zeb/HashTable.h>
+#include <zeb/Resource.h>
+
+#include "../device/ImportPatch.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <stdexcept>
 #include <string>
 
 using zeb::Array;
@@ -11,74 +14,51 @@ using zeb::String;
 
 namespace {
 
-struct Matrix {
-    float m[16];
-};
+struct Matrix { float m[16]; };
 
-// Counts live instances, to show that failed or repeated operations leak nothing.
+// Counts live instances, to show that failed or repeated operations leak nothing; a copy made
+// while `failCopies` is set throws.
 struct Tracked {
     static int live;
+    static bool failCopies;
     int value;
     Tracked(int v = 0) : value(v) { ++live; }
-    Tracked(const Tracked& other) : value(other.value) { ++live; }
+    Tracked(const Tracked& other) : value(other.value) {
+        if (failCopies) throw std::runtime_error("copy failed");
+        ++live;
+    }
     Tracked& operator=(const Tracked&) = default;
     ~Tracked() { --live; }
 };
 int Tracked::live = 0;
+bool Tracked::failCopies = false;
+
+// The message of the E that action throws.
+template <class E, class F> std::string thrown(F action) {
+    try {
+        action();
+    } catch (const E& e) {
+        return e.what();
+    }
+    ADD_FAILURE() << "no exception";
+    return std::string();
+}
 
 }  // namespace
 
-TEST(Array, BoundsAreCheckedWithTheValidRange) {
-    Array<int> empty;
-    try {
-        empty[0];
-        FAIL() << "no exception";
-    } catch (const zeb::IndexOutOfBounds& e) {
-        EXPECT_EQ(0, e.lower());
-        EXPECT_EQ(-1, e.upper());
-        EXPECT_EQ(0, e.index());
-    }
-    Array<int> three;
-    for (int i = 0; i < 3; ++i) three.append(i);
-    EXPECT_THROW(three[3], zeb::IndexOutOfBounds);
-    EXPECT_EQ(2, three[2]);
-}
-
-TEST(Array, GrowthFollowsPowersOfTwoFromEight) {
-    Array<int> a;
-    EXPECT_EQ(8u, a.capacity());
-    for (int i = 0; i < 8; ++i) a.append(i);
-    EXPECT_EQ(8u, a.capacity());
-    a.append(8);
-    EXPECT_EQ(16u, a.capacity());
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(i, a[i]) << "order survives growth";
-
-    Array<int> reserved;
-    reserved.reserve(100);
-    EXPECT_EQ(128u, reserved.capacity());
-    Array<int> copy(reserved);
-    EXPECT_EQ(128u, copy.capacity()) << "a copy's capacity follows the source's";
-}
-
-TEST(Array, AppendingOwnElementDuringGrowthCopiesItFirst) {
+TEST(Array, BoundsGrowthSelfAppendAndOversizedRequests) {
+    EXPECT_EQ("Index out of bounds: 0 not in [0, -1]", thrown<zeb::IndexOutOfBounds>([] { Array<int>()[0]; }));
     Array<String> names;
-    for (int i = 0; i < 8; ++i) names.append(String("frame"));
-    names.append(names[0]);
-    EXPECT_TRUE(names[8] == "frame");
-}
-
-TEST(Array, OversizedRequestThrowsAndLeavesTheArrayIntact) {
+    for (int i = 0; i < 8; ++i) names.append(String(std::to_string(i).c_str()));
+    names.append(names[0]);  // the ninth append moves the block its own argument lives in
+    EXPECT_EQ(16u, names.capacity());
+    EXPECT_TRUE(names[8] == "0" && names[7] == "7");
     Array<Matrix> matrices;
-    matrices.append(Matrix{{1.0f}});
-    try {
-        matrices.reserve(0x10000000u);  // 16 GiB of matrices: more than a 32-bit byte count
-        FAIL() << "no exception";
-    } catch (const zeb::NullPointer& e) {
-        EXPECT_TRUE(e.message() == "Asked for array of size: 268435456");
-    }
-    EXPECT_EQ(1u, matrices.size());
-    EXPECT_EQ(8u, matrices.capacity());
-    EXPECT_EQ(1.0f, matrices[0].m[0]);
+    matrices.reserve(100);
+    EXPECT_EQ(128u, Array<Matrix>(matrices).capacity()) << "8 doubled, and a copy follows its source";
+    EXPECT_EQ("Asked for array of size: 268435456",
+              thrown<zeb::NullPointer>([&] { matrices.reserve(0x10000000u); }));  // 16 GiB
+    EXPECT_EQ(128u, matrices.capacity());
 }
 
 TEST(Array, ElementsAreConstructedAndDestroyedInBalance) {
@@ -92,105 +72,101 @@ TEST(Array, ElementsAreConstructedAndDestroyedInBalance) {
         b.resize(5);
         a.clear();
         EXPECT_EQ(5, Tracked::live);
+        Tracked::failCopies = true;
+        EXPECT_THROW(Array<Tracked> c(b), std::runtime_error);
+        Tracked::failCopies = false;
     }
     EXPECT_EQ(0, Tracked::live);
 }
 
-TEST(OrderedHashTable, DuplicatesAreRefusedAndTheFirstValueStays) {
+TEST(OrderedHashTable, DuplicatesAreRefusedAndLookupIsExact) {
     zeb::OrderedHashTable<String, unsigned> table;
     unsigned position = 99;
     EXPECT_TRUE(table.insert(String("wall.dds"), 1u, &position));
-    EXPECT_EQ(0u, position);
     EXPECT_TRUE(table.insert(String("floor.dds"), 2u, &position));
     EXPECT_EQ(1u, position);
     EXPECT_FALSE(table.insert(String("wall.dds"), 3u, &position));
     EXPECT_EQ(0xFFFFFFFFu, position);
-    EXPECT_EQ(2u, table.size());
-    EXPECT_EQ(1u, table[String("wall.dds")]);
-    EXPECT_EQ(0u, table.positionOf(String("wall.dds")));
+    EXPECT_EQ(1u, table[String("wall.dds")]) << "the first value stays";
+    EXPECT_EQ(nullptr, table.find(String("WALL.dds")));
+    EXPECT_EQ("Hash key missing: wall.DDS", thrown<zeb::HashKeyMissing>([&] { table.lookup(String("wall.DDS")); }));
 }
 
-TEST(OrderedHashTable, KeepsInsertionOrderThroughGrowthAndCopies) {
-    zeb::OrderedHashTable<String, unsigned> table;
-    for (unsigned i = 0; i < 500; ++i) {
-        char name[16];
-        std::snprintf(name, sizeof name, "k%u", (i * 7919u) % 1000u);
-        ASSERT_TRUE(table.insert(String(name), i));
-    }
-    zeb::OrderedHashTable<String, unsigned> copy(table);
-    for (unsigned i = 0; i < 500; ++i) {
-        ASSERT_EQ(i, copy.valueAt(i));
-        ASSERT_EQ(i, copy.positionOf(copy.keyAt(i))) << "index and key array agree";
-    }
+TEST(OrderedHashTable, InsertThatThrowsLeavesTheTableUnchanged) {
+    zeb::OrderedHashTable<String, Tracked> table;
+    table.insert(String("kept"), Tracked(1));
+    Tracked::failCopies = true;
+    EXPECT_THROW(table.insert(String("lost"), Tracked(2)), std::runtime_error);
+    Tracked::failCopies = false;
+    EXPECT_EQ(1u, table.size());
+    EXPECT_FALSE(table.contains(String("lost")));
+    unsigned position = 0;
+    EXPECT_TRUE(table.insert(String("lost"), Tracked(3), &position));
+    EXPECT_EQ(1u, position);
+    EXPECT_EQ(3, table[String("lost")].value);
 }
 
-TEST(OrderedHashTable, LookupIsExactAndMissingKeysThrow) {
-    zeb::OrderedHashTable<String, unsigned> table;
-    table.insert(String("Bip01"), 7u);
-    EXPECT_FALSE(table.contains(String("bip01")));
-    EXPECT_EQ(nullptr, table.find(String("BIP01")));
-    try {
-        table.lookup(String("bip01"));
-        FAIL() << "no exception";
-    } catch (const zeb::HashKeyMissing& e) {
-        EXPECT_TRUE(e.key() == "bip01");
-    }
-}
-
-TEST(HashTable, InsertLookupRemove) {
-    zeb::HashTable<unsigned, bool> seen;
-    for (unsigned i = 0; i < 100; ++i) EXPECT_TRUE(seen.insert(i * 16, (i % 2) == 0));
-    EXPECT_FALSE(seen.insert(0, false));
-    EXPECT_TRUE(seen[0]);
-    EXPECT_EQ(100u, seen.keys().size());
-    EXPECT_TRUE(seen.remove(16));
-    EXPECT_FALSE(seen.contains(16));
-    EXPECT_THROW(seen.lookup(16), zeb::HashKeyMissing);
-}
-
-TEST(Serialization, OrderedTableRoundTripKeepsPositions) {
-    zeb::OrderedHashTable<String, unsigned> table;
-    table.insert(String("z<&>\""), 5u);
-    table.insert(String("a"), 6u);
-    table.insert(String("m"), 7u);
+TEST(Serialization, RoundTripKeepsPositionsAndBadInputIsRefused) {
+    zeb::OrderedHashTable<String, unsigned> table, back;
+    for (const char* key : {"z<&>\"", "a", "m"}) table.insert(String(key), table.size() + 5);
+    back.insert(String("stale"), 1u);
     String xml;
     table.doSerialization(String("textures"), xml);
-
-    zeb::OrderedHashTable<String, unsigned> back;
-    back.insert(String("stale"), 1u);
     back.deserialize(xml);
     ASSERT_EQ(3u, back.size());
-    EXPECT_TRUE(back.keyAt(0) == "z<&>\"");
+    EXPECT_TRUE(back.keyAt(0) == "z<&>\"" && !back.contains(String("stale")));
     EXPECT_EQ(2u, back.positionOf(String("m")));
-    EXPECT_EQ(6u, back[String("a")]);
-    EXPECT_FALSE(back.contains(String("stale")));
+    EXPECT_EQ("Serialization is not supported for: ArrayOfOthers",
+              thrown<zeb::SerializationFailed>([&] { Array<Matrix>().doSerialization(String("m"), xml); }));
+    EXPECT_THROW(back.deserialize(String("<OrderedHashTable></OrderedHashTable>")), zeb::SerializationFailed);
+    EXPECT_THROW(back.deserialize(String("<OrderedHashTable><ArrayOfString name=\"m_arrayKeys\">")), zeb::SerializationFailed);
+    zeb::HashTable<String, unsigned> plain, plainBack;
+    plain.insert(String("two"), 2u);
+    plain.doSerialization(String("t"), xml);
+    plainBack.deserialize(xml);
+    EXPECT_EQ(2u, plainBack[String("two")]);
 }
 
-TEST(Serialization, HashTableRoundTrip) {
-    zeb::HashTable<String, unsigned> table;
-    table.insert(String("one"), 1u);
-    table.insert(String("two"), 2u);
-    String xml;
-    table.doSerialization(String("t"), xml);
-    zeb::HashTable<String, unsigned> back;
-    back.deserialize(xml);
-    EXPECT_EQ(2u, back.size());
-    EXPECT_EQ(2u, back[String("two")]);
-}
+namespace {
+// Memory running out, simulated at the base library's two doors: the block allocator that the
+// header templates call (this program's import of zebAllocate) and the C heap that large blocks
+// come from (Zebcore.dll's import of malloc).
+void* (*g_realAllocate)(size_t);
+int g_blocksLeft;
+void* scarceBlock(size_t bytes) { return g_blocksLeft-- > 0 ? g_realAllocate(bytes) : nullptr; }
+void* (*g_realMalloc)(size_t);
+// Only the large blocks fail: the C++ runtime's own small ones (the exception itself) still work.
+void* noLargeBlocks(size_t bytes) { return bytes > 1024 ? nullptr : g_realMalloc(bytes); }
+}  // namespace
 
-TEST(Serialization, UnsupportedTypesAndBrokenTextAreRefused) {
-    Array<Matrix> matrices;
-    EXPECT_STREQ("ArrayOfOthers", matrices.vClassName());
-    String xml;
-    try {
-        matrices.doSerialization(String("m"), xml);
-        FAIL() << "no exception";
-    } catch (const zeb::SerializationFailed& e) {
-        EXPECT_TRUE(e.message() == "Serialization is not supported for: ArrayOfOthers");
+TEST(Allocation, FailuresThrowNullPointerAndChangeNothing) {
+    String big(std::string(600, 'x').c_str());  // past the pooled sizes: from the C heap
+    zeb::HashTable<unsigned, bool> crowded;
+    for (unsigned i = 0; i < 128; ++i) crowded.insert(i, true);  // the next insert doubles 128 buckets
+    EXPECT_EQ("Out of memory for text", thrown<zeb::NullPointer>([&] { String().append(big.getUCS2Buffer(), 0xFFFFFFF0u); }));
+    {
+        vexiltest::ImportPatch heap("Zebcore.dll", "msvcrt.dll", "malloc", reinterpret_cast<void*>(&noLargeBlocks));
+        ASSERT_TRUE(heap.ok());
+        g_realMalloc = reinterpret_cast<void* (*)(size_t)>(heap.original());
+        EXPECT_EQ("Out of memory for text", thrown<zeb::NullPointer>([&] { String copy(big); }));
+        EXPECT_EQ("Out of memory for hash-table buckets", thrown<zeb::NullPointer>([&] { crowded.insert(128, true); }));
+        EXPECT_FALSE(crowded.contains(128));
     }
-    zeb::OrderedHashTable<String, unsigned> table;
-    table.insert(String("kept"), 1u);
-    EXPECT_THROW(table.deserialize(String("<OrderedHashTable><ArrayOfString name=\"m_arrayKeys\">")),
-                 zeb::SerializationFailed);
-    EXPECT_THROW(table.deserialize(String("<OrderedHashTable></OrderedHashTable>")), zeb::SerializationFailed);
+    EXPECT_FALSE(crowded.insert(5, false));
+    EXPECT_TRUE(crowded[5] && crowded.remove(5) && crowded.keys().size() == 127);
+    EXPECT_THROW(crowded.lookup(5), zeb::HashKeyMissing);
+    Array<int> source;
+    zeb::HashTable<unsigned, bool> table;
+    typedef zeb::SharedResource<zeb::PointerStorage<Tracked, 0, 3>, 0> SharedTracked;
+    vexiltest::ImportPatch blocks(nullptr, "Zebcore.dll", "zebAllocate", reinterpret_cast<void*>(&scarceBlock));
+    ASSERT_TRUE(blocks.ok());
+    g_realAllocate = reinterpret_cast<void* (*)(size_t)>(blocks.original());
+    g_blocksLeft = 0;
+    EXPECT_EQ("Asked for array of size: 8", thrown<zeb::NullPointer>([&] { Array<int> copy(source); }));
+    EXPECT_EQ("Out of memory for a hash-table node", thrown<zeb::NullPointer>([&] { table.insert(1, true); }));
+    EXPECT_EQ("Out of memory for a shared holder's count", thrown<zeb::NullPointer>([] { SharedTracked s(new Tracked); }));
+    g_blocksLeft = 1;
+    EXPECT_EQ("Out of memory for a shared holder's destroyer", thrown<zeb::NullPointer>([] { SharedTracked s(new Tracked); }));
+    EXPECT_EQ(0u, table.size());
+    EXPECT_EQ(0, Tracked::live) << "the object of a holder that could not be made is deleted";
 }

@@ -1,5 +1,7 @@
 #include "LogCapture.h"
 
+#include <algorithm>
+
 namespace vexiltest {
 
 LogCapture::LogCapture(int globalThreshold) : m_savedThreshold(zeb::LogFactory::getPriority()) {
@@ -13,27 +15,23 @@ LogCapture::~LogCapture() {
 }
 
 void LogCapture::write(const zeb::Logger& logger, zeb::LOGGER_PRIORITY priority, const zeb::String& message) {
-    m_entries.push_back({std::string(logger.name().getUTF8String().c_str()), static_cast<int>(priority),
-                         std::string(message.getUTF8String().c_str())});
+    m_entries.push_back({logger.name().getUTF8String().c_str(), static_cast<int>(priority), message.getUTF8String().c_str()});
 }
 
 bool LogCapture::contains(const std::string& logger, int priority, const std::string& text) const {
-    for (const LogEntry& e : m_entries)
-        if (e.logger == logger && e.priority == priority && e.text == text) return true;
-    return false;
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [&](const LogEntry& e) { return e.logger == logger && e.priority == priority && e.text == text; });
 }
 
 size_t LogCapture::count(const std::string& logger, const std::string& fragment) const {
-    size_t n = 0;
-    for (const LogEntry& e : m_entries)
-        if (e.logger == logger && e.text.find(fragment) != std::string::npos) ++n;
-    return n;
+    return std::count_if(m_entries.begin(), m_entries.end(), [&](const LogEntry& e) {
+        return e.logger == logger && e.text.find(fragment) != std::string::npos;
+    });
 }
 
 std::string LogCapture::dump() const {
     std::string out;
-    for (const LogEntry& e : m_entries)
-        out += "[" + e.logger + "] P" + std::to_string(e.priority) + " " + e.text + "\n";
+    for (const LogEntry& e : m_entries) out += "[" + e.logger + "] P" + std::to_string(e.priority) + " " + e.text + "\n";
     return out;
 }
 

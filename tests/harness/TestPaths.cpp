@@ -6,22 +6,15 @@
 
 namespace vexiltest {
 
-namespace {
-std::string toWindows(std::string path) {
-    for (char& c : path)
-        if (c == '/') c = '\\';
-    // Unix absolute paths of the build host are reached through Wine's Z: drive.
-    if (!path.empty() && path[0] == '\\') path = "Z:" + path;
-    return path;
-}
-}  // namespace
-
 bool fileExists(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 std::string sourcePath(const std::string& relative) {
     const char* root = std::getenv("VEXIL_SOURCE_DIR");
-    std::string base = root ? root : "..\\..";
-    return toWindows(base + "/" + relative);
+    std::string path = std::string(root ? root : "..\\..") + "/" + relative;
+    for (char& c : path)
+        if (c == '/') c = '\\';
+    // Unix absolute paths of the build host are reached through Wine's Z: drive.
+    return path[0] == '\\' ? "Z:" + path : path;
 }
 
 std::string samplesDir() {
@@ -30,9 +23,8 @@ std::string samplesDir() {
 }
 
 std::string outputDir() {
-    std::string dir = "test-output";
-    CreateDirectoryA(dir.c_str(), nullptr);
-    return dir;
+    CreateDirectoryA("test-output", nullptr);
+    return "test-output";
 }
 
 }  // namespace vexiltest

@@ -25,6 +25,8 @@ D3DXVECTOR4 sampleTexture(float u) {
 // The lighting effect on a real device, its blocks bound as LightingEffect binds them.
 class LitSceneTest : public SceneTest, public ::testing::WithParamInterface<LightCase> {
 protected:
+    // Holders of Direct3D objects may throw from their destructors; the fixture's base may not.
+    ~LitSceneTest() noexcept override {}
     void SetUp() override {
         SceneTest::SetUp();
         ASSERT_TRUE(m_effect.load("lightingEffect.fxo", m_holder));

@@ -48,6 +48,8 @@ typedef std::function<bool(const Surface& surface, D3DCOLOR& expected, int& tole
 // A real device with the scene's meshes and camera.
 class SceneTest : public ::testing::Test {
 protected:
+    // Holders of Direct3D objects may throw from their destructors; the fixture's base may not.
+    ~SceneTest() noexcept override {}
     void SetUp() override;
     void TearDown() override;
     IDirect3DDevice9* device() const { return m_device->device(); }
