@@ -39,13 +39,11 @@ TEST_F(AdapterScripted, HeadsAreEnumeratedOnceAndNamedWithoutRegardToCase) {
     ASSERT_EQ(kMasters.size(), adapter.headCount());
     AdapterD3D9 second;
     EXPECT_TRUE(second.initialize());
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "69 Head list already created"));
     EXPECT_EQ(kHead0Modes.size(), adapter.displayHead(0).modes.size());
     EXPECT_THROW(adapter.displayHead(6), zeb::IndexOutOfBounds);
 
     EXPECT_EQ(4u, adapter.osLocatorHeadIndex(lowerCase(headName(4)).c_str()));
     EXPECT_EQ(kNotFound, adapter.osLocatorHeadIndex("\\\\.\\NOWHERE"));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "1056 Comparing \\\\.\\HEAD0 with \\\\.\\NOWHERE"));
 
     const std::pair<std::vector<UINT>, unsigned> masters[] = {{{1}, 1}, {{1, 0}, 0}, {{4, 3, 0}, 3}, {{1, 2}, kNotFound}};
     for (const auto& c : masters) EXPECT_EQ(c.second, adapter.masterHeadIndex(names(c.first))) << c.first[0];
@@ -60,24 +58,20 @@ TEST_F(AdapterScripted, HeadsAreEnumeratedOnceAndNamedWithoutRegardToCase) {
     D3DCAPS9 caps;
     D3DADAPTER_IDENTIFIER9 identifier;
     EXPECT_TRUE(adapter.adapterCaps(4, caps) && adapter.adapterIdentifier(4, identifier) && caps.MasterAdapterOrdinal == 3);
-    EXPECT_FALSE(adapter.adapterIdentifier(6, identifier));
-    EXPECT_FALSE(adapter.adapterCaps(7, caps));
-    EXPECT_TRUE(log.contains("VexilDX9", 4, "224 Adapter index 6 out of bound"));
-    EXPECT_TRUE(log.contains("VexilDX9", 4, "236 Adapter index 7 out of bound"));
+    EXPECT_FALSE(adapter.adapterIdentifier(6, identifier) || adapter.adapterCaps(7, caps));
+    expectLogged(log, "VexilDX9", {{1, "69 Head list already created"}, {1, "1056 Comparing \\\\.\\HEAD0 with \\\\.\\NOWHERE"},
+                                   {4, "224 Adapter index 6 out of bound"}, {4, "236 Adapter index 7 out of bound"}});
 }
 
 TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
     for (D3DFORMAT f : {D3DFMT_A2R10G10B10, D3DFMT_A8R8G8B8, D3DFMT_X8R8G8B8, D3DFMT_A1R5G5B5, D3DFMT_X1R5G5B5, D3DFMT_R5G6B5})
         EXPECT_TRUE(AdapterD3D9::isAdapterFormatValid(f) && adapter.formatBitDepth(f) >= 16) << f;
-    EXPECT_FALSE(AdapterD3D9::isAdapterFormatValid(D3DFMT_A4R4G4B4));
-    EXPECT_EQ(0u, adapter.formatBitDepth(D3DFMT_A4R4G4B4));
-    EXPECT_TRUE(log.contains("VexilDX9", 4, "1139 Format not recognized, please update code"));
+    EXPECT_FALSE(AdapterD3D9::isAdapterFormatValid(D3DFMT_A4R4G4B4) || adapter.formatBitDepth(D3DFMT_A4R4G4B4));
 
-    const std::pair<DWORD, unsigned long> intervals[] = {
-        {D3DPRESENT_INTERVAL_ONE | D3DPRESENT_INTERVAL_IMMEDIATE, D3DPRESENT_INTERVAL_IMMEDIATE},
-        {D3DPRESENT_INTERVAL_FOUR | D3DPRESENT_INTERVAL_TWO, D3DPRESENT_INTERVAL_TWO}, {0, kNotFound}};
-    for (const auto& c : intervals) {
-        D3DCAPS9 caps = {};
+    D3DCAPS9 caps = {};
+    for (const auto& c : std::vector<std::pair<DWORD, unsigned long>>{
+             {D3DPRESENT_INTERVAL_ONE | D3DPRESENT_INTERVAL_IMMEDIATE, D3DPRESENT_INTERVAL_IMMEDIATE},
+             {D3DPRESENT_INTERVAL_FOUR | D3DPRESENT_INTERVAL_TWO, D3DPRESENT_INTERVAL_TWO}, {0, kNotFound}}) {
         caps.PresentationIntervals = c.first;
         EXPECT_EQ(c.second, adapter.getFastestPresentationInterval(caps)) << c.first;
     }
@@ -85,21 +79,15 @@ TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
     // Windowed: copied, default interval; a format is chosen even when no automatic buffer is asked for.
     const D3DPRESENT_PARAMETERS windowed = adapter.createDevicePresentParam(1, true, windows[0], false);
     EXPECT_TRUE(windowed.SwapEffect == D3DSWAPEFFECT_COPY && windowed.PresentationInterval == D3DPRESENT_INTERVAL_DEFAULT);
-    EXPECT_FALSE(windowed.EnableAutoDepthStencil);
-    EXPECT_EQ(D3DFMT_D24S8, windowed.AutoDepthStencilFormat);
-    EXPECT_TRUE(log.contains("VexilDX9", 2, "497 Using ZStencil buffer format 75"));
+    EXPECT_TRUE(!windowed.EnableAutoDepthStencil && windowed.AutoDepthStencilFormat == D3DFMT_D24S8);
     EXPECT_EQ(D3DSWAPEFFECT_FLIP, adapter.createDevicePresentParam(1, false, windows[0], true).SwapEffect);
 
     d3d->adapter(1).displayFormat = D3DFMT_A4R4G4B4;
     d3d->acceptedDepthFormat = D3DFMT_D16;
     D3DPRESENT_PARAMETERS pp = adapter.createDevicePresentParam(1, true, windows[0], true);
-    EXPECT_EQ(D3DFMT_R5G6B5, pp.BackBufferFormat);
-    EXPECT_EQ(D3DFMT_D16, pp.AutoDepthStencilFormat);
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "314 defaulting to D3DFMT_R5G6B5"));
+    EXPECT_TRUE(pp.BackBufferFormat == D3DFMT_R5G6B5 && pp.AutoDepthStencilFormat == D3DFMT_D16);
     d3d->rejectedDepthChecks = -1;
-    pp = adapter.createDevicePresentParam(1, true, windows[0], true);
-    EXPECT_EQ(D3DFMT_UNKNOWN, pp.AutoDepthStencilFormat);
-    EXPECT_TRUE(log.contains("VexilDX9", 2, "505 IDirect3DDevice9 will be created without a depth-stencil buffer"));
+    EXPECT_EQ(D3DFMT_UNKNOWN, adapter.createDevicePresentParam(1, true, windows[0], true).AutoDepthStencilFormat);
 
     EXPECT_FALSE(adapter.toggleMultiSampling());
     const std::pair<DWORD, DWORD> multisampleLevels[] = {{1, 0}, {2, 1}, {5, 2}};
@@ -112,10 +100,12 @@ TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
     }
     d3d->multiSampleResult = D3DERR_NOTAVAILABLE;
     pp = adapter.createDevicePresentParam(1, true, windows[0], true);
-    EXPECT_EQ(D3DMULTISAMPLE_NONE, pp.MultiSampleType);
-    EXPECT_EQ(D3DSWAPEFFECT_COPY, pp.SwapEffect);
-    EXPECT_TRUE(log.contains("VexilDX9", 2, "378 Multisample anti aliasing is not supported by the device"));
+    EXPECT_TRUE(pp.MultiSampleType == D3DMULTISAMPLE_NONE && pp.SwapEffect == D3DSWAPEFFECT_COPY);
     EXPECT_TRUE(adapter.toggleMultiSampling());
+    expectLogged(log, "VexilDX9", {{4, "1139 Format not recognized, please update code"}, {2, "497 Using ZStencil buffer format 75"},
+                                   {1, "314 defaulting to D3DFMT_R5G6B5"},
+                                   {2, "505 IDirect3DDevice9 will be created without a depth-stencil buffer"},
+                                   {2, "378 Multisample anti aliasing is not supported by the device"}});
 
     const UINT downgrades[][4] = {{1024, 768, 800, 600}, {640, 480, 640, 480}, {1920, 1200, 1280, 1024}};
     for (const auto& c : downgrades) {
@@ -132,11 +122,8 @@ TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
     ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), false, D3DDEVTYPE_HAL)) << log.dump();
     const std::vector<CreateDeviceCall>& calls = d3d->createDeviceCalls();
     ASSERT_EQ(5u, calls.size());
-    EXPECT_EQ(1024u, calls[1].params[0].BackBufferWidth);
-    EXPECT_EQ(800u, calls[2].params[0].BackBufferWidth);
-    EXPECT_EQ(800u, calls[4].params[0].BackBufferWidth);
-    EXPECT_TRUE(log.contains("VexilDX9", 2, "901 Downgraded dimension 800 x 600"));
-    EXPECT_TRUE(log.contains("VexilDX9", 4, "907 Device is lost at creation time"));
+    EXPECT_TRUE(calls[1].params[0].BackBufferWidth == 1024 && calls[2].params[0].BackBufferWidth == 800 &&
+                calls[4].params[0].BackBufferWidth == 800);
     EXPECT_EQ(std::vector<DWORD>(2, 500), sleeps->calls());
     EXPECT_EQ(1u, log.count("VexilDX9", "14 IDirect3D9::CreateDevice S_OK"));
     EXPECT_EQ(static_cast<unsigned>(D3DCREATE_HARDWARE_VERTEXPROCESSING), adapter.vertexProcessingMode());
@@ -148,15 +135,15 @@ TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
     ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
     EXPECT_EQ(2u + 10u, sleeps->calls().size());
     EXPECT_EQ(static_cast<unsigned>(D3DCREATE_MIXED_VERTEXPROCESSING), adapter.vertexProcessingMode());
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "871 Creating Direct3D9 device using vertex processing mode 128"));
 
     d3d->failingVertexMode = ~0u;
     d3d->failingVertexModeResult = D3DERR_INVALIDCALL;
     EXPECT_FALSE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
-    EXPECT_TRUE(log.contains("VexilDX9", 4,
-                             "947 Unable to create a Direct3DDevice9 object from adapter index 0, HRESULT = " +
-                                 std::to_string(D3DERR_INVALIDCALL)));
-    EXPECT_TRUE(log.contains("VexilDX9", 3, "633 Unable to create swap chain mapping"));
+    expectLogged(log, "VexilDX9", {{2, "901 Downgraded dimension 800 x 600"}, {4, "907 Device is lost at creation time"},
+                                   {1, "871 Creating Direct3D9 device using vertex processing mode 128"},
+                                   {4, "947 Unable to create a Direct3DDevice9 object from adapter index 0, HRESULT = " +
+                                           std::to_string(D3DERR_INVALIDCALL)},
+                                   {3, "633 Unable to create swap chain mapping"}});
     EXPECT_FALSE(adapter.isInitialized());
     expectAssertion([&] { adapter.defaultD3DDevice(0, windows[0], true, D3DDEVTYPE_SW); }, 832,
                     "(deviceType == D3DDEVTYPE_HAL) || (deviceType == D3DDEVTYPE_REF)");
@@ -171,25 +158,18 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
         EXPECT_EQ(windows[k], lastCall().params[k].hDeviceWindow);
         EXPECT_FALSE(lastCall().params[k].EnableAutoDepthStencil);
     }
-    EXPECT_EQ(3u, adapter.numActiveChain());
-    EXPECT_EQ(0u, adapter.currentAdapterIndex());
-    EXPECT_TRUE(adapter.isInitialized());
+    EXPECT_TRUE(adapter.isInitialized() && adapter.numActiveChain() == 3 && adapter.currentAdapterIndex() == 0);
     EXPECT_EQ(1u, adapter.chainIndex(lowerCase(headName(0)).c_str()));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "1271 os locator \\\\.\\head0 index= 1"));
     for (UINT head : {0, 1, 2}) {
         EXPECT_TRUE(adapter.swapChain(name(head)) && adapter.depthBuffer(name(head))) << head;
         EXPECT_TRUE(adapter.displayHead(head).renderFlag);
     }
     EXPECT_FALSE(adapter.swapChain("\\\\.\\NOWHERE") || adapter.depthBuffer(name(3)));
     EXPECT_TRUE(adapter.isSameRenderingOSLocator(names({1, 2, 0})));
-    EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})));
-    EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2})));
+    EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})) || adapter.isSameRenderingOSLocator(names({1, 2})));
     EXPECT_EQ(0u, adapter.adapterIndex(""));
-    for (const char* line : {"245 m_swapChainGroup.m_renderingHeadIndex.size() = 3", "757 Master head index 0",
-                             "733 CreateDepthStencilBuffer succeeded"})
-        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
     adapter.resetHeadRenderFlag();
-    EXPECT_FALSE(adapter.displayHead(0).renderFlag);
+    EXPECT_FALSE(adapter.displayHead(0).renderFlag || adapter.displayHead(2).renderFlag);
     expectAssertion([&] { adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL); },
                     763, "deviceWindow.size() >= (subordinate.size() + 1)");
 
@@ -197,23 +177,23 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     // take the size of windowed present parameters, 0 x 0, which Direct3D refuses.
     EXPECT_FALSE(adapter.createSwapChain(names({4, 3}), windows[0], windows.list(2), true, D3DDEVTYPE_REF));
     EXPECT_EQ(1u, log.count("VexilDX9", "719 Unable to create a depth buffer for swap chain ")) << log.dump();
-    EXPECT_EQ(0u, lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE);
-    EXPECT_EQ(3u, lastCall().adapter);
+    EXPECT_TRUE(!(lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE) && lastCall().adapter == 3);
     EXPECT_EQ(D3DDEVTYPE_REF, adapter.deviceType());
     EXPECT_TRUE(adapter.swapChain(name(4)) && adapter.swapChain(name(3)));
     EXPECT_NE(adapter.swapChain(name(3)).get(), adapter.swapChain(name(4)).get());
 
     // Unknown names and heads without a monitor are dropped; with none left, head 0 stands in.
     ASSERT_TRUE(adapter.createSwapChain(names({kNoMonitor}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "612 No monitor attached to video head, using default"));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "577 osLocatorList[locator] = \\\\.\\HEAD5"));
-    EXPECT_EQ(0u, lastCall().adapter);
-    EXPECT_EQ(1u, adapter.activeChainOSLocator().size());
+    EXPECT_TRUE(lastCall().adapter == 0 && adapter.activeChainOSLocator().size() == 1);
     EXPECT_TRUE(adapter.swapChain(name(kNoMonitor)) && adapter.depthBuffer(name(kNoMonitor)));
     EXPECT_TRUE(adapter.isStencilCreated() && adapter.isZStencilBufferSupported());
 
     EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
-    EXPECT_TRUE(log.contains("VexilDX9", 3, "563 Zero size os locator list passed"));
+    expectLogged(log, "VexilDX9", {{1, "1271 os locator \\\\.\\head0 index= 1"}, {1, "757 Master head index 0"},
+                                   {1, "245 m_swapChainGroup.m_renderingHeadIndex.size() = 3"},
+                                   {1, "733 CreateDepthStencilBuffer succeeded"},
+                                   {1, "612 No monitor attached to video head, using default"},
+                                   {1, "577 osLocatorList[locator] = \\\\.\\HEAD5"}, {3, "563 Zero size os locator list passed"}});
     expectAssertion([&] { adapter.createDevicePresentParam(zeb::Array<zeb::String>(), windows.list(1), true); }, 743,
                     "osLocatorList.size() > 0");
 }
@@ -275,12 +255,10 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     adapter.cleanup();
     EXPECT_EQ(std::vector<DWORD>(9, 500), sleeps->calls());
     EXPECT_EQ(9u, log.count("VexilDX9", "1233 Device in lost state, sleeping 500 ms"));
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "1240 Device is in not reset state"));
-    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::Reset S_OK"));
-    for (const char* line : {"1218 Releasing depth stencil", "1221 Releasing swap chain", "1224 Testing device validity",
-                             "1229 Testing device cooperative level for lost device",
-                             "1237 Testing device cooperative level for device reset", "1244 Releasing device"})
-        EXPECT_TRUE(log.contains("VexilDX9", 1, line)) << line;
+    expectLogged(log, "VexilDX9", {{1, "1240 Device is in not reset state"}, {3, "14 IDirect3DDevice9::Reset S_OK"},
+                                   {1, "1218 Releasing depth stencil"}, {1, "1221 Releasing swap chain"},
+                                   {1, "1224 Testing device validity"}, {1, "1229 Testing device cooperative level for lost device"},
+                                   {1, "1237 Testing device cooperative level for device reset"}, {1, "1244 Releasing device"}});
     EXPECT_FALSE(adapter.device());
 }
 
@@ -290,18 +268,17 @@ TEST(NoDirect3D, AdapterAndShaderQueriesFailCleanly) {
     ASSERT_TRUE(hook.ok());
     AdapterD3D9 adapter;
     EXPECT_FALSE(adapter.initialize());
-    EXPECT_TRUE(log.contains("VexilDX9", 4, "50 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"));
     EXPECT_FALSE(adapter.enumerateAllHeads());
-    EXPECT_TRUE(log.contains("VexilDX9", 1, "63 enumerateAllHeads called before calling initialize"));
     expectAssertion([] { AdapterD3D9 failing(true); }, 1034, "initialize()");
     TestWindows windows(1);
     EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
 
     unsigned version = 7;
-    EXPECT_FALSE(vertexShaderVersion("\\\\.\\DISPLAY1", &version));
-    EXPECT_FALSE(pixelShaderVersion("\\\\.\\DISPLAY1", &version));
+    EXPECT_FALSE(vertexShaderVersion("\\\\.\\DISPLAY1", &version) || pixelShaderVersion("\\\\.\\DISPLAY1", &version));
     EXPECT_EQ(7u, version);
-    EXPECT_TRUE(log.contains("VexilDX9", 3, "26 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"));
+    expectLogged(log, "VexilDX9", {{4, "50 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"},
+                                   {1, "63 enumerateAllHeads called before calling initialize"},
+                                   {3, "26 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"}});
 }
 
 }  // namespace

@@ -56,6 +56,10 @@ D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& b
 
 std::vector<unsigned> toVector(const zeb::Array<unsigned>& array) { return std::vector<unsigned>(array.begin(), array.end()); }
 
+void expectLogged(const LogCapture& log, const char* logger, std::initializer_list<std::pair<int, std::string>> lines) {
+    for (const auto& line : lines) EXPECT_TRUE(log.contains(logger, line.first, line.second)) << line.second << "\n" << log.dump();
+}
+
 void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
                      const char* file) {
     try {
@@ -93,6 +97,7 @@ void RealDirect3DTest::SetUp() {
     IDirect3D9* probe = m_hook->createReal(D3D_SDK_VERSION);
     ASSERT_NE(nullptr, probe);
     m_adapterName = realAdapterName(probe);
+    probe->GetAdapterDisplayMode(0, &m_displayMode);
     probe->Release();
 }
 

@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vexiltest {
@@ -30,6 +31,8 @@ D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& b
 
 const unsigned kNotFound = 0xFFFFFFFF;
 std::vector<unsigned> toVector(const zeb::Array<unsigned>& array);
+// Checks that logger logged each text at its priority.
+void expectLogged(const LogCapture& log, const char* logger, std::initializer_list<std::pair<int, std::string>> lines);
 // Runs action and checks that it fails the check of that text (and line, unless 0) in file.
 void expectAssertion(const std::function<void()>& action, unsigned long long line, const char* expression,
                      const char* file = "VexilDX9/Adapter");
@@ -53,6 +56,7 @@ protected:
     void TearDown() override;
     void watch(IDirect3DDevice9* device);
     const std::string& adapterName() const { return m_adapterName; }
+    const D3DDISPLAYMODE& displayMode() const { return m_displayMode; }
     const Direct3DCreateHook& createHook() const { return *m_hook; }
 
     LogCapture log;
@@ -62,6 +66,7 @@ private:
     std::vector<IDirect3D9*> m_created;
     std::vector<IDirect3DDevice9*> m_devices;
     std::string m_adapterName;
+    D3DDISPLAYMODE m_displayMode = {};
 };
 
 // The library on a scripted decorator around the real Direct3D; Sleep is recorded, not waited.

@@ -256,9 +256,8 @@ struct DeviceOverrides {
     }
     // Every head of a recorded multi-head device shows the one real swap chain.
     static HRESULT STDMETHODCALLTYPE GetSwapChain(IDirect3DDevice9* self, UINT index, IDirect3DSwapChain9** chain) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.swapChainResult, chain)) return d.script.swapChainResult;
-        return d.forward(&IDirect3DDevice9::GetSwapChain, index < d.m_heads ? 0u : index, chain);
+        const UINT real = index < ScriptedDevice9::of(self).m_heads ? 0u : index;
+        return failOrForward(self, &DeviceScript::swapChainResult, chain, &IDirect3DDevice9::GetSwapChain, real, chain);
     }
     static UINT STDMETHODCALLTYPE GetNumberOfSwapChains(IDirect3DDevice9* self) {
         ScriptedDevice9& d = ScriptedDevice9::of(self);
@@ -266,9 +265,8 @@ struct DeviceOverrides {
     }
     static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,
                                                                IDirect3DSwapChain9** chain) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.additionalSwapChainResult, chain)) return d.script.additionalSwapChainResult;
-        return d.forward(&IDirect3DDevice9::CreateAdditionalSwapChain, params, chain);
+        return failOrForward(self, &DeviceScript::additionalSwapChainResult, chain, &IDirect3DDevice9::CreateAdditionalSwapChain,
+                             params, chain);
     }
     // Only a single windowed head can be reset for real on Xvfb.
     static HRESULT STDMETHODCALLTYPE Reset(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params) {
@@ -279,37 +277,27 @@ struct DeviceOverrides {
         return d.forward(&IDirect3DDevice9::Reset, params);
     }
     static HRESULT STDMETHODCALLTYPE GetDepthStencilSurface(IDirect3DDevice9* self, IDirect3DSurface9** surface) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.depthStencilSurfaceResult, surface)) return d.script.depthStencilSurfaceResult;
-        return d.forward(&IDirect3DDevice9::GetDepthStencilSurface, surface);
-    }
-    static HRESULT STDMETHODCALLTYPE CreateDepthStencilSurface(IDirect3DDevice9* self, UINT width, UINT height,
-                                                               D3DFORMAT format, D3DMULTISAMPLE_TYPE multiSample,
-                                                               DWORD quality, WINBOOL discard,
-                                                               IDirect3DSurface9** surface, HANDLE* shared) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.createDepthStencilResult, surface)) return d.script.createDepthStencilResult;
-        return d.forward(&IDirect3DDevice9::CreateDepthStencilSurface, width, height, format, multiSample, quality,
-                         discard, surface, shared);
+        return failOrForward(self, &DeviceScript::depthStencilSurfaceResult, surface, &IDirect3DDevice9::GetDepthStencilSurface,
+                             surface);
     }
     static HRESULT STDMETHODCALLTYPE CreateTexture(IDirect3DDevice9* self, UINT width, UINT height, UINT levels,
                                                    DWORD usage, D3DFORMAT format, D3DPOOL pool,
                                                    IDirect3DTexture9** texture, HANDLE* shared) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (failed(d.script.createTextureResult, texture)) return d.script.createTextureResult;
-        return d.forward(&IDirect3DDevice9::CreateTexture, width, height, levels, usage, format, pool, texture, shared);
+        return failOrForward(self, &DeviceScript::createTextureResult, texture, &IDirect3DDevice9::CreateTexture, width, height,
+                             levels, usage, format, pool, texture, shared);
     }
     // Scripted failures apply to creating calls only, not to support probes.
     static HRESULT STDMETHODCALLTYPE CreateQuery(IDirect3DDevice9* self, D3DQUERYTYPE type, IDirect3DQuery9** query) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        if (query && failed(d.script.createQueryResult, query)) return d.script.createQueryResult;
-        return d.forward(&IDirect3DDevice9::CreateQuery, type, query);
+        return failOrForward(self, &DeviceScript::createQueryResult, query, &IDirect3DDevice9::CreateQuery, type, query);
     }
 
-    template <class T> static bool failed(HRESULT scripted, T** out) {
-        if (SUCCEEDED(scripted)) return false;
+    // The scripted failure, with a null output, or the real call (calls without an output are probes).
+    template <class T, class M, class... A>
+    static HRESULT failOrForward(IDirect3DDevice9* self, HRESULT DeviceScript::*result, T** out, M method, A... args) {
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        if (!out || SUCCEEDED(d.script.*result)) return d.forward(method, args...);
         *out = nullptr;
-        return true;
+        return d.script.*result;
     }
 };
 
@@ -317,17 +305,11 @@ ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owne
     : device(real), m_owner(owner), m_heads(heads), m_realTable(*reinterpret_cast<void***>(real)) {
     // wined3d's devices are IDirect3DDevice9Ex: its table is the longer one.
     m_table.assign(m_realTable, m_realTable + slotOf(&IDirect3DDevice9Ex::GetDisplayModeEx) + 1);
-    m_table[slotOf(&IDirect3DDevice9::Release)] = reinterpret_cast<void*>(&DeviceOverrides::Release);
-    m_table[slotOf(&IDirect3DDevice9::TestCooperativeLevel)] = reinterpret_cast<void*>(&DeviceOverrides::TestCooperativeLevel);
-    m_table[slotOf(&IDirect3DDevice9::GetDirect3D)] = reinterpret_cast<void*>(&DeviceOverrides::GetDirect3D);
-    m_table[slotOf(&IDirect3DDevice9::GetSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::GetSwapChain);
-    m_table[slotOf(&IDirect3DDevice9::GetNumberOfSwapChains)] = reinterpret_cast<void*>(&DeviceOverrides::GetNumberOfSwapChains);
-    m_table[slotOf(&IDirect3DDevice9::CreateAdditionalSwapChain)] = reinterpret_cast<void*>(&DeviceOverrides::CreateAdditionalSwapChain);
-    m_table[slotOf(&IDirect3DDevice9::Reset)] = reinterpret_cast<void*>(&DeviceOverrides::Reset);
-    m_table[slotOf(&IDirect3DDevice9::GetDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::GetDepthStencilSurface);
-    m_table[slotOf(&IDirect3DDevice9::CreateDepthStencilSurface)] = reinterpret_cast<void*>(&DeviceOverrides::CreateDepthStencilSurface);
-    m_table[slotOf(&IDirect3DDevice9::CreateQuery)] = reinterpret_cast<void*>(&DeviceOverrides::CreateQuery);
-    m_table[slotOf(&IDirect3DDevice9::CreateTexture)] = reinterpret_cast<void*>(&DeviceOverrides::CreateTexture);
+#define VEXIL_SCRIPT(method) m_table[slotOf(&IDirect3DDevice9::method)] = reinterpret_cast<void*>(&DeviceOverrides::method)
+    VEXIL_SCRIPT(Release), VEXIL_SCRIPT(TestCooperativeLevel), VEXIL_SCRIPT(GetDirect3D), VEXIL_SCRIPT(GetSwapChain);
+    VEXIL_SCRIPT(GetNumberOfSwapChains), VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
+    VEXIL_SCRIPT(GetDepthStencilSurface), VEXIL_SCRIPT(CreateQuery), VEXIL_SCRIPT(CreateTexture);
+#undef VEXIL_SCRIPT
 }
 
 ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9* owner, UINT heads) {
@@ -336,7 +318,6 @@ ScriptedDevice9* ScriptedDevice9::wrap(IDirect3DDevice9* real, ScriptedDirect3D9
     wrappedDevices()[real] = d;
     owner->AddRef();
     ++owner->m_ledger->liveDevices;
-    ++owner->m_ledger->devicesCreated;
     return d;
 }
 

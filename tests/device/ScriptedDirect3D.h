@@ -17,7 +17,6 @@ namespace vexiltest {
 struct ComLedger {
     int liveDirect3D = 0;
     int liveDevices = 0;
-    int devicesCreated = 0;
     // Values returned by the final Release of each real object.
     std::vector<ULONG> finalReleases;
     bool allReleasedToZero() const;
@@ -44,7 +43,6 @@ struct DeviceScript {
     HRESULT resetResult = D3D_OK;
     HRESULT swapChainResult = D3D_OK;
     HRESULT depthStencilSurfaceResult = D3D_OK;
-    HRESULT createDepthStencilResult = D3D_OK;
     HRESULT createQueryResult = D3D_OK;  // for creating calls only, not support probes
     HRESULT additionalSwapChainResult = D3D_OK;
     HRESULT createTextureResult = D3D_OK;

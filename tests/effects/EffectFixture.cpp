@@ -17,15 +17,15 @@ void EffectTest::SetUp() {
     const WORD indices[] = {0, 1, 2, 0, 2, 3, 4, 5, 6, 4, 6, 7};
     const DWORD attributes[] = {0, 0, 1, 1};
     void* data = nullptr;
-    m_mesh->LockVertexBuffer(0, &data);
-    std::memcpy(data, vertices, sizeof(vertices));
-    m_mesh->UnlockVertexBuffer();
-    m_mesh->LockIndexBuffer(0, &data);
-    std::memcpy(data, indices, sizeof(indices));
-    m_mesh->UnlockIndexBuffer();
     DWORD* attributeData = nullptr;
-    m_mesh->LockAttributeBuffer(0, &attributeData);
+    ASSERT_EQ(D3D_OK, m_mesh->LockVertexBuffer(0, &data));
+    std::memcpy(data, vertices, sizeof(vertices));
+    ASSERT_EQ(D3D_OK, m_mesh->LockIndexBuffer(0, &data));
+    std::memcpy(data, indices, sizeof(indices));
+    ASSERT_EQ(D3D_OK, m_mesh->LockAttributeBuffer(0, &attributeData));
     std::memcpy(attributeData, attributes, sizeof(attributes));
+    m_mesh->UnlockVertexBuffer();
+    m_mesh->UnlockIndexBuffer();
     m_mesh->UnlockAttributeBuffer();
     ASSERT_TRUE(m_marks.load(effectPath("marks.fxo"), deviceHolder()));
 }
@@ -65,6 +65,17 @@ std::string writeFile(const std::string& name, const Bytes& bytes, size_t length
 ULONG referencesOf(IUnknown* object) {
     object->AddRef();
     return object->Release();
+}
+
+void expectAssertion(const std::function<void()>& call, const char* file, unsigned line, const char* expression) {
+    try {
+        call();
+        ADD_FAILURE() << "no assertion of " << file << " at " << line;
+    } catch (const zeb::AssertionFailure& e) {
+        EXPECT_STREQ(file, e.file());
+        EXPECT_EQ(line, e.line());
+        EXPECT_STREQ(expression, e.expression());
+    }
 }
 
 namespace {

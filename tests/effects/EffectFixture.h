@@ -16,6 +16,8 @@ Bytes fileBytes(const std::string& path);
 // Writes the first length bytes (all by default) to the test output folder; returns the path.
 std::string writeFile(const std::string& name, const Bytes& bytes, size_t length = SIZE_MAX);
 ULONG referencesOf(IUnknown* object);
+// Runs call and checks that it fails the assertion of file at line on expression.
+void expectAssertion(const std::function<void()>& call, const char* file, unsigned line, const char* expression);
 
 // Slots of ID3DXEffect's methods that tests replace.
 enum EffectMethod : unsigned { kGetTechnique = 12, kGetPassByName = 15 };
@@ -67,8 +69,6 @@ protected:
 
     COMPtr<IDirect3DDevice9>::pointer deviceHolder() const;
     static zeb::String effectPath(const char* name);
-    // Loads copies of the effects with damaged counts, offsets and sizes (EffectFileTest.cpp).
-    void loadDamagedCopies(const std::vector<std::string>& effects, int rounds, uint32_t seed);
     // Clears to black, draws through fn, and returns whether it drew.
     template <class Draw> bool drawn(Draw draw) {
         testDevice().clear(D3DCOLOR_XRGB(0, 0, 0));

@@ -36,12 +36,6 @@ ID3DXEffect* CompiledEffectTest::loadFixture(const char* name) {
     return load(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
 }
 
-D3DXPARAMETER_DESC CompiledEffectTest::describe(ID3DXEffect* effect, D3DXHANDLE parameter) {
-    D3DXPARAMETER_DESC desc = {};
-    EXPECT_EQ(D3D_OK, effect->GetParameterDesc(parameter, &desc));
-    return desc;
-}
-
 void CompiledEffectTest::drawQuad(ID3DXEffect* effect) {
     struct Vertex {
         float x, y, z;

@@ -16,7 +16,6 @@ protected:
     ID3DXEffect* load(const std::string& source, ID3DXEffectPool* pool = nullptr);
     // The same for a source file of tests/fxc/fixtures.
     ID3DXEffect* loadFixture(const char* name);
-    D3DXPARAMETER_DESC describe(ID3DXEffect* effect, D3DXHANDLE parameter);
     // Draws a clip-space quad over [-0.5, 0.5] through every pass of the effect's first technique.
     void drawQuad(ID3DXEffect* effect);
     // Runs read inside pass 0 of the technique, with the pass's state on the device.

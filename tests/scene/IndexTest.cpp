@@ -145,18 +145,6 @@ TEST_F(LoadedIndex, SamplesIndexAsTheirFilesNest) {
                                         {"Armor_new", 2}, {"Face_gear_new", 2}, {"Head_new", 2}});
     for (const char* file : {"assimp\\test_cube_binary.x", "assimp\\test_cube_compressed.x"})
         check(dir + file, {{"Root", kTop}, {"Cube", 0}});
-
-    LoadedHierarchy tiny(device(), dir + "sdk\\Tiny\\tiny.x", loader);
-    FrameNodeIndexer index;
-    ASSERT_TRUE(index.initialize(tiny.root()));
-    EXPECT_EQ(index.size(), 48u);
-    ID3DXSkinInfo* skinInfo = nullptr;
-    for (D3DXFRAME* f : framesPreOrder(tiny.root()))
-        if (f->pMeshContainer && f->pMeshContainer->pSkinInfo->GetNumBones()) skinInfo = f->pMeshContainer->pSkinInfo;
-    ASSERT_NE(skinInfo, nullptr);
-    EXPECT_EQ(skinInfo->GetNumBones(), 35u);
-    for (DWORD bone = 0; bone < skinInfo->GetNumBones(); ++bone)
-        EXPECT_TRUE(index.frameListIndex().contains(zeb::String(skinInfo->GetBoneName(bone))));
 }
 
 // ---- The texture index built on a loaded tree -------------------------------------------------

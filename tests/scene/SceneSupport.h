@@ -77,6 +77,10 @@ private:
     HRESULT m_result = E_FAIL;
 };
 
+inline ULONG references(IUnknown* object) {
+    object->AddRef();
+    return object->Release();
+}
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
 std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);
 

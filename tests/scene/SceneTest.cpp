@@ -95,10 +95,6 @@ protected:
         device()->AddRef();
         return effect.load(zeb::String((path.substr(0, path.rfind('\\')) + "\\skinnedMesh.fxo").c_str()), holder);
     }
-    static ULONG references(IUnknown* object) {
-        object->AddRef();
-        return object->Release();
-    }
     void TearDown() override {
         holder.reset();
         DeviceTest::TearDown();
@@ -280,14 +276,6 @@ TEST_F(SceneTest, TheSkinningEffectDrawsTheFixedFunctionSilhouette) {
     EXPECT_FALSE(scene.meshManager().renderSkin(holder, scene, true, passes));
     EXPECT_EQ(log.count("VexilDX9", "284 Skinned mesh draw subset failed 0x"), 1u) << log.dump();
     effect.technique(0).end();
-    try {
-        EffectValue<float> unknown(BorrowedEffect(&effect), "noSuchParameter");
-        ADD_FAILURE() << "an unknown name must not bind";
-    } catch (const zeb::AssertionFailure& failure) {
-        EXPECT_STREQ(failure.file(), "VexilDX9/EffectValue");
-        EXPECT_EQ(failure.line(), 141u);
-        EXPECT_STREQ(failure.expression(), "getParameterHandle(*(effect.get()), name, m_handle)");
-    }
 }
 
 TEST_F(SceneTest, ReallocationAfterAResetDrawsTheSamePixels) {
@@ -303,14 +291,11 @@ TEST_F(SceneTest, ReallocationAfterAResetDrawsTheSamePixels) {
     };
     std::vector<uint32_t> before = draw();
     scene.cleanup();  // Wine resets only without resources in the default pool
-    D3DPRESENT_PARAMETERS parameters = {};
-    parameters.Windowed = TRUE;
-    parameters.SwapEffect = D3DSWAPEFFECT_DISCARD;
-    parameters.BackBufferWidth = parameters.BackBufferHeight = 64;
-    parameters.BackBufferFormat = D3DFMT_X8R8G8B8;
-    parameters.EnableAutoDepthStencil = TRUE;
-    parameters.AutoDepthStencilFormat = D3DFMT_D24S8;
-    parameters.hDeviceWindow = testDevice().window();
+    D3DPRESENT_PARAMETERS parameters;
+    COMPtr<IDirect3DSwapChain9>::pointer chain;
+    device()->GetSwapChain(0, chain.receive());
+    chain->GetPresentParameters(&parameters);
+    chain.reset();
     ASSERT_EQ(device()->Reset(&parameters), D3D_OK);
     ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
     EXPECT_TRUE(draw() == before);

@@ -10,17 +10,13 @@ namespace {
 
 const float kPi = 3.14159265f;
 
-template <class T, int N>::testing::AssertionResult closeTo(const T& actual, const T& expected) {
-    const float* a = &actual.x;
-    const float* e = &expected.x;
-    for (int i = 0; i < N; ++i)
+// Vectors and matrices alike, element by element.
+template <class T>::testing::AssertionResult same(const T& actual, const T& expected) {
+    const float *a = actual, *e = expected;
+    for (size_t i = 0; i < sizeof(T) / sizeof(float); ++i)
         if (std::fabs(a[i] - e[i]) > 1e-5f * (1.0f + std::fabs(e[i])))
             return ::testing::AssertionFailure() << "element " << i << ": " << a[i] << " vs " << e[i];
     return ::testing::AssertionSuccess();
-}
-::testing::AssertionResult same(const D3DXVECTOR3& a, const D3DXVECTOR3& e) { return closeTo<D3DXVECTOR3, 3>(a, e); }
-::testing::AssertionResult same(const D3DXMATRIX& a, const D3DXMATRIX& e) {
-    return closeTo<D3DXVECTOR4, 16>(*reinterpret_cast<const D3DXVECTOR4*>(&a), *reinterpret_cast<const D3DXVECTOR4*>(&e));
 }
 
 }  // namespace

@@ -80,6 +80,7 @@ TEST_F(LightingEffectTest, EffectFilesAreFoundByRelativeNameAndCheckedWhenBound)
     } catch (const zeb::AssertionFailure& failure) {
         EXPECT_STREQ("VexilDX9/EffectValue", failure.file());
         EXPECT_EQ(141u, failure.line());
+        EXPECT_STREQ("getParameterHandle(*(effect.get()), name, m_handle)", failure.expression());
     }
     EXPECT_TRUE(m_log.contains("VexilDX9", 3, "37 Cannot load squareDistanceFactor from effect file lightingEffect.fxo"));
 }
