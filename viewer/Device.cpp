@@ -4,7 +4,8 @@
 
 namespace vexilview {
 
-bool ViewerDevice::create(HWND window, bool depthStencil, std::string& problem) {
+bool ViewerDevice::create(HWND window, bool depthStencil, bool throughAdapter, std::string& problem) {
+    if (throughAdapter) return createThroughAdapter(window, depthStencil, problem);
     const zeb::Array<zeb::String>& adapters = enumerateHALDeviceInformation()->deviceNames();
     if (adapters.empty()) {
         problem = "no Direct3D 9 HAL adapter";
@@ -27,6 +28,32 @@ bool ViewerDevice::create(HWND window, bool depthStencil, std::string& problem) 
         return false;
     }
     return true;
+}
+
+bool ViewerDevice::createThroughAdapter(HWND window, bool depthStencil, std::string& problem) {
+    m_adapter = std::make_unique<AdapterD3D9>();
+    if (!m_adapter->initialize() || m_adapter->headCount() == 0) {
+        problem = "no Direct3D 9 display head";
+        return false;
+    }
+    zeb::Array<zeb::String> heads;
+    heads.append(zeb::String(m_adapter->displayHead(0).identifier.DeviceName));
+    zeb::Array<HWND> windows;
+    windows.append(window);
+    if (!m_adapter->createSwapChain(heads, window, windows, true, D3DDEVTYPE_HAL) || !m_adapter->device()) {
+        problem = "no Direct3D 9 device could be created on " + std::string(heads[0].getUTF8String().c_str());
+        return false;
+    }
+    if (depthStencil) get()->SetDepthStencilSurface(m_adapter->depthBuffer(heads[0]).get());
+    return true;
+}
+
+bool ViewerDevice::reset(HRESULT& state) {
+    if (!m_adapter) return m_device->reset(state);
+    state = m_adapter->reset();
+    const zeb::Array<zeb::String>& heads = m_adapter->activeChainOSLocator();
+    if (SUCCEEDED(state) && !heads.empty()) get()->SetDepthStencilSurface(m_adapter->depthBuffer(heads[0]).get());
+    return SUCCEEDED(state);
 }
 
 bool ViewerDevice::supportsSize(unsigned width, unsigned height, std::string& problem) const {

@@ -1,12 +1,14 @@
 #pragma once
 // The viewer's device (through the library's render device manager) and the off-screen target
 // that headless pictures are drawn into and read back from.
+#include <VexilDX9/Adapter.h>
 #include <VexilDX9/RenderDeviceManagerDX9.h>
 #include <Png.h>
 
 #include <d3d9.h>
 #include <windows.h>
 
+#include <memory>
 #include <string>
 
 namespace vexilview {
@@ -14,14 +16,22 @@ namespace vexilview {
 class ViewerDevice {
 public:
     // One windowed device on the first HAL adapter, presenting to window; false with a message.
-    bool create(HWND window, bool depthStencil, std::string& problem);
-    IDirect3DDevice9* get() const { return m_device ? m_device->d3dDevice().get() : nullptr; }
-    const COMPtr<IDirect3DDevice9>::pointer& holder() const { return m_device->d3dDevice(); }
-    VexilDX9::RenderDeviceDX9& renderDevice() { return *m_device; }
+    // The lighting effect wants its device from a multi-head adapter: throughAdapter makes it there.
+    bool create(HWND window, bool depthStencil, bool throughAdapter, std::string& problem);
+    IDirect3DDevice9* get() const { return holder().get(); }
+    const COMPtr<IDirect3DDevice9>::pointer& holder() const {
+        return m_adapter ? m_adapter->device() : m_device->d3dDevice();
+    }
+    const AdapterD3D9* adapter() const { return m_adapter.get(); }
+    // Resets a lost device once it can be; false with state when it cannot be yet or any more.
+    bool reset(HRESULT& state);
     // False, with a message, when the device cannot draw pictures of that size.
     bool supportsSize(unsigned width, unsigned height, std::string& problem) const;
 
 private:
+    bool createThroughAdapter(HWND window, bool depthStencil, std::string& problem);
+
+    std::unique_ptr<AdapterD3D9> m_adapter;
     VexilDX9::RenderDeviceManagerDX9 m_manager;
     VexilDX9::RenderDeviceManagerDX9::RenderDeviceReference m_device;
 };

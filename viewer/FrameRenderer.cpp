@@ -12,7 +12,7 @@ D3DLIGHT9 keyLight() {
     D3DLIGHT9 light = {};
     light.Type = D3DLIGHT_DIRECTIONAL;
     light.Diffuse = {0.7f, 0.7f, 0.68f, 1.0f};
-    light.Direction = {-0.35f, -0.8f, 0.5f};
+    light.Direction = kKeyLightDirection;
     return light;
 }
 
@@ -57,17 +57,35 @@ void FrameRenderer::setStates(IDirect3DDevice9* device) const {
     device->SetTransform(D3DTS_PROJECTION, &m_scene.perspectiveViewer().projection());
 }
 
-bool FrameRenderer::drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
-    if (skin == SkinPath::Fixed || !m_effectReady) return m_scene.render(device.get(), textures);
-    // The effect path: what render does, with the skinned meshes through the effect's first pass.
-    device->SetTransform(D3DTS_VIEW, &m_scene.perspectiveViewer().matrixLookAtLH());
-    if (!m_scene.renderRigid(device.get(), textures)) return false;
+bool FrameRenderer::drawRigid(IDirect3DDevice9* device, bool textures) {
+    bool drawn = true;
+    if (m_shadows && m_lit.hasShadows()) {
+        drawn = m_lit.drawShadowed(device, textures);
+    } else if (m_lighting == Lighting::BlinnPhong && m_lit.hasLighting()) {
+        drawn = m_lit.drawLit(device, textures);
+    } else {
+        return m_scene.renderRigid(device, textures);
+    }
+    // The effects leave their shaders bound; the skin path after them is fixed-function.
+    device->SetVertexShader(nullptr);
+    device->SetPixelShader(nullptr);
+    return drawn;
+}
+
+bool FrameRenderer::drawSkin(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
+    if (skin == SkinPath::Fixed || !m_effectReady) return m_scene.renderSkin(device.get(), textures);
     zeb::Array<unsigned int> passes;
     passes.append(0);
     const bool drawn = m_scene.meshManager().renderSkin(device, m_scene, textures, passes);
     device->SetVertexShader(nullptr);
     device->SetPixelShader(nullptr);
     return drawn;
+}
+
+bool FrameRenderer::drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
+    device->SetTransform(D3DTS_VIEW, &m_scene.perspectiveViewer().matrixLookAtLH());
+    const bool rigid = drawRigid(device.get(), textures);
+    return drawSkin(device, skin, textures) && rigid;
 }
 
 bool FrameRenderer::draw(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {

@@ -59,7 +59,7 @@ ExitCode Session::open(HWND window, bool depthStencil) {
         for (const std::string& entry : entries) m_frameList.append(zeb::String::fromUTF8(entry.c_str()));
     }
     std::string problem;
-    if (!m_device.create(window, depthStencil, problem)) {
+    if (!m_device.create(window, depthStencil, m_options.lighting == Lighting::BlinnPhong, problem)) {
         complain(problem);
         return kExitFailure;
     }
@@ -119,14 +119,28 @@ ExitCode Session::loadScene() {
             return kExitFailure;
         }
     }
-    if (m_options.lighting == Lighting::BlinnPhong)
-        warn("--lighting blinn-phong is not available in vexil-view yet: drawing with fixed-function lighting");
-    if (m_options.shadows) warn("--shadows is not available in vexil-view yet: drawing without shadows");
+    const ExitCode shading = loadShading();
+    if (shading != kExitOk) return shading;
     if (!m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
     return kExitOk;
 }
 
+ExitCode Session::loadShading() {
+    std::string problem;
+    if (m_options.lighting == Lighting::BlinnPhong && !m_renderer.lit().loadLighting(*m_device.adapter(), problem)) {
+        complain(problem);
+        return kExitFailure;
+    }
+    if (m_options.shadows && !m_renderer.lit().loadShadows(m_device.holder(), problem)) {
+        complain(problem);
+        return kExitFailure;
+    }
+    m_renderer.setLighting(m_options.lighting, m_options.shadows);
+    return kExitOk;
+}
+
 bool Session::reopen() {
+    if (!m_renderer.lit().restoreDeviceResources(m_device.holder())) return false;
     if (!m_scene.reallocateRenderResources(m_device.holder(), m_frameList)) return false;
     m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
     std::string problem;

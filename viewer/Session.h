@@ -19,7 +19,8 @@ public:
     // Frame list, device on window, scene and skin path; prints what is wrong and returns the
     // exit code when something is.
     ExitCode open(HWND window, bool depthStencil);
-    // After a device reset: the scene's render resources and the effect again.
+    // After a device reset (the renderer's lit().releaseDeviceResources() before it): the scene's
+    // render resources and the effects again.
     bool reopen();
 
     const Options& options() const { return m_options; }
@@ -34,6 +35,7 @@ public:
 private:
     ExitCode resolveTextures();
     ExitCode loadScene();
+    ExitCode loadShading();  // the lighting and shadow effects the options ask for
 
     Options m_options;
     ViewerDevice m_device;

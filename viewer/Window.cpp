@@ -62,12 +62,19 @@ LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM w, LPARAM l) 
     }
 }
 
-void showStatus(HWND window, const Session& session, const Controls& c, double frameSeconds) {
-    wchar_t title[256];
-    swprintf(title, 256, L"vexil-view - %hs - %.2f ms a frame - %hs skin, textures %hs, %hs lighting%hs",
+// The lighting effect needs the device it was made for: L switches to it only when the viewer
+// was started with it.
+const char* lightingStatus(Session& session, const Controls& c) {
+    if (!c.blinnPhongAsked) return "fixed";
+    return session.renderer().lit().hasLighting() ? "blinn-phong" : "blinn-phong (start with --lighting blinn-phong: fixed)";
+}
+
+void showStatus(HWND window, Session& session, const Controls& c, double frameSeconds) {
+    wchar_t title[320];
+    swprintf(title, 320, L"vexil-view - %hs - %.2f ms a frame - %hs skin, textures %hs, %hs lighting%hs%hs",
              session.options().scene.c_str(), frameSeconds * 1000.0,
              c.skin == SkinPath::Fixed ? "fixed-function" : "effect", c.textures ? "on" : "off",
-             c.blinnPhongAsked ? "blinn-phong (not available yet: fixed)" : "fixed", c.paused ? " - paused" : "");
+             lightingStatus(session, c), session.options().shadows ? ", shadows" : "", c.paused ? " - paused" : "");
     SetWindowTextW(window, title);
 }
 
@@ -75,7 +82,8 @@ void showStatus(HWND window, const Session& session, const Controls& c, double f
 // device can no longer be used.
 bool recoverDevice(Session& session) {
     HRESULT state = D3D_OK;
-    if (!session.device().renderDevice().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
+    session.renderer().lit().releaseDeviceResources();
+    if (!session.device().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
     return session.reopen();
 }
 
@@ -94,6 +102,8 @@ bool drawAndPresent(Session& session, Controls& controls, double seconds) {
     loadSkinEffectWhenAsked(session, controls);
     session.scene().step(seconds);
     session.scene().placeCamera(controls.orbit);
+    session.renderer().setLighting(controls.blinnPhongAsked ? Lighting::BlinnPhong : Lighting::Fixed,
+                                   session.options().shadows);
     session.renderer().draw(session.device().holder(), controls.skin, controls.textures);
     return session.device().get()->Present(nullptr, nullptr, nullptr, nullptr) != D3DERR_DEVICELOST ||
            recoverDevice(session);

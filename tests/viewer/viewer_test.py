@@ -109,9 +109,10 @@ FRAMES = 6
 
 def check_bundled(viewer):
     failures = []
-    runs = [os.path.join(viewer.work, name) for name in ("run1", "run2", "plain", "effect")]
+    runs = [os.path.join(viewer.work, name) for name in ("run1", "run2", "plain", "effect", "lit", "shadows")]
     options = ["--frames", str(FRAMES), "--fps", "6", "--size", "320x240"]
-    for out, extra in zip(runs, ([], [], ["--no-textures"], ["--skin", "effect"])):
+    extras = ([], [], ["--no-textures"], ["--skin", "effect"], ["--lighting", "blinn-phong"], ["--shadows"])
+    for out, extra in zip(runs, extras):
         code, stdout, stderr = viewer.run(viewer.bundled_scene(), *options, *extra, out=out)
         if code != 0:
             return ["bundled scene run %s exited %d: %s" % (extra, code, stderr)]
@@ -138,6 +139,18 @@ def check_bundled(viewer):
     textured, plain = roughness(first), roughness(read_png(os.path.join(runs[2], names[0])))
     if textured < 2 * plain + 1:
         failures.append("the floor does not look textured: roughness %.2f against %.2f untextured" % (textured, plain))
+    for run in runs[4:]:
+        shaded = read_png(os.path.join(run, names[0]))
+        drawn = sum(1 for row in shaded for p in row if p != BACKGROUND)
+        if drawn < 320 * 240 // 2 or red_pixels(shaded) < 30 or shaded == first:
+            failures.append("%s: %d pixels drawn, %d red, same as fixed lighting: %s"
+                            % (os.path.basename(run), drawn, red_pixels(shaded), shaded == first))
+    # Shadows darken what the lit picture shows lit, and brighten nothing much.
+    lit, shadowed = (read_png(os.path.join(run, names[0])) for run in runs[4:])
+    steps = [sum(a) - sum(b) for ra, rb in zip(lit, shadowed) for a, b in zip(ra, rb)]
+    darker, brighter = sum(1 for d in steps if d > 60), sum(1 for d in steps if d < -60)
+    if darker < 100 or brighter > 20:
+        failures.append("no shadows: %d pixels darker than lit, %d brighter" % (darker, brighter))
     sheet = read_png(os.path.join(runs[0], "contact.png"))
     if (len(sheet[0]), len(sheet)) != (4 + 4 * 84, 4 + 2 * 64):
         failures.append("contact sheet is %dx%d" % (len(sheet[0]), len(sheet)))
