@@ -13,19 +13,31 @@ namespace skintest {
 
 namespace {
 
-// A mesh of `fvf` whose vertices are the given 32-bit words, 16- or 32-bit indices as `options` say.
-Ref<ID3DXMesh> meshOf(IDirect3DDevice9* device, DWORD fvf, const std::vector<DWORD>& words,
-                      const std::vector<DWORD>& indices, const std::vector<DWORD>& attributes, DWORD options)
+DWORD bitsOf(float value)
+{
+    DWORD bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+}  // namespace
+
+Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
+                        const std::vector<DWORD>& attributes, DWORD options)
 {
     Ref<ID3DXMesh> mesh;
-    const DWORD vertices = DWORD(words.size() * 4 / D3DXGetFVFVertexSize(fvf));
-    EXPECT_EQ(D3D_OK, D3DXCreateMeshFVF(DWORD(indices.size() / 3), vertices, options, fvf, device, mesh.out()));
+    EXPECT_EQ(D3D_OK, D3DXCreateMeshFVF(DWORD(indices.size() / 3), vertexCount, options, kMeshFVF, device, mesh.out()));
     if (!mesh)
         return mesh;
-    void* data = nullptr;
-    mesh->LockVertexBuffer(0, &data);
-    std::memcpy(data, words.data(), words.size() * 4);
+    DWORD* vertex = nullptr;
+    mesh->LockVertexBuffer(0, reinterpret_cast<void**>(&vertex));
+    for (DWORD v = 0; v < vertexCount; ++v) {
+        const float f = float(v);
+        for (float value : {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f})
+            *vertex++ = bitsOf(value);
+    }
     mesh->UnlockVertexBuffer();
+    void* data = nullptr;
     mesh->LockIndexBuffer(0, &data);
     for (size_t i = 0; i < indices.size(); ++i) {
         if (options & D3DXMESH_32BIT)
@@ -42,58 +54,20 @@ Ref<ID3DXMesh> meshOf(IDirect3DDevice9* device, DWORD fvf, const std::vector<DWO
     return mesh;
 }
 
-DWORD bitsOf(float value)
-{
-    DWORD bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
-}  // namespace
-
-Ref<ID3DXMesh> makeStrip(IDirect3DDevice9* device, const std::vector<float>& columnsX, float bottom, float top,
-                         DWORD options)
-{
-    std::vector<DWORD> words, indices;
-    for (DWORD c = 0; c < columnsX.size(); ++c) {
-        for (float y : {bottom, top})
-            words.insert(words.end(), {bitsOf(columnsX[c]), bitsOf(y), bitsOf(0.5f), 0xFFFFFFFF});
-        if (c + 1 < columnsX.size())
-            indices.insert(indices.end(), {2 * c, 2 * c + 1, 2 * c + 2, 2 * c + 1, 2 * c + 3, 2 * c + 2});
-    }
-    return meshOf(device, kStripFVF, words, indices, {}, options);
-}
-
-Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
-                        const std::vector<DWORD>& attributes, DWORD options)
-{
-    std::vector<DWORD> words;
-    for (DWORD v = 0; v < vertexCount; ++v) {
-        const float f = float(v);
-        for (float value : {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f})
-            words.push_back(bitsOf(value));
-    }
-    return meshOf(device, kMeshFVF, words, indices, attributes, options | D3DXMESH_32BIT);
-}
-
-Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD fvf, DWORD boneCount, const std::vector<Weight>& weights)
+Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD boneCount, const std::vector<Weight>& weights)
 {
     Ref<ID3DXSkinInfo> skin;
-    EXPECT_EQ(D3D_OK, D3DXCreateSkinInfoFVF(vertexCount, fvf, boneCount, skin.out()));
+    EXPECT_EQ(D3D_OK, D3DXCreateSkinInfoFVF(vertexCount, kMeshFVF, boneCount, skin.out()));
     if (!skin)
         return skin;
-    for (DWORD b = 0; b < boneCount; ++b) {
-        std::vector<DWORD> vertices;
-        std::vector<float> values;
-        for (const Weight& w : weights) {
-            if (w.bone == b) {
-                vertices.push_back(w.vertex);
-                values.push_back(w.weight);
-            }
-        }
-        if (!vertices.empty()) {
-            EXPECT_EQ(D3D_OK, skin->SetBoneInfluence(b, DWORD(vertices.size()), vertices.data(), values.data()));
-        }
+    std::map<DWORD, std::pair<std::vector<DWORD>, std::vector<float>>> byBone;
+    for (const Weight& w : weights) {
+        byBone[w.bone].first.push_back(w.vertex);
+        byBone[w.bone].second.push_back(w.weight);
+    }
+    for (auto& [bone, influences] : byBone) {
+        EXPECT_EQ(D3D_OK, skin->SetBoneInfluence(bone, DWORD(influences.first.size()), influences.first.data(),
+                                                 influences.second.data()));
     }
     return skin;
 }
@@ -181,6 +155,41 @@ std::vector<float> effectiveWeights(const BYTE* vertex, const D3DXBONECOMBINATIO
     return weights;
 }
 
+// One corner's weights: the source ones renormalised over the combination's bones, or all on the
+// first slot when none of them weighs on the vertex; the heaviest bone is always there.
+void expectCornerWeights(const std::map<DWORD, float>& weights, const BYTE* vertex, const D3DXBONECOMBINATION& c,
+                         DWORD slots)
+{
+    float kept = 0;
+    for (DWORD i = 0; i < slots; ++i)
+        kept += weights.count(c.BoneId[i]) ? weights.at(c.BoneId[i]) : 0.0f;
+    const auto applied = effectiveWeights(vertex, c, slots);
+    for (DWORD i = 0; i < slots; ++i) {
+        const float source = weights.count(c.BoneId[i]) ? weights.at(c.BoneId[i]) : 0.0f;
+        EXPECT_NEAR(kept > 0 ? source / kept : (i == 0 ? 1.0f : 0.0f), applied[i], 1e-4f) << "bone " << c.BoneId[i];
+    }
+    if (!weights.empty()) {
+        auto heaviest = std::max_element(weights.begin(), weights.end(),
+                                         [](auto& a, auto& b) { return a.second < b.second; });
+        EXPECT_NE(c.BoneId + slots, std::find(c.BoneId, c.BoneId + slots, heaviest->first)) << "heaviest bone lost";
+    }
+}
+
+// Bones distinct, in range, unused slots last.
+std::set<DWORD> bonesOf(const D3DXBONECOMBINATION& c, DWORD slots, DWORD boneCount)
+{
+    std::set<DWORD> bones;
+    for (DWORD i = 0; i < slots; ++i) {
+        if (c.BoneId[i] == 0xFFFFFFFF) {
+            EXPECT_TRUE(std::all_of(c.BoneId + i, c.BoneId + slots, [](DWORD b) { return b == 0xFFFFFFFF; }));
+            break;
+        }
+        EXPECT_LT(c.BoneId[i], boneCount);
+        EXPECT_TRUE(bones.insert(c.BoneId[i]).second) << "bone " << c.BoneId[i] << " twice";
+    }
+    return bones;
+}
+
 }  // namespace
 
 DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Converted& converted)
@@ -204,6 +213,10 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     const DWORD sourceStride = source->GetNumBytesPerVertex();
     const DWORD stride = blended->GetNumBytesPerVertex();
     EXPECT_EQ(sourceStride + 4 * (slots - 1), stride);
+    std::vector<DWORD> sourceAdjacency(3 * size_t(faces)), newFace(faces);
+    source->GenerateAdjacency(0.0f, sourceAdjacency.data());
+    for (DWORD f = 0; f < faces; ++f)
+        newFace[converted.faceRemap[f] % faces] = f;
 
     DWORD rangeCount = 0;
     EXPECT_EQ(D3D_OK, blended->GetAttributeTable(nullptr, &rangeCount));
@@ -214,64 +227,45 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     std::vector<int> timesSeen(faces, 0);
     DWORD crowded = 0, nextFace = 0, nextVertex = 0;
     for (DWORD b = 0; b < converted.combinationCount; ++b) {
+        SCOPED_TRACE("combination " + std::to_string(b));
         const D3DXBONECOMBINATION& c = converted.combination(b);
-        const D3DXATTRIBUTERANGE range{b, c.FaceStart, c.FaceCount, c.VertexStart, vertexCountOf(c)};
-        EXPECT_TRUE(b < ranges.size() && std::memcmp(&ranges[b], &range, sizeof range) == 0) << "range " << b;
-        EXPECT_EQ(nextFace, c.FaceStart) << "combination " << b;
-        EXPECT_EQ(nextVertex, c.VertexStart) << "combination " << b;
+        const DWORD vertexCount = c.VertexCout;  // so the MinGW header spells it
+        const D3DXATTRIBUTERANGE range{b, c.FaceStart, c.FaceCount, c.VertexStart, vertexCount};
+        EXPECT_TRUE(b < ranges.size() && std::memcmp(&ranges[b], &range, sizeof range) == 0);
+        EXPECT_EQ(nextFace, c.FaceStart);
+        EXPECT_EQ(nextVertex, c.VertexStart);
         nextFace += c.FaceCount;
-        nextVertex += vertexCountOf(c);
-        std::set<DWORD> bones;
-        bool unusedSeen = false;
-        for (DWORD i = 0; i < slots; ++i) {
-            unusedSeen = unusedSeen || c.BoneId[i] == 0xFFFFFFFF;
-            if (c.BoneId[i] == 0xFFFFFFFF)
-                continue;
-            EXPECT_FALSE(unusedSeen) << "combination " << b << ": unused slots only after the used ones";
-            EXPECT_LT(c.BoneId[i], skin->GetNumBones());
-            EXPECT_TRUE(bones.insert(c.BoneId[i]).second) << "bone " << c.BoneId[i] << " twice in combination " << b;
-        }
+        nextVertex += vertexCount;
+        const std::set<DWORD> bones = bonesOf(c, slots, skin->GetNumBones());
         for (DWORD f = c.FaceStart; f < c.FaceStart + c.FaceCount; ++f) {
-            EXPECT_EQ(b, attributes[f]) << "face " << f << " is drawn by subset " << b;
+            SCOPED_TRACE("face " + std::to_string(f));
+            EXPECT_EQ(b, attributes[f]) << "drawn by its combination's subset";
             const DWORD original = converted.faceRemap[f];
             EXPECT_EQ(sourceAttributes[original], c.AttribId);
             ++timesSeen[original];
+            for (int edge = 0; edge < 3; ++edge) {
+                const DWORD before = sourceAdjacency[3 * original + edge];
+                EXPECT_EQ(before == 0xFFFFFFFF ? before : newFace[before], converted.adjacency[3 * f + edge]);
+            }
             std::set<DWORD> needed;
             for (int k = 0; k < 3; ++k)
                 for (const auto& w : weights[sourceIndices[3 * original + k]])
                     needed.insert(w.first);
-            const bool fits = needed.size() <= slots;
-            crowded += fits ? 0 : 1;
+            if (needed.size() > slots)
+                ++crowded;
+            else
+                EXPECT_TRUE(std::includes(bones.begin(), bones.end(), needed.begin(), needed.end()));
             for (int k = 0; k < 3; ++k) {
                 const DWORD v = indices[3 * f + k];
                 const DWORD from = sourceIndices[3 * original + k];
-                EXPECT_TRUE(v >= c.VertexStart && v < c.VertexStart + vertexCountOf(c)) << "face " << f;
+                EXPECT_TRUE(v >= c.VertexStart && v < c.VertexStart + vertexCount);
                 EXPECT_EQ(from, converted.remappedVertex(v));
                 const BYTE* out = vertices.data() + size_t(v) * stride;
                 const BYTE* in = sourceVertices.data() + size_t(from) * sourceStride;
                 EXPECT_EQ(0, std::memcmp(out, in, 12)) << "position of vertex " << v;
                 EXPECT_EQ(0, std::memcmp(out + 12 + 4 * (slots - 1), in + 12, sourceStride - 12))
                     << "other components of vertex " << v;
-                const auto applied = effectiveWeights(out, c, slots);
-                for (DWORD i = 0; i < slots; ++i) {
-                    EXPECT_GE(applied[i], -1e-5f);
-                    if (fits && !weights[from].empty() && c.BoneId[i] != 0xFFFFFFFF) {
-                        auto found = weights[from].find(c.BoneId[i]);
-                        float expected = found == weights[from].end() ? 0.0f : found->second;
-                        EXPECT_NEAR(expected, applied[i], 1e-4f) << "vertex " << from << " bone " << c.BoneId[i];
-                    }
-                }
-                if (!weights[from].empty()) {
-                    auto heaviest = std::max_element(weights[from].begin(), weights[from].end(),
-                                                     [](auto& a, auto& b) { return a.second < b.second; });
-                    EXPECT_TRUE(bones.count(heaviest->first))
-                        << "face " << original << " lost the heaviest bone of vertex " << from;
-                }
-            }
-            for (DWORD bone : needed) {
-                if (fits) {
-                    EXPECT_TRUE(bones.count(bone)) << "face " << original << " needs bone " << bone;
-                }
+                expectCornerWeights(weights[from], out, c, slots);
             }
         }
     }

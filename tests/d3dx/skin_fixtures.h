@@ -15,10 +15,8 @@ template <class T>
 class Ref {
 public:
     Ref() = default;
-    explicit Ref(T* object) : m_object(object) {}
     Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-    ~Ref() { reset(); }
-    void reset() { releaseCount(); }
+    ~Ref() { releaseCount(); }
     // Releases and reports what the last Release returned.
     ULONG releaseCount() { return m_object ? std::exchange(m_object, nullptr)->Release() : 0; }
     T** out() { return &m_object; }
@@ -36,16 +34,13 @@ struct Weight {
     float weight;
 };
 
-constexpr DWORD kStripFVF = D3DFVF_XYZ | D3DFVF_DIFFUSE;
 constexpr DWORD kMeshFVF = D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1;
 
-// A strip of quads in clip space, one column of two white vertices per x value.
-Ref<ID3DXMesh> makeStrip(IDirect3DDevice9* device, const std::vector<float>& columnsX, float bottom, float top,
-                         DWORD options = D3DXMESH_MANAGED);
-// kMeshFVF vertices (each with distinct values), faces as given.
+// kMeshFVF vertices, each with distinct values, faces as given; 16- or 32-bit indices as
+// `options` say.
 Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
-                        const std::vector<DWORD>& attributes, DWORD options = D3DXMESH_MANAGED);
-Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD fvf, DWORD boneCount, const std::vector<Weight>& weights);
+                        const std::vector<DWORD>& attributes = {}, DWORD options = D3DXMESH_MANAGED);
+Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD boneCount, const std::vector<Weight>& weights);
 
 struct Converted {
     HRESULT result = E_FAIL;
@@ -67,9 +62,6 @@ struct Converted {
 Converted convert(ID3DXSkinInfo* skin, ID3DXMesh* mesh, DWORD options = D3DXMESH_MANAGED,
                   const DWORD* adjacencyIn = nullptr);
 
-// The MinGW header names the field VertexCout.
-inline DWORD vertexCountOf(const D3DXBONECOMBINATION& c) { return c.VertexCout; }
-
 // The vertex data as stored.
 std::vector<BYTE> readVertices(ID3DXMesh* mesh);
 
@@ -78,9 +70,10 @@ std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD ver
 
 // Every face in exactly one combination and drawn by its subset, combinations contiguous, in the
 // attribute table, with distinct bones and unused slots last, corners mapped back to the
-// source face, untouched vertex data, weights that match the source wherever the face's bones
-// fit one combination (otherwise each corner keeps its heaviest bone). Returns how many faces
-// needed more bones than a combination holds.
+// source face, adjacency following the moved faces, untouched vertex data, and each corner's
+// weights: the source ones renormalised over the combination's bones (a vertex with none of
+// them rides on the first slot), its heaviest bone always kept, every bone kept wherever the
+// face's bones fit one combination. Returns how many faces needed more bones than that.
 DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Converted& converted);
 
 }  // namespace skintest
