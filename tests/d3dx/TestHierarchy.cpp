@@ -80,15 +80,16 @@ void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::strin
                                                &scene.root, &scene.controller);
 }
 
+D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation)
+{
+    D3DXMATRIX out;
+    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
+}
+
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees, const D3DXVECTOR3& translation)
 {
-    D3DXMATRIX s, r, t, sr, out;
-    D3DXMatrixScaling(&s, scale.x, scale.y, scale.z);
-    D3DXMatrixRotationAxis(&r, &axis, D3DXToRadian(degrees));
-    D3DXMatrixTranslation(&t, translation.x, translation.y, translation.z);
-    D3DXMatrixMultiply(&sr, &s, &r);
-    D3DXMatrixMultiply(&out, &sr, &t);
-    return out;
+    D3DXQUATERNION rotation;
+    return srtMatrix(scale, *D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees)), translation);
 }
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)

@@ -18,6 +18,7 @@ namespace {
 using namespace xfixtures;
 using vexiltest::LoadedScene;
 using vexiltest::matrixNear;
+using vexiltest::Ref;
 using vexiltest::srtMatrix;
 
 const D3DXVECTOR3 kY(0, 1, 0);
@@ -273,6 +274,7 @@ Frame Outer { Frame Inner {
 // D3DXLoadSkinMeshFromXof hands out the completed skin info.
 TEST_F(XAnimationLoad, SkinMeshFromAnOpenFileHasCompletedSkinInfo)
 {
+    // Wine's file reader knows no template of its own; the skin ones build on these.
     const std::string templates = textFile({R"(
 template Vector { <3D82AB5E-62DA-11cf-AB39-0020AF71E433> FLOAT x; FLOAT y; FLOAT z; }
 template Matrix4x4 { <F6F23F45-7686-11cf-8F52-0040333594A3> array FLOAT matrix[16]; }
@@ -288,68 +290,24 @@ Mesh Triangle {
   SkinWeights { "B"; 2; 0,1; 0.5,0.5; 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
 }
 )"});
-    ID3DXFile* xfile = nullptr;
-    ASSERT_EQ(S_OK, D3DXFileCreate(&xfile));
+    Ref<ID3DXFile> xfile;
+    ASSERT_EQ(S_OK, D3DXFileCreate(xfile.out()));
     ASSERT_EQ(S_OK, xfile->RegisterTemplates(templates.data(), templates.size()));
     ASSERT_EQ(S_OK, xfile->RegisterTemplates(XSKINEXP_TEMPLATES, sizeof XSKINEXP_TEMPLATES - 1));
     D3DXF_FILELOADMEMORY memory = {file.data(), file.size()};
-    ID3DXFileEnumObject* objects = nullptr;
-    ASSERT_EQ(S_OK, xfile->CreateEnumObject(&memory, D3DXF_FILELOAD_FROMMEMORY, &objects));
-    ID3DXFileData* mesh = nullptr;
-    ASSERT_EQ(S_OK, objects->GetChild(0, &mesh));
-    ID3DXSkinInfo* skin = nullptr;
-    ID3DXMesh* loaded = nullptr;
-    ASSERT_EQ(S_OK, D3DXLoadSkinMeshFromXof(mesh, D3DXMESH_SYSTEMMEM, device(), nullptr, nullptr, nullptr, nullptr,
-                                            &skin, &loaded));
-    ASSERT_NE(nullptr, skin);
+    Ref<ID3DXFileEnumObject> objects;
+    ASSERT_EQ(S_OK, xfile->CreateEnumObject(&memory, D3DXF_FILELOAD_FROMMEMORY, objects.out()));
+    Ref<ID3DXFileData> mesh;
+    ASSERT_EQ(S_OK, objects->GetChild(0, mesh.out()));
+    Ref<ID3DXSkinInfo> skin;
+    Ref<ID3DXMesh> loaded;
+    ASSERT_EQ(S_OK, D3DXLoadSkinMeshFromXof(mesh.get(), D3DXMESH_SYSTEMMEM, device(), nullptr, nullptr, nullptr,
+                                            nullptr, skin.out(), loaded.out()));
+    ASSERT_TRUE(skin);
     DWORD influences = 0;
     EXPECT_EQ(S_OK, skin->GetMaxVertexInfluences(&influences));
     EXPECT_EQ(2u, influences);
-    EXPECT_EQ(0u, skin->Release());
-    loaded->Release();
-    mesh->Release();
-    objects->Release();
-    xfile->Release();
-}
-
-// Third-party samples: checks skip when ../shared/samples is absent.
-TEST_F(XAnimationLoad, SamplesLoadTheirSetsAndMoveTheirBones)
-{
-    VEXIL_REQUIRE_SAMPLES();
-    const struct {
-        const char* file;
-        const char* sets;
-        const char* bone;
-        int skinned;
-    } samples[] = {{"sdk\\Tiny\\tiny.x", "", "Bip01_L_Thigh", 1},
-                   {"sdk\\MultiAnimation\\tiny_4anim.x", "Loiter,Walk,Jog,Wave", "Bip01_R_Calf", 1},
-                   {"assimp\\Testwuson.X", "Wuson_Run,Wuson_Walk,Wuson_Bind", "Tail02", 1},
-                   {"assimp\\anim_test.x", "cylinder_test", nullptr, 0},
-                   {"assimp\\test_cube_compressed.x", nullptr, nullptr, 0}};
-    for (const auto& sample : samples) {
-        LoadedScene scene;
-        vexiltest::loadFromFile(scene, device(), vexiltest::samplesDir() + "\\" + sample.file);
-        ASSERT_EQ(S_OK, scene.result) << sample.file;
-        EXPECT_GE(scene.allocator.skinnedContainers, sample.skinned) << sample.file;
-        if (!sample.sets)
-            continue;
-        ASSERT_NE(nullptr, scene.controller) << sample.file;
-        std::string names;
-        for (UINT i = 0; i < scene.controller->GetNumAnimationSets(); ++i) {
-            ID3DXAnimationSet* set = nullptr;
-            scene.controller->GetAnimationSet(i, &set);
-            names += (i ? "," : "") + std::string(set->GetName());
-            set->Release();
-        }
-        EXPECT_EQ(sample.sets, names) << sample.file;  // tiny.x's one set has no name
-        D3DXFRAME* bone = sample.bone ? scene.frame(sample.bone) : nullptr;
-        D3DXMATRIX before = bone ? bone->TransformationMatrix : D3DXMATRIX();
-        for (int step = 0; step < 5; ++step)
-            ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.1, nullptr)) << sample.file;
-        if (bone) {
-            EXPECT_FALSE(matrixNear(bone->TransformationMatrix, before, 1e-3f)) << sample.bone << " did not move";
-        }
-    }
+    EXPECT_EQ(0u, skin.releaseCount());
 }
 
 }  // namespace

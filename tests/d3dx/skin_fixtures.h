@@ -1,6 +1,8 @@
 #pragma once
 // Skinned meshes with known weights, conversion through the drop-in D3DX and the checks every
 // converted mesh must pass.
+#include "TestHierarchy.h"
+
 #include <d3dx9.h>
 
 #include <map>
@@ -10,23 +12,7 @@
 
 namespace skintest {
 
-// Owns one reference.
-template <class T>
-class Ref {
-public:
-    Ref() = default;
-    Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-    ~Ref() { releaseCount(); }
-    // Releases and reports what the last Release returned.
-    ULONG releaseCount() { return m_object ? std::exchange(m_object, nullptr)->Release() : 0; }
-    T** out() { return &m_object; }
-    T* get() const { return m_object; }
-    T* operator->() const { return m_object; }
-    explicit operator bool() const { return m_object != nullptr; }
-
-private:
-    T* m_object = nullptr;
-};
+using vexiltest::Ref;
 
 struct Weight {
     DWORD bone;
