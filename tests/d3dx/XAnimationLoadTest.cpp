@@ -33,13 +33,9 @@ class XAnimationLoad : public vexiltest::DeviceTest {};
 
 double period(ID3DXAnimationController* controller, UINT index)
 {
-    ID3DXAnimationSet* set = nullptr;
-    EXPECT_EQ(S_OK, controller->GetAnimationSet(index, &set));
-    if (!set)
-        return -1;
-    double seconds = set->GetPeriod();
-    set->Release();
-    return seconds;
+    Ref<ID3DXAnimationSet> set;
+    EXPECT_EQ(S_OK, controller->GetAnimationSet(index, set.out()));
+    return set ? set->GetPeriod() : -1;
 }
 
 // Read from a file (memory is what every other test reads from).
@@ -103,13 +99,36 @@ TEST_F(XAnimationLoad, AnimationSetsCarryTheirReferencesAndOpenOnesPlayOnce)
     EXPECT_EQ(0u, idle->Release());
 }
 
-TEST_F(XAnimationLoad, TicksPerSecondDefaultTo4800WhenAbsentOrZero)
+// The binary encoding and both encodings compressed (inflated by the drop-in) read as the text
+// does; the tick rate is 4800 when absent or 0.
+TEST_F(XAnimationLoad, EveryEncodingAndTickRateReadsAlike)
 {
-    for (const std::string& ticks : {std::string(), std::string("AnimTicksPerSecond { 0; }\n")}) {
+    const struct {
+        const char* what;
+        std::string file;
+        UINT sets;
+        double period;
+        int skinned;
+        float armX;  // Arm's x after half a second, y twice that; 0: not checked
+    } cases[] = {{"no tick rate", waveFile(""), 2, 20.0 / 4800.0, 0, 0},
+                 {"a tick rate of 0", waveFile("AnimTicksPerSecond { 0; }\n"), 2, 20.0 / 4800.0, 0, 0},
+                 {"binary", binarySkinnedScene(), 1, 1.0, 1, 5},
+                 {"compressed text in 100-byte chunks", compressed(waveFile(), 100), 2, 2.0, 0, 5},
+                 {"compressed binary", compressed(binarySkinnedScene()), 1, 1.0, 1, 5}};
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
         LoadedScene scene;
-        vexiltest::loadFromText(scene, device(), waveFile(ticks));
-        ASSERT_NE(nullptr, scene.controller) << ticks;
-        EXPECT_DOUBLE_EQ(20.0 / 4800.0, period(scene.controller, 0)) << ticks;
+        vexiltest::loadFromText(scene, device(), test.file);
+        ASSERT_EQ(S_OK, scene.result);
+        EXPECT_EQ(test.skinned, scene.allocator.skinnedContainers);
+        ASSERT_NE(nullptr, scene.controller);
+        EXPECT_EQ(test.sets, scene.controller->GetNumAnimationSets());
+        EXPECT_DOUBLE_EQ(test.period, period(scene.controller, 0));
+        if (!test.armX)
+            continue;
+        ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
+        const D3DXMATRIX& arm = scene.frame("Arm")->TransformationMatrix;
+        EXPECT_TRUE(arm._41 == test.armX && arm._42 == 2 * test.armX && arm._43 == 0);
     }
     LoadedScene still;
     vexiltest::loadFromText(still, device(), textFile({kFrames}));
@@ -136,16 +155,14 @@ AnimationSet Haunted { Animation { { Ghost } AnimationKey { 2; 1; 0;3;5.0,5.0,5.
     ASSERT_NE(nullptr, scene.controller);
     EXPECT_EQ(2u, scene.controller->GetMaxNumAnimationOutputs()) << "Ghost has no frame to drive";
     EXPECT_EQ(2u, scene.controller->GetNumAnimationSets()) << "a set driving nothing is still a set";
-    ID3DXAnimationSet* set = nullptr;
-    ASSERT_EQ(S_OK, scene.controller->GetAnimationSet(0, &set));
+    Ref<ID3DXAnimationSet> set;
+    ASSERT_EQ(S_OK, scene.controller->GetAnimationSet(0, set.out()));
     EXPECT_EQ(3u, set->GetNumAnimations()) << "the animation naming no frame is dropped";
-    set->Release();
 
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
     EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {5, 10, 0})));
-    D3DXMATRIX identity;
-    D3DXMatrixIdentity(&identity);
-    EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, identity)) << "no keys: rests at identity";
+    EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {0, 0, 0})))
+        << "no keys: rests at identity";
 }
 
 // A skinned triangle whose file declares none of the skin templates, and a frame naming a
@@ -176,29 +193,6 @@ TEST_F(XAnimationLoad, UndeclaredSkinTemplatesAndReferencedMeshesLoad)
         if (test.skinned) {
             EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
         }
-    }
-}
-
-// The binary encoding, and both encodings compressed (inflated by the drop-in), read as the text
-// does: Arm halfway to (10, 20, 0) after half a second.
-TEST_F(XAnimationLoad, BinaryAndCompressedFilesLoadLikeText)
-{
-    const struct {
-        const char* what;
-        std::string file;
-        int skinned;
-    } cases[] = {{"binary", binarySkinnedScene(), 1},
-                 {"compressed text in 100-byte chunks", compressed(waveFile(), 100), 0},
-                 {"compressed binary", compressed(binarySkinnedScene()), 1}};
-    for (const auto& test : cases) {
-        LoadedScene scene;
-        vexiltest::loadFromText(scene, device(), test.file);
-        ASSERT_EQ(S_OK, scene.result) << test.what;
-        EXPECT_EQ(test.skinned, scene.allocator.skinnedContainers) << test.what;
-        ASSERT_NE(nullptr, scene.controller) << test.what;
-        ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
-        const D3DXMATRIX& arm = scene.frame("Arm")->TransformationMatrix;
-        EXPECT_TRUE(arm._41 == 5 && arm._42 == 10 && arm._43 == 0) << test.what;
     }
 }
 

@@ -11,17 +11,6 @@
 
 namespace skintest {
 
-namespace {
-
-DWORD bitsOf(float value)
-{
-    DWORD bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
-}  // namespace
-
 Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
                         const std::vector<DWORD>& attributes, DWORD options)
 {
@@ -29,12 +18,11 @@ Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::
     EXPECT_EQ(D3D_OK, D3DXCreateMeshFVF(DWORD(indices.size() / 3), vertexCount, options, kMeshFVF, device, mesh.out()));
     if (!mesh)
         return mesh;
-    DWORD* vertex = nullptr;
+    float* vertex = nullptr;
     mesh->LockVertexBuffer(0, reinterpret_cast<void**>(&vertex));
-    for (DWORD v = 0; v < vertexCount; ++v) {
-        const float f = float(v);
+    for (float f = 0; f < vertexCount; ++f) {
         for (float value : {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f})
-            *vertex++ = bitsOf(value);
+            *vertex++ = value;
     }
     mesh->UnlockVertexBuffer();
     void* data = nullptr;
@@ -94,13 +82,6 @@ std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD ver
         for (DWORD i = 0; i < n; ++i)
             if (weights[i] > 0 && vertices[i] < vertexCount)
                 result[vertices[i]][b] += weights[i];
-    }
-    for (auto& vertex : result) {
-        float total = 0;
-        for (auto& entry : vertex)
-            total += entry.second;
-        for (auto& entry : vertex)
-            entry.second /= total;
     }
     return result;
 }

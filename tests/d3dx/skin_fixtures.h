@@ -51,7 +51,7 @@ Converted convert(ID3DXSkinInfo* skin, ID3DXMesh* mesh, DWORD options = D3DXMESH
 // The vertex data as stored.
 std::vector<BYTE> readVertices(ID3DXMesh* mesh);
 
-// Source weights of every vertex, normalised, by bone.
+// Source weights of every vertex by bone, repeats summed, weightless ones left out.
 std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD vertexCount);
 
 // Every face in exactly one combination and drawn by its subset, combinations contiguous, in the
