@@ -5,10 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 namespace vexiltest {
-
 
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
@@ -94,13 +92,12 @@ D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float de
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)
 {
-    std::ostringstream out;
-    bool within = true;
     for (int i = 0; i < 16; ++i) {
-        within = within && std::fabs(actual.m[i / 4][i % 4] - expected.m[i / 4][i % 4]) <= tolerance;
-        out << actual.m[i / 4][i % 4] << "/" << expected.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
+        if (std::fabs(actual.m[i / 4][i % 4] - expected.m[i / 4][i % 4]) > tolerance)
+            return ::testing::AssertionFailure() << "element " << i / 4 << "," << i % 4 << " is "
+                                                 << actual.m[i / 4][i % 4] << ", not " << expected.m[i / 4][i % 4];
     }
-    return within ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "actual/expected: " << out.str();
+    return ::testing::AssertionSuccess();
 }
 
 }  // namespace vexiltest
