@@ -153,7 +153,6 @@ class Controller : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_walk = makeWalk(D3DXPLAY_LOOP);
         ASSERT_EQ(S_OK, D3DXCreateKeyframedAnimationSet("lift", 10.0, D3DXPLAY_LOOP, 1, 0, nullptr, m_lift.out()));
         D3DXKEY_VECTOR3 up = {0, {0, 100, 0}};
         ASSERT_EQ(S_OK, m_lift->RegisterAnimationSRTKeys("bone", 0, 0, 1, nullptr, nullptr, &up, nullptr));
@@ -190,7 +189,8 @@ protected:
         return result == S_OK ? matrixNear(m_bone, bone) : ::testing::AssertionFailure() << "AdvanceTime " << result;
     }
 
-    Ref<Set> m_walk, m_lift;
+    Ref<Set> m_walk = makeWalk(D3DXPLAY_LOOP);
+    Ref<Set> m_lift;
     Ref<ID3DXAnimationController> m_controller;
     D3DXMATRIX m_bone, m_still;
     D3DXVECTOR3 m_boneScale, m_boneTranslation;

@@ -13,12 +13,6 @@ class Ref {
 public:
     Ref() = default;
     Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-    Ref& operator=(Ref&& other) noexcept
-    {
-        releaseCount();
-        m_object = std::exchange(other.m_object, nullptr);
-        return *this;
-    }
     ~Ref() { releaseCount(); }
     // Releases and reports what the last Release returned.
     ULONG releaseCount() { return m_object ? std::exchange(m_object, nullptr)->Release() : 0; }

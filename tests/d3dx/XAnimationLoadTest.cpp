@@ -38,7 +38,8 @@ double period(ID3DXAnimationController* controller, UINT index)
     return set ? set->GetPeriod() : -1;
 }
 
-// Read from a file (memory is what every other test reads from).
+// Read from a file (memory is what every other test reads from). The sets go with the
+// controller, whatever their tracks played; the open "Idle" plays once.
 TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
 {
     const std::string path = vexiltest::outputDir() + "\\wave.x";
@@ -52,39 +53,33 @@ TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
     EXPECT_DOUBLE_EQ(2.0, period(scene.controller, 0));
     EXPECT_DOUBLE_EQ(3.0, period(scene.controller, 1));
 
+    const D3DXMATRIX& arm = scene.frame("Arm")->TransformationMatrix;
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(0.5, nullptr));
-    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+    EXPECT_TRUE(matrixNear(arm, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
     EXPECT_TRUE(matrixNear(scene.frame("Root")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {0, 0, 10})));
     EXPECT_TRUE(matrixNear(scene.frame("Still")->TransformationMatrix, srtMatrix({2, 2, 2}, kY, 0, {1, 2, 3})));
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(2.0, nullptr));  // 2.5 s loops to 0.5 s
-    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+    EXPECT_TRUE(matrixNear(arm, srtMatrix({1.5f, 1, 1}, kY, 45, {5, 10, 0})));
+
+    Ref<ID3DXAnimationSet> wave, idle;
+    ASSERT_EQ(S_OK, scene.controller->GetTrackAnimationSet(0, wave.out()));
+    ASSERT_EQ(S_OK, scene.controller->GetAnimationSetByName("Idle", idle.out()));
+    EXPECT_STREQ("Wave", wave->GetName());
+    ASSERT_EQ(S_OK, scene.controller->SetTrackAnimationSet(0, idle.get()));
+    ASSERT_EQ(S_OK, scene.controller->SetTrackPosition(0, 0.0));
+    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(1.5, nullptr));
+    EXPECT_TRUE(matrixNear(arm, srtMatrix({1, 1, 1}, kY, 0, {2.5f, 1, 1})));
+    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(10.0, nullptr));
+    EXPECT_TRUE(matrixNear(arm, srtMatrix({1, 1, 1}, kY, 0, {4, 1, 1})));
+    scene.controller->Release();
+    scene.controller = nullptr;
+    EXPECT_EQ(0u, wave.releaseCount()) << "the track gave its reference back";
+    EXPECT_EQ(0u, idle.releaseCount());
 
     LoadedScene missing;
     vexiltest::loadFromFile(missing, device(), vexiltest::outputDir() + "\\no-such-file.x");
     EXPECT_TRUE(FAILED(missing.result));
     EXPECT_EQ(nullptr, missing.controller);
-}
-
-// The sets go with the controller, whatever their tracks played; the open "Idle" plays once.
-TEST_F(XAnimationLoad, AnimationSetsGoWithTheControllerAndOpenOnesPlayOnce)
-{
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), waveFile());
-    ASSERT_NE(nullptr, scene.controller);
-    Ref<ID3DXAnimationSet> wave, idle;
-    ASSERT_EQ(S_OK, scene.controller->GetTrackAnimationSet(0, wave.out()));
-    ASSERT_EQ(S_OK, scene.controller->GetAnimationSetByName("Idle", idle.out()));
-    EXPECT_STREQ("Wave", wave->GetName());
-    EXPECT_DOUBLE_EQ(3.0, idle->GetPeriodicPosition(10.0));
-    ASSERT_EQ(S_OK, scene.controller->SetTrackAnimationSet(0, idle.get()));
-    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(1.5, nullptr));
-    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {2.5f, 1, 1})));
-    ASSERT_EQ(S_OK, scene.controller->AdvanceTime(10.0, nullptr));
-    EXPECT_TRUE(matrixNear(scene.frame("Arm")->TransformationMatrix, srtMatrix({1, 1, 1}, kY, 0, {4, 1, 1})));
-    scene.controller->Release();
-    scene.controller = nullptr;
-    EXPECT_EQ(0u, wave.releaseCount()) << "the track gave its reference back";
-    EXPECT_EQ(0u, idle.releaseCount());
 }
 
 // The binary encoding and both encodings compressed (inflated by the drop-in) read as the text
