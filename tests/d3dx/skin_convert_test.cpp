@@ -296,7 +296,6 @@ DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Con
     return crowded;
 }
 
-
 // Most influences on one vertex and on one face.
 std::pair<DWORD, DWORD> influenceCounts(ID3DXSkinInfo* skin, ID3DXMesh* mesh)
 {
