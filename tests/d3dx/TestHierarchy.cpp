@@ -66,16 +66,16 @@ LoadedScene::~LoadedScene()
         D3DXFrameDestroy(root, &allocator);
 }
 
-void loadFromText(LoadedScene& scene, IDirect3DDevice9* device, const std::string& text)
+LoadedScene::LoadedScene(IDirect3DDevice9* device, const std::string& text)
 {
-    scene.result = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
-                                                      &scene.allocator, nullptr, &scene.root, &scene.controller);
+    result = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
+                                                &allocator, nullptr, &root, &controller);
 }
 
-void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::string& path)
+LoadedScene::LoadedScene(IDirect3DDevice9* device, const FromFile& file)
 {
-    scene.result = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, &scene.allocator, nullptr,
-                                               &scene.root, &scene.controller);
+    result = D3DXLoadMeshHierarchyFromXA(file.path.c_str(), D3DXMESH_SYSTEMMEM, device, &allocator, nullptr, &root,
+                                         &controller);
 }
 
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation)

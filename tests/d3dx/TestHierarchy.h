@@ -43,14 +43,20 @@ public:
     ULONG skinReferencesLeft = ~0ul;  // what the last skin-info Release returned
 };
 
-// A loaded hierarchy with its controller, destroyed with the allocator that made it.
+struct FromFile {
+    std::string path;
+};
+
+// A hierarchy loaded from memory or from a file, with its controller, destroyed with the
+// allocator that made it.
 struct LoadedScene {
     HRESULT result = E_FAIL;
     D3DXFRAME* root = nullptr;
     ID3DXAnimationController* controller = nullptr;
     TestAllocator allocator;
 
-    LoadedScene() = default;
+    LoadedScene(IDirect3DDevice9* device, const std::string& text);
+    LoadedScene(IDirect3DDevice9* device, const FromFile& file);
     LoadedScene(const LoadedScene&) = delete;
     LoadedScene& operator=(const LoadedScene&) = delete;
     ~LoadedScene();
@@ -58,8 +64,6 @@ struct LoadedScene {
     D3DXFRAME* frame(const char* name) const { return root ? D3DXFrameFind(root, name) : nullptr; }
 };
 
-void loadFromText(LoadedScene& scene, IDirect3DDevice9* device, const std::string& text);
-void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::string& path);
 
 // A D3DX matrix from scale, rotation (a quaternion, or about an axis in degrees) and
 // translation, the order the controller composes them in.

@@ -44,8 +44,7 @@ TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
 {
     const std::string path = vexiltest::outputDir() + "\\wave.x";
     ASSERT_TRUE(std::ofstream(path, std::ios::binary) << waveFile());
-    LoadedScene scene;
-    vexiltest::loadFromFile(scene, device(), path);
+    LoadedScene scene(device(), vexiltest::FromFile{path});
     ASSERT_EQ(S_OK, scene.result);
     ASSERT_NE(nullptr, scene.controller);
     ASSERT_EQ(2u, scene.controller->GetNumAnimationSets());
@@ -76,8 +75,7 @@ TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
     EXPECT_EQ(0u, wave.releaseCount()) << "the track gave its reference back";
     EXPECT_EQ(0u, idle.releaseCount());
 
-    LoadedScene missing;
-    vexiltest::loadFromFile(missing, device(), vexiltest::outputDir() + "\\no-such-file.x");
+    LoadedScene missing(device(), vexiltest::FromFile{vexiltest::outputDir() + "\\no-such-file.x"});
     EXPECT_TRUE(FAILED(missing.result));
     EXPECT_EQ(nullptr, missing.controller);
 }
@@ -100,8 +98,7 @@ TEST_F(XAnimationLoad, EveryEncodingAndTickRateReadsAlike)
                  {"compressed binary", compressed(binarySkinnedScene()), 1, 1.0, 1, 5}};
     for (const auto& test : cases) {
         SCOPED_TRACE(test.what);
-        LoadedScene scene;
-        vexiltest::loadFromText(scene, device(), test.file);
+        LoadedScene scene(device(), test.file);
         ASSERT_EQ(S_OK, scene.result);
         EXPECT_EQ(test.skinned, scene.allocator.skinnedContainers);
         ASSERT_NE(nullptr, scene.controller);
@@ -113,8 +110,7 @@ TEST_F(XAnimationLoad, EveryEncodingAndTickRateReadsAlike)
         const D3DXMATRIX& arm = scene.frame("Arm")->TransformationMatrix;
         EXPECT_TRUE(arm._41 == test.armX && arm._42 == 2 * test.armX && arm._43 == 0);
     }
-    LoadedScene still;
-    vexiltest::loadFromText(still, device(), textFile({kFrames}));
+    LoadedScene still(device(), textFile({kFrames}));
     ASSERT_EQ(S_OK, still.result);
     EXPECT_EQ(nullptr, still.controller) << "no animation set, no controller";
 }
@@ -132,8 +128,7 @@ AnimationSet Broken {
 }
 AnimationSet Haunted { Animation { { Ghost } AnimationKey { 2; 1; 0;3;5.0,5.0,5.0;;; } } }
 )";
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), textFile({kTenTicks, kFrames, body}));
+    LoadedScene scene(device(), textFile({kTenTicks, kFrames, body}));
     ASSERT_EQ(S_OK, scene.result);
     ASSERT_NE(nullptr, scene.controller);
     EXPECT_EQ(2u, scene.controller->GetMaxNumAnimationOutputs()) << "Ghost has no frame to drive";
@@ -161,8 +156,7 @@ TEST_F(XAnimationLoad, UndeclaredSkinTemplatesAndReferencedMeshesLoad)
     } cases[] = {{kSkinnedTriangle, "Body", "Bone", 1, 1.0f}, {kReferencedCube, "CubeFrame", "CubeFrame", 0, 1.5f}};
     for (const auto& test : cases) {
         SCOPED_TRACE(test.meshFrame);
-        LoadedScene scene;
-        vexiltest::loadFromText(scene, device(), textFile({test.file}));
+        LoadedScene scene(device(), textFile({test.file}));
         ASSERT_EQ(S_OK, scene.result);
         ASSERT_NE(nullptr, scene.frame(test.meshFrame)->pMeshContainer);
         EXPECT_EQ(1, scene.allocator.meshContainers);
@@ -222,14 +216,13 @@ TEST_F(XAnimationLoad, DamagedFilesAreRefusedCleanly)
         {"compressed with a wrong plain size", patched(packed, 16, 17u)},
     };
     for (const auto& test : cases) {
-        LoadedScene scene;
-        vexiltest::loadFromText(scene, device(), test.file);
+        LoadedScene scene(device(), test.file);
         EXPECT_EQ(D3DXERR_INVALIDDATA, scene.result) << test.what;
         EXPECT_EQ(nullptr, scene.controller) << test.what;
         EXPECT_EQ(0, scene.allocator.framesCreated) << test.what;
     }
-    LoadedScene deep;  // deep, but within the limit: a long bone chain
-    vexiltest::loadFromText(deep, device(), textFile({nested("Frame f {\n", "}\n", 2000)}));
+    // Deep, but within the limit: a long bone chain.
+    LoadedScene deep(device(), textFile({nested("Frame f {\n", "}\n", 2000)}));
     EXPECT_EQ(S_OK, deep.result);
 }
 
@@ -242,8 +235,7 @@ Frame Outer { Frame Inner {
   Mesh Bad { 3; 0.0;0.0;0.0;, 1.0;0.0;0.0;, 0.0;1.0;0.0;; 1; 3;0,1,7;; }
 } }
 )";
-    LoadedScene scene;
-    vexiltest::loadFromText(scene, device(), textFile({badFace}));
+    LoadedScene scene(device(), textFile({badFace}));
     ASSERT_TRUE(FAILED(scene.result));
     EXPECT_EQ(2, scene.allocator.framesCreated) << "Outer and Inner, once";
 }

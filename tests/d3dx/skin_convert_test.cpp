@@ -551,8 +551,7 @@ TEST_F(SkinConvert, SamplesAnimateAndTheirSkinsConvertFaithfully)
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
         const bool malformed = std::strstr(sample.file, "malformed");
-        vexiltest::LoadedScene scene;
-        vexiltest::loadFromFile(scene, device(), vexiltest::samplesDir() + "\\" + sample.file);
+        vexiltest::LoadedScene scene(device(), vexiltest::FromFile{vexiltest::samplesDir() + "\\" + sample.file});
         if (malformed && FAILED(scene.result))
             continue;
         ASSERT_EQ(D3D_OK, scene.result);
