@@ -1,5 +1,6 @@
 // ConvertToBlendedMesh and the influence counts of the drop-in D3DX's skin info, on meshes
 // with known weights and on the third-party characters (skipped when ../shared/samples is absent).
+
 // Defines the D3DX interface identifiers for the tests (no import library carries them).
 #include <initguid.h>
 
