@@ -2,13 +2,10 @@
 
 #include <TestPaths.h>
 
-#include <cctype>
-#include <cstring>
 #include <cstdio>
 #include <fstream>
 #include <functional>
 #include <set>
-#include <sstream>
 
 namespace scenetest {
 
@@ -104,12 +101,6 @@ std::string writeFixture(const std::string& fileName, const std::string& text) {
     return path;
 }
 
-std::string readFile(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
 LoadedHierarchy::LoadedHierarchy(IDirect3DDevice9* device, const std::string& path, SceneLoaderX& loader)
     : m_loader(loader) {
     std::wstring wide(path.begin(), path.end());
@@ -148,65 +139,6 @@ void PrintTo(const FrameRow& row, std::ostream* out) { *out << "{" << row.name <
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index) {
     std::vector<FrameRow> rows;
     for (unsigned i = 0; i < index.size(); ++i) rows.push_back({index[int(i)].m_frame->Name, index[int(i)].m_parentIndex});
-    return rows;
-}
-
-namespace {
-
-// Words and braces of X text; strings, comments, GUIDs and numbers dropped.
-std::vector<std::string> xTokens(const std::string& text) {
-    std::vector<std::string> tokens;
-    for (size_t i = 0; i < text.size();) {
-        char c = text[i];
-        auto skipTo = [&](const std::string& end) {
-            size_t found = text.find(end, i + 1);
-            i = found == std::string::npos ? text.size() : found + 1;
-        };
-        if (c == '"') skipTo("\"");
-        else if (c == '<') skipTo(">");
-        else if (c == '#' || text.compare(i, 2, "//") == 0) skipTo("\n");
-        else if (c == '{' || c == '}') tokens.push_back(std::string(1, text[i++]));
-        else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-            size_t start = i;
-            while (i < text.size() && (std::isalnum(static_cast<unsigned char>(text[i])) || std::strchr("_-.", text[i]) != nullptr)) ++i;
-            tokens.push_back(text.substr(start, i - start));
-        } else ++i;
-    }
-    return tokens;
-}
-
-}  // namespace
-
-std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix) {
-    std::vector<std::string> t = xTokens(text);
-    std::vector<std::pair<std::string, std::vector<size_t>>> frames;  // name, children
-    std::vector<size_t> topLevel;
-    std::vector<long> open;  // frame per open brace, -1 for other blocks
-    unsigned nameless = 0;
-    auto isFrameWord = [&](size_t k) { return t[k] == "Frame" && (k == 0 || t[k - 1] != "template"); };
-    for (size_t i = 0; i < t.size(); ++i) {
-        if (t[i] == "}" && !open.empty()) open.pop_back();
-        if (t[i] != "{") continue;
-        std::string name;
-        if (i >= 2 && isFrameWord(i - 2)) name = t[i - 1];
-        else if (!(i >= 1 && isFrameWord(i - 1))) {
-            open.push_back(-1);
-            continue;
-        }
-        frames.push_back({name.empty() ? prefix + std::to_string(nameless++) : name, {}});
-        long parent = -1;
-        for (auto it = open.rbegin(); it != open.rend() && parent < 0; ++it) parent = *it;
-        (parent < 0 ? topLevel : frames[size_t(parent)].second).push_back(frames.size() - 1);
-        open.push_back(long(frames.size() - 1));
-    }
-    std::vector<size_t> order(topLevel);
-    std::vector<FrameRow> rows;
-    for (size_t f : topLevel) rows.push_back({frames[f].first, FrameNode::noParent});
-    for (size_t i = 0; i < order.size(); ++i)
-        for (size_t child : frames[order[i]].second) {
-            order.push_back(child);
-            rows.push_back({frames[child].first, unsigned(i)});
-        }
     return rows;
 }
 

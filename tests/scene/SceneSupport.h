@@ -4,6 +4,8 @@
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <VexilDX9/SceneLoaderX.h>
 
+#include <TestDevice.h>
+
 #include <d3dx9.h>
 #include <gtest/gtest.h>
 #include <objidl.h>
@@ -58,7 +60,6 @@ std::string material(float r, float g, float b, float a, float power, const std:
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1);
 std::string skin(const std::vector<std::string>& bones);  // header plus one weight block per bone
 std::string writeFixture(const std::string& fileName, const std::string& text);  // Windows path
-std::string readFile(const std::string& path);
 
 // A tree loaded through a loader and destroyed through the same loader.
 class LoadedHierarchy {
@@ -77,6 +78,19 @@ private:
     HRESULT m_result = E_FAIL;
 };
 
+// A device and a loader that names nameless frames dummy_0, dummy_1... and roots texture files
+// in C:\scene; the name counter starts from zero in every test.
+class LoaderTest : public vexiltest::DeviceTest {
+protected:
+    void SetUp() override {
+        DeviceTest::SetUp();
+        loader.assignNamelessFrameToName("dummy_");
+        loader.setTextureFileRootDirectory("C:\\scene");
+        loader.resetDummyFrameCounter();
+    }
+    SceneLoaderX loader;
+};
+
 inline ULONG references(IUnknown* object) {
     object->AddRef();
     return object->Release();
@@ -91,9 +105,6 @@ struct FrameRow {
 };
 void PrintTo(const FrameRow& row, std::ostream* out);
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);
-// The breadth-first table of a text X file worked out from its own nesting; nameless frames are
-// numbered prefix0, prefix1... in file order.
-std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix);
 // Parents before children, breadth-first grouping, siblings adjacent in chain order, every frame
 // of the tree once, first occurrence wins in the name index.
 ::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root);
