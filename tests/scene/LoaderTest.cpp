@@ -98,7 +98,7 @@ TEST_F(LoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
         ASSERT_TRUE(spy.registered());
         LoadedHierarchy scene(device(), path, loader);
         ASSERT_TRUE(scene.ok()) << path;
-        EXPECT_GT(spy.liveBytes(), 0);
+        EXPECT_GT(spy.liveBlocks(), 0u);
         std::vector<IUnknown*> held;  // a reference of our own on everything the containers keep
         for (D3DXFRAME* f : framesPreOrder(scene.root()))
             for (D3DXMESHCONTAINER* c : containersOf(f))
@@ -108,7 +108,7 @@ TEST_F(LoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
                         held.push_back(object);
                     }
         EXPECT_EQ(scene.destroy(), S_OK);
-        EXPECT_EQ(spy.liveBytes(), 0) << path;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << path;
         for (IUnknown* object : held) EXPECT_EQ(object->Release(), 0u) << path;
     }
 }
@@ -159,7 +159,7 @@ TEST_F(LoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
             EXPECT_EQ(hr, E_OUTOFMEMORY) << "allocation " << n;
             EXPECT_EQ(c, nullptr);
         }
-        EXPECT_EQ(spy.liveBytes(), 0) << "allocation " << n;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << "allocation " << n;
     }
     spy.failAllocation(2);
     ASSERT_EQ(create(""), S_OK);  // a nameless container does without its empty name
@@ -189,7 +189,7 @@ TEST_F(LoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
     EXPECT_EQ(f->TransformationMatrix._44, 0.0f);  // all zeros until D3DX fills it
     loader.DestroyFrame(f);
 
-    EXPECT_EQ(spy.liveBytes(), 0);
+    EXPECT_EQ(spy.liveBlocks(), 0u);
     EXPECT_EQ(skinInfo->Release(), 0u);
     EXPECT_EQ(box->Release(), 0u);
 }
@@ -213,7 +213,7 @@ TEST_F(LoaderTest, BrokenFilesFailAndOddFilesLoadWithoutLeaking) {
             EXPECT_EQ(scene.root() != nullptr, SUCCEEDED(scene.result())) << file.first;
             EXPECT_TRUE(file.second < 0 || SUCCEEDED(scene.result()) == (file.second == 1)) << file.first;
         }
-        EXPECT_EQ(spy.liveBytes(), 0) << file.first;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << file.first;
     }
     if (!samples) std::printf("../shared/samples is absent: malformed_skinweights_oob.x check skipped\n");
 }

@@ -5,39 +5,33 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <set>
 
 namespace scenetest {
 
-HRESULT AllocationSpy::QueryInterface(REFIID riid, void** object) {
-    bool known = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMallocSpy);
-    *object = known ? static_cast<IMallocSpy*>(this) : nullptr;
-    return known ? S_OK : E_NOINTERFACE;
+namespace {
+AllocationSpy* activeSpy = nullptr;
+}  // namespace
+
+AllocationSpy::AllocationSpy()
+    : m_allocate("VexilDX9.dll", "ole32.dll", "CoTaskMemAlloc", reinterpret_cast<void*>(&AllocationSpy::allocate)),
+      m_free("VexilDX9.dll", "ole32.dll", "CoTaskMemFree", reinterpret_cast<void*>(&AllocationSpy::free)) {
+    activeSpy = this;
 }
 
-SIZE_T AllocationSpy::PreAlloc(SIZE_T request) {
-    m_pending = request;
-    return ++m_allocations == m_failAt ? 0 : request;
+AllocationSpy::~AllocationSpy() { activeSpy = nullptr; }
+
+void* WINAPI AllocationSpy::allocate(SIZE_T bytes) {
+    if (++activeSpy->m_allocations == activeSpy->m_failAt) return nullptr;
+    void* block = CoTaskMemAlloc(bytes);
+    if (block) activeSpy->m_live.insert(block);
+    return block;
 }
 
-void* AllocationSpy::PostAlloc(void* actual) {
-    if (actual) m_liveBytes += static_cast<long long>(m_live[actual] = m_pending);
-    return actual;
-}
-
-void* AllocationSpy::PreFree(void* request, BOOL) {
-    auto found = m_live.find(request);
-    if (found != m_live.end()) {
-        m_liveBytes -= static_cast<long long>(found->second);
-        m_live.erase(found);
-    }
-    return request;
-}
-
-SIZE_T AllocationSpy::PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL spyed) {
-    PreFree(request, spyed);
-    *newRequest = request;
-    return m_pending = size;
+void WINAPI AllocationSpy::free(void* block) {
+    activeSpy->m_live.erase(block);
+    CoTaskMemFree(block);
 }
 
 namespace {

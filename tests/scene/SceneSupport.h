@@ -1,6 +1,8 @@
 #pragma once
 // Shared pieces of the scene tests: X text written on the fly, a tree loaded and destroyed through
-// one loader, a byte counter on the COM task allocator, and the frame-table checks.
+// one loader, a block counter on the library's COM task allocations, and the frame-table checks.
+#include "../device/ImportPatch.h"
+
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <VexilDX9/SceneLoaderX.h>
 
@@ -8,46 +10,31 @@
 
 #include <d3dx9.h>
 #include <gtest/gtest.h>
-#include <objidl.h>
 
-#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace scenetest {
 
-// Counts the live blocks of the COM task allocator while it lives; can fail the n-th allocation.
-class AllocationSpy : public IMallocSpy {
+// CoTaskMemAlloc and CoTaskMemFree as VexilDX9.dll sees them while the spy lives: the blocks
+// still live are counted, and the n-th allocation can be refused.
+class AllocationSpy {
 public:
-    AllocationSpy() { m_registered = SUCCEEDED(CoRegisterMallocSpy(this)); }
-    ~AllocationSpy() { if (m_registered) CoRevokeMallocSpy(); }
-    bool registered() const { return m_registered; }
-    long long liveBytes() const { return m_liveBytes; }
+    AllocationSpy();
+    ~AllocationSpy();
+    bool registered() const { return m_allocate.ok() && m_free.ok(); }
+    size_t liveBlocks() const { return m_live.size(); }
     unsigned allocations() const { return m_allocations; }
     void failAllocation(unsigned n) { m_failAt = n ? m_allocations + n : 0; }  // 1 = the next one
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    SIZE_T STDMETHODCALLTYPE PreAlloc(SIZE_T request) override;
-    void* STDMETHODCALLTYPE PostAlloc(void* actual) override;
-    void* STDMETHODCALLTYPE PreFree(void* request, BOOL) override;
-    void STDMETHODCALLTYPE PostFree(BOOL) override {}
-    SIZE_T STDMETHODCALLTYPE PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL) override;
-    void* STDMETHODCALLTYPE PostRealloc(void* actual, BOOL) override { return PostAlloc(actual); }
-    void* STDMETHODCALLTYPE PreGetSize(void* request, BOOL) override { return request; }
-    SIZE_T STDMETHODCALLTYPE PostGetSize(SIZE_T actual, BOOL) override { return actual; }
-    void* STDMETHODCALLTYPE PreDidAlloc(void* request, BOOL) override { return request; }
-    int STDMETHODCALLTYPE PostDidAlloc(void*, BOOL, int actual) override { return actual; }
-    void STDMETHODCALLTYPE PreHeapMinimize() override {}
-    void STDMETHODCALLTYPE PostHeapMinimize() override {}
-
 private:
-    bool m_registered = false;
+    static void* WINAPI allocate(SIZE_T bytes);
+    static void WINAPI free(void* block);
+
+    vexiltest::ImportPatch m_allocate, m_free;
     unsigned m_allocations = 0, m_failAt = 0;
-    SIZE_T m_pending = 0;
-    long long m_liveBytes = 0;
-    std::map<void*, SIZE_T> m_live;
+    std::set<void*> m_live;
 };
 
 // X text. The skin templates are declared inline: stock Wine refuses skinned files without.
