@@ -52,7 +52,6 @@ TEST(FrameNodeIndexer, BuildsTheBreadthFirstTableAndSwitchesSubtreesOff) {
     FrameNodeIndexer index;
     ASSERT_TRUE(index.initialize(a));
     EXPECT_EQ(tableOf(index), (std::vector<FrameRow>{{"A", kTop}, {"S", kTop}, {"B", 0}, {"C", 0}, {"D", 2}, {"E", 2}, {"F", 3}}));
-    EXPECT_TRUE(indexInvariantsHold(index, a));
 
     EXPECT_TRUE(index.disableFrameRendering("Nobody").empty());
     EXPECT_EQ(log.count("VexilDX9", "Cannot find frame Nobody"), 1u) << log.dump();
@@ -65,10 +64,10 @@ TEST(FrameNodeIndexer, BuildsTheBreadthFirstTableAndSwitchesSubtreesOff) {
 
     t.add("E", &f->pFrameFirstChild);
     EXPECT_FALSE(index.initialize(a)) << "duplicate names";
-    EXPECT_EQ(index.size(), 8u);
-    EXPECT_EQ(index.frameByName("E").m_frame, e);
+    EXPECT_EQ(tableOf(index),
+              (std::vector<FrameRow>{{"A", kTop}, {"S", kTop}, {"B", 0}, {"C", 0}, {"D", 2}, {"E", 2}, {"F", 3}, {"E", 6}}));
+    EXPECT_EQ(index.frameByName("E").m_frame, e) << "the first of a name wins";
     EXPECT_TRUE(index.frameByName("E").m_renderFrame) << "a rebuilt table starts switched on";
-    EXPECT_TRUE(indexInvariantsHold(index, a));
 
     EXPECT_FALSE(index.initialize(nullptr));
     EXPECT_EQ(index.size(), 8u) << "a null root keeps the table";
@@ -97,7 +96,7 @@ TEST(FrameNodeIndexer, FlattensAChainTooDeepForRecursion) {
 
 namespace {
 
-// Loads, indexes and holds the table to the tree and, when given, to the expected rows.
+// Loads and indexes; holds the table to the expected rows or, without them, its size to the tree's.
 void expectIndexed(IDirect3DDevice9* device, SceneLoaderX& loader, const std::string& path,
                    const std::vector<FrameRow>& expected, bool distinctNames = true) {
     SCOPED_TRACE(path);
@@ -106,8 +105,9 @@ void expectIndexed(IDirect3DDevice9* device, SceneLoaderX& loader, const std::st
     ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
     FrameNodeIndexer index;
     EXPECT_EQ(index.initialize(scene.root()), distinctNames);
-    EXPECT_TRUE(indexInvariantsHold(index, scene.root()));
-    if (!expected.empty()) {
+    if (expected.empty()) {
+        EXPECT_EQ(index.size(), framesPreOrder(scene.root()).size());
+    } else {
         EXPECT_EQ(tableOf(index), expected);
     }
 }
@@ -138,14 +138,14 @@ TEST_F(LoaderTest, GeneratedFixturesIndexAsTheirTextNests) {
 TEST_F(LoaderTest, SamplesIndexAsTheirFilesNest) {
     VEXIL_REQUIRE_SAMPLES();
     std::string dir = vexiltest::samplesDir() + "\\";
-    for (const char* file : {"sdk\\Tiny\\tiny.x", "sdk\\misc\\Cube.x", "assimp\\test_cube_text.x"})
-        expectIndexed(device(), loader, dir + file, {});
+    expectIndexed(device(), loader, dir + "sdk\\Tiny\\tiny.x", {});
+    expectIndexed(device(), loader, dir + "sdk\\misc\\Cube.x", {{"dummy_0", kTop}});  // a mesh without a frame
     // Compressed and binary encodings; their nesting read from the decoded files.
     expectIndexed(device(), loader, dir + "sdk\\Dwarf\\Dwarf.x",
                   {{"DXCC_ROOT", kTop}, {"dummy_0", 0}, {"Drawf", 1}, {"side", 1}, {"front", 1}, {"top", 1},
                    {"persp", 1}, {"Sword_new", 2}, {"backpack_new", 2}, {"Body1", 2}, {"Armor_new", 2},
                    {"Face_gear_new", 2}, {"Head_new", 2}});
-    for (const char* file : {"assimp\\test_cube_binary.x", "assimp\\test_cube_compressed.x"})
+    for (const char* file : {"assimp\\test_cube_text.x", "assimp\\test_cube_binary.x", "assimp\\test_cube_compressed.x"})
         expectIndexed(device(), loader, dir + file, {{"Root", kTop}, {"Cube", 0}});
 }
 
@@ -174,7 +174,7 @@ TEST_F(LoaderTest, TexturesGroupSubsetsWithTheIntendedMerges) {
     MeshManagerD3DX9 frames;  // the texture index as the renderer walks it
     frames.setDevice(device());
     frames.initialize(scene.root());
-    EXPECT_TRUE(indexInvariantsHold(frames.frameIndex(), scene.root()));
+    EXPECT_EQ(tableOf(frames.frameIndex()), (std::vector<FrameRow>{{"Root", kTop}, {"Pair", 0}, {"Twin", 0}, {"Twin", 0}}));
     zeb::OrderedHashTable<zeb::String, TextureTuple> table = frames.textureTable();
     const zeb::String a("C:\\scene\\a.bmp");
     ASSERT_EQ(table.size(), 2u);

@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
-#include <map>
-#include <set>
 
 namespace scenetest {
 
@@ -134,41 +132,6 @@ std::vector<FrameRow> tableOf(const FrameNodeIndexer& index) {
     std::vector<FrameRow> rows;
     for (unsigned i = 0; i < index.size(); ++i) rows.push_back({index[int(i)].m_frame->Name, index[int(i)].m_parentIndex});
     return rows;
-}
-
-::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root) {
-    const unsigned n = index.size();
-    if (n == 0 || framesPreOrder(root).size() != n) return ::testing::AssertionFailure() << n << " nodes for the tree";
-    std::set<D3DXFRAME*> seen;
-    std::map<unsigned, std::vector<D3DXFRAME*>> children;  // by parent index, noParent for the top
-    std::map<std::string, unsigned> firstOf;
-    unsigned lastParent = 0;
-    for (unsigned i = 0; i < n; ++i) {
-        const FrameNode& node = index[int(i)];
-        if (!node.m_frame || !seen.insert(node.m_frame).second) return ::testing::AssertionFailure() << "node " << i;
-        unsigned parent = node.m_parentIndex;
-        bool top = parent == FrameNode::noParent;
-        if (top ? i > 0 && index[int(i - 1)].m_parentIndex != FrameNode::noParent : (parent >= i || parent < lastParent))
-            return ::testing::AssertionFailure() << "node " << i << " is out of breadth-first order";
-        if (!top) lastParent = parent;
-        children[parent].push_back(node.m_frame);
-        firstOf.emplace(node.m_frame->Name, i);
-    }
-    auto chain = [](D3DXFRAME* f) {
-        std::vector<D3DXFRAME*> result;
-        for (; f; f = f->pFrameSibling) result.push_back(f);
-        return result;
-    };
-    if (chain(root) != children[FrameNode::noParent]) return ::testing::AssertionFailure() << "top level";
-    for (unsigned i = 0; i < n; ++i)
-        if (chain(index[int(i)].m_frame->pFrameFirstChild) != children[i])
-            return ::testing::AssertionFailure() << "children of node " << i;
-    if (index.frameListIndex().size() != firstOf.size()) return ::testing::AssertionFailure() << "index size";
-    for (const auto& entry : firstOf) {
-        const unsigned* position = index.frameListIndex().find(zeb::String(entry.first.c_str()));
-        if (!position || *position != entry.second) return ::testing::AssertionFailure() << "index of " << entry.first;
-    }
-    return ::testing::AssertionSuccess();
 }
 
 }  // namespace scenetest

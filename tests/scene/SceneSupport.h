@@ -1,6 +1,6 @@
 #pragma once
 // Shared pieces of the scene tests: X text written on the fly, a tree loaded and destroyed through
-// one loader, a block counter on the library's COM task allocations, and the frame-table checks.
+// one loader, a block counter on the library's COM task allocations, and the frame tables.
 #include "../device/ImportPatch.h"
 
 #include <VexilDX9/FrameNodeIndexer.h>
@@ -92,8 +92,5 @@ struct FrameRow {
 };
 void PrintTo(const FrameRow& row, std::ostream* out);
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);
-// Parents before children, breadth-first grouping, siblings adjacent in chain order, every frame
-// of the tree once, first occurrence wins in the name index.
-::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root);
 
 }  // namespace scenetest
