@@ -2,15 +2,12 @@
 
 #include <TestPaths.h>
 
-#include <cstdio>
 #include <fstream>
 #include <functional>
 
 namespace scenetest {
 
-namespace {
-AllocationSpy* activeSpy = nullptr;
-}  // namespace
+static AllocationSpy* activeSpy = nullptr;
 
 AllocationSpy::AllocationSpy()
     : m_allocate("VexilDX9.dll", "ole32.dll", "CoTaskMemAlloc", reinterpret_cast<void*>(&AllocationSpy::allocate)),
@@ -32,19 +29,6 @@ void WINAPI AllocationSpy::free(void* block) {
     CoTaskMemFree(block);
 }
 
-namespace {
-std::string number(float value) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.6f", value);
-    return buffer;
-}
-std::string list(const std::vector<std::string>& items, const char* separator) {
-    std::string text;
-    for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
-    return text;
-}
-}  // namespace
-
 std::string xHeader() {
     return "xof 0303txt 0032\n"
            "template XSkinMeshHeader { <3cf169ce-ff7c-44ab-93c0-f78f62d172e2>\n"
@@ -56,10 +40,9 @@ std::string xHeader() {
 
 std::string frame(const std::string& name, const std::string& body) { return "Frame " + name + " {\n" + body + "}\n"; }
 
-std::string translation(float x, float y, float z, float scale) {
-    std::string s = number(scale);
-    return "FrameTransformMatrix { " + s + ",0.0,0.0,0.0, 0.0," + s + ",0.0,0.0, 0.0,0.0," + s + ",0.0, " + number(x) + "," + number(y) + "," +
-           number(z) + ",1.0;; }\n";
+std::string translation(float x, float y, float z) {
+    return "FrameTransformMatrix { 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + std::to_string(x) + "," +
+           std::to_string(y) + "," + std::to_string(z) + ",1.0;; }\n";
 }
 
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra) {
@@ -68,15 +51,17 @@ std::string quadMesh(const std::string& name, const std::string& materials, cons
 }
 
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile) {
-    std::string text = "Material { " + number(r) + ";" + number(g) + ";" + number(b) + ";" + number(a) + ";; " +
-                       number(power) + "; 0.25;0.5;0.75;; 0.1;0.2;0.3;;\n";
+    std::string text = "Material { " + std::to_string(r) + ";" + std::to_string(g) + ";" + std::to_string(b) + ";" +
+                       std::to_string(a) + ";; " + std::to_string(power) + "; 0.25;0.5;0.75;; 0.1;0.2;0.3;;\n";
     if (!textureFile.empty()) text += " TextureFilename { \"" + textureFile + "\"; }\n";
     return text + "}\n";
 }
 
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1) {
-    return "MeshMaterialList { " + std::to_string(materials.size()) + "; 2; " + std::to_string(face0) + ", " +
-           std::to_string(face1) + ";;\n" + list(materials, "") + "}\n";
+    std::string text = "MeshMaterialList { " + std::to_string(materials.size()) + "; 2; " + std::to_string(face0) + ", " +
+                       std::to_string(face1) + ";;\n";
+    for (const std::string& m : materials) text += m;
+    return text + "}\n";
 }
 
 std::string skin(const std::vector<std::string>& bones) {

@@ -40,7 +40,7 @@ private:
 // X text. The skin templates are declared inline: stock Wine refuses skinned files without.
 std::string xHeader();
 std::string frame(const std::string& name, const std::string& body);
-std::string translation(float x, float y, float z, float scale = 1.0f);
+std::string translation(float x, float y, float z);
 // One quad (two faces taking materials face0 and face1) with optional material list and extras.
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra = "");
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile);
