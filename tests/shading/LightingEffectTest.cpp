@@ -1,17 +1,13 @@
+#include "ShadingSupport.h"
+
 #include <LogCapture.h>
-#include <TestDevice.h>
 #include <VexilDX9/Adapter.h>
 #include <VexilDX9/LightingEffect.h>
 #include <zeb/Exception.h>
 
-#include <memory>
+using shadingtest::references;
 
 namespace {
-
-ULONG references(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
 
 // A LightingEffect on the device of a multi-head adapter over the one head Xvfb offers.
 class LightingEffectTest : public ::testing::Test {
