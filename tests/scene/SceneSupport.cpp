@@ -111,8 +111,6 @@ std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root) {
     return result;
 }
 
-void PrintTo(const FrameRow& row, std::ostream* out) { *out << "{" << row.name << ", " << int(row.parent) << "}"; }
-
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index) {
     std::vector<FrameRow> rows;
     for (unsigned i = 0; i < index.size(); ++i) rows.push_back({index[int(i)].m_frame->Name, index[int(i)].m_parentIndex});

@@ -13,6 +13,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace scenetest {
@@ -85,12 +86,7 @@ inline ULONG references(IUnknown* object) {
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
 std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);
 
-struct FrameRow {
-    std::string name;
-    unsigned parent;
-    bool operator==(const FrameRow& other) const { return name == other.name && parent == other.parent; }
-};
-void PrintTo(const FrameRow& row, std::ostream* out);
+typedef std::pair<std::string, unsigned> FrameRow;  // a frame's name and its parent's row
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);
 
 }  // namespace scenetest
