@@ -18,9 +18,8 @@ const unsigned kTop = FrameNode::noParent;
 class Tree {
 public:
     D3DXFRAME* add(const char* name, D3DXFRAME** chain = nullptr) {
-        m_names.emplace_back(name);
         m_frames.emplace_back();
-        m_frames.back().Name = &m_names.back()[0];
+        m_frames.back().Name = const_cast<char*>(name);  // only read
         while (chain && *chain) chain = &(*chain)->pFrameSibling;
         if (chain) *chain = &m_frames.back();
         return &m_frames.back();
@@ -28,7 +27,6 @@ public:
 
 private:
     std::deque<D3DXFRAME> m_frames;
-    std::deque<std::string> m_names;
 };
 
 std::vector<std::string> strings(const zeb::Array<zeb::String>& names) {
