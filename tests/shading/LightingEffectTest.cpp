@@ -1,13 +1,17 @@
-#include "ShadingSupport.h"
-
 #include <LogCapture.h>
+#include <TestDevice.h>
 #include <VexilDX9/Adapter.h>
 #include <VexilDX9/LightingEffect.h>
 #include <zeb/Exception.h>
 
-using shadingtest::references;
+#include <memory>
 
 namespace {
+
+ULONG references(IUnknown* object) {
+    object->AddRef();
+    return object->Release();
+}
 
 // A LightingEffect on the device of a multi-head adapter over the one head Xvfb offers.
 class LightingEffectTest : public ::testing::Test {

@@ -29,11 +29,6 @@ struct Lights {
     float squareDistanceFactor = 0.15f;
 };
 
-inline ULONG references(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
-
 // The colour of point p with unit normal n seen from eye under base (the texel, or white);
 // in shadow only the ambient term remains.
 D3DCOLOR blinnPhong(const Material& material, const Lights& lights, const D3DXVECTOR3& p, const D3DXVECTOR3& n,
