@@ -86,4 +86,41 @@ protected:
     std::unique_ptr<SleepHook> sleeps;
 };
 
+// An adapter on the heads of Base, initialized before each test and cleaned up after it.
+template <class Base> class AdapterTest : public Base {
+protected:
+    // The adapter's holders may throw from their destructors; the fixture's base may not.
+    ~AdapterTest() noexcept override {}
+    void SetUp() override {
+        Base::SetUp();
+        setUpHeads();
+        ASSERT_TRUE(adapter.initialize());
+    }
+    void TearDown() override {
+        adapter.cleanup();
+        Base::TearDown();
+    }
+    virtual void setUpHeads() {}
+    // The display device name of a head, as the adapter enumerated it.
+    std::string headName(unsigned head) const {
+        D3DADAPTER_IDENTIFIER9 identifier = {};
+        adapter.adapterIdentifier(head, identifier);
+        return identifier.DeviceName;
+    }
+    zeb::String name(unsigned head) const { return headName(head).c_str(); }
+    zeb::Array<zeb::String> names(const std::vector<unsigned>& heads) const {
+        zeb::Array<zeb::String> list;
+        for (unsigned head : heads) list.append(name(head));
+        return list;
+    }
+    // A device for these heads, a window each (at least one), focused on the first window.
+    bool create(const std::vector<unsigned>& heads, bool windowed, D3DDEVTYPE type = D3DDEVTYPE_HAL) {
+        const unsigned chains = heads.empty() ? 1 : static_cast<unsigned>(heads.size());
+        return adapter.createSwapChain(names(heads), windows[0], windows.list(chains), windowed, type);
+    }
+
+    AdapterD3D9 adapter;
+    TestWindows windows{3};
+};
+
 }  // namespace vexiltest

@@ -35,7 +35,8 @@ protected:
         EXPECT_TRUE(device && device->findRenderBuffer(window, buffer));
         return buffer;
     }
-    const D3DPRESENT_PARAMETERS& lastParams() const { return d3d->createDeviceCalls().back().params[0]; }
+    const CreateDeviceCall& lastCall() const { return d3d->createDeviceCalls().back(); }
+    const D3DPRESENT_PARAMETERS& lastParams() const { return lastCall().params[0]; }
 
     std::unique_ptr<RenderDeviceManagerDX9> manager;
     TestWindows w{3};
@@ -59,8 +60,7 @@ TEST_F(ScriptedManager, HeadsOfOneCardShareAnAdapterGroupDeviceAndAWindowedSetup
     EXPECT_TRUE(second.swapChain && second.swapChain->swapChain()) << "each head has its implicit swap chain";
 
     EXPECT_EQ(1u, create({on(1, windowedChain(w[1]))}, w[1]));
-    EXPECT_TRUE(d3d->createDeviceCalls().back().adapter == 1 && !(d3d->createDeviceCalls().back().flags & D3DCREATE_ADAPTERGROUP_DEVICE))
-        << "a single head is created on its own ordinal";
+    EXPECT_TRUE(lastCall().adapter == 1 && !(lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE)) << "a head alone uses its ordinal";
 }
 
 TEST_F(ScriptedManager, FullScreenTakesOneHeadOrAllHeadsOfTheGroup) {
@@ -73,12 +73,10 @@ TEST_F(ScriptedManager, FullScreenTakesOneHeadOrAllHeadsOfTheGroup) {
 
     EXPECT_EQ(3u, create({on(1, fullScreenChain(w[0])), on(2, fullScreenChain(w[1])), on(3, fullScreenChain(w[2]))}, w[0]));
     ASSERT_EQ(1u, d3d->createDeviceCalls().size());
-    const CreateDeviceCall& call = d3d->createDeviceCalls()[0];
-    EXPECT_EQ(1u, call.adapter) << "an adapter-group device is created on the head ordinal";
-    EXPECT_TRUE(call.flags & D3DCREATE_ADAPTERGROUP_DEVICE);
+    EXPECT_TRUE(lastCall().adapter == 1 && (lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE)) << "made on the head ordinal";
     D3DDISPLAYMODE mode = {};
     d3d->real()->GetAdapterDisplayMode(0, &mode);
-    for (const D3DPRESENT_PARAMETERS& pp : call.params)
+    for (const D3DPRESENT_PARAMETERS& pp : lastCall().params)
         EXPECT_TRUE(!pp.Windowed && pp.BackBufferWidth == mode.Width && pp.FullScreen_RefreshRateInHz == mode.RefreshRate &&
                     pp.BackBufferFormat == mode.Format);
     // The single adapter's group got nothing; its device stays down but keeps the list aligned.

@@ -7,11 +7,6 @@
 
 namespace vexiltest {
 
-bool ComLedger::allReleasedToZero() const {
-    return liveDirect3D == 0 && liveDevices == 0 &&
-           std::all_of(finalReleases.begin(), finalReleases.end(), [](ULONG n) { return n == 0; });
-}
-
 // ---- ScriptedDirect3D9 ----
 
 ScriptedDirect3D9::ScriptedDirect3D9(IDirect3D9* real, std::shared_ptr<ComLedger> ledger)
@@ -19,21 +14,16 @@ ScriptedDirect3D9::ScriptedDirect3D9(IDirect3D9* real, std::shared_ptr<ComLedger
     ++m_ledger->liveDirect3D;
 }
 
-ScriptedDirect3D9::~ScriptedDirect3D9() = default;
-
 void ScriptedDirect3D9::setAdapters(const std::vector<ScriptedAdapter>& adapters) {
     m_scripted = true;
     m_adapters = adapters;
 }
 
 HRESULT ScriptedDirect3D9::QueryInterface(REFIID riid, void** object) {
-    if (riid == IID_IUnknown || riid == __uuidof(IDirect3D9)) {
-        AddRef();
-        *object = this;
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    const bool known = riid == IID_IUnknown || riid == __uuidof(IDirect3D9);
+    if (known) AddRef();
+    *object = known ? this : nullptr;
+    return known ? S_OK : E_NOINTERFACE;
 }
 
 ULONG ScriptedDirect3D9::AddRef() { return ++m_references; }
@@ -41,7 +31,7 @@ ULONG ScriptedDirect3D9::AddRef() { return ++m_references; }
 ULONG ScriptedDirect3D9::Release() {
     const ULONG left = --m_references;
     if (left == 0) {
-        m_ledger->finalReleases.push_back(m_real->Release());
+        m_ledger->heldAfterRelease += m_real->Release() != 0;
         --m_ledger->liveDirect3D;
         delete this;
     }
@@ -232,7 +222,6 @@ struct DeviceOverrides {
         const ULONG left = d->forward(&IDirect3DDevice9::Release);
         if (left == 0) {
             ScriptedDirect3D9* owner = d->m_owner;
-            owner->m_ledger->finalReleases.push_back(left);
             --owner->m_ledger->liveDevices;
             if (owner->m_lastDevice == d) owner->m_lastDevice = nullptr;
             wrappedDevices().erase(self);

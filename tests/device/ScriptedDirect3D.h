@@ -17,9 +17,9 @@ namespace vexiltest {
 struct ComLedger {
     int liveDirect3D = 0;
     int liveDevices = 0;
-    // Values returned by the final Release of each real object.
-    std::vector<ULONG> finalReleases;
-    bool allReleasedToZero() const;
+    // Real objects whose final Release through the decorator left references behind.
+    int heldAfterRelease = 0;
+    bool allReleasedToZero() const { return liveDirect3D == 0 && liveDevices == 0 && heldAfterRelease == 0; }
 };
 
 struct ScriptedAdapter {
@@ -120,7 +120,7 @@ public:
 private:
     friend class ScriptedDevice9;
     friend struct DeviceOverrides;
-    ~ScriptedDirect3D9();
+    ~ScriptedDirect3D9() = default;
     // The real adapter that stands behind a scripted one.
     UINT realAdapter(UINT adapter) const { return m_scripted ? 0 : adapter; }
     bool knownAdapter(UINT adapter) const { return !m_scripted || adapter < m_adapters.size(); }
