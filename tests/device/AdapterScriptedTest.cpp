@@ -108,7 +108,7 @@ TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
     ASSERT_EQ(5u, calls.size());
     EXPECT_TRUE(calls[1].params[0].BackBufferWidth == 1024 && calls[2].params[0].BackBufferWidth == 800 &&
                 calls[4].params[0].BackBufferWidth == 800);
-    EXPECT_EQ(std::vector<DWORD>(2, 500), sleeps->calls());
+    EXPECT_EQ(std::vector<DWORD>(2, 500), sleeps.calls());
     EXPECT_EQ(1u, log.count("VexilDX9", "14 IDirect3D9::CreateDevice S_OK"));
     EXPECT_EQ(static_cast<unsigned>(D3DCREATE_HARDWARE_VERTEXPROCESSING), adapter.vertexProcessingMode());
     EXPECT_EQ(static_cast<unsigned long>(D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL), adapter.clearFlag());
@@ -117,7 +117,7 @@ TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
     d3d->failingVertexMode = D3DCREATE_HARDWARE_VERTEXPROCESSING;
     d3d->failingVertexModeResult = D3DERR_DEVICELOST;
     ASSERT_TRUE(create({0}, true));
-    EXPECT_EQ(2u + 10u, sleeps->calls().size());
+    EXPECT_EQ(2u + 10u, sleeps.calls().size());
     EXPECT_EQ(static_cast<unsigned>(D3DCREATE_MIXED_VERTEXPROCESSING), adapter.vertexProcessingMode());
 
     d3d->failingVertexMode = ~0u;
@@ -214,7 +214,7 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     EXPECT_EQ(D3D_OK, adapter.reset());
     EXPECT_EQ(3u, device->resetCalls);
     EXPECT_TRUE(adapter.depthBuffer(name(0))) << "rebuilt after the reset";
-    EXPECT_TRUE(sleeps->calls().empty()) << "reset does not wait";
+    EXPECT_TRUE(sleeps.calls().empty()) << "reset does not wait";
 
     device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
     device->script.resetResult = D3DERR_INVALIDCALL;
@@ -237,7 +237,7 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     device->script.cooperativeLevels = std::deque<HRESULT>(10, D3DERR_DEVICELOST);
     device->script.cooperativeLevels.push_back(D3DERR_DEVICENOTRESET);
     adapter.cleanup();
-    EXPECT_EQ(std::vector<DWORD>(9, 500), sleeps->calls());
+    EXPECT_EQ(std::vector<DWORD>(9, 500), sleeps.calls());
     EXPECT_EQ(9u, log.count("VexilDX9", "1233 Device in lost state, sleeping 500 ms"));
     expectLogged(log, "VexilDX9", {{1, "1240 Device is in not reset state"}, {3, "14 IDirect3DDevice9::Reset S_OK"},
                                    {1, "1218 Releasing depth stencil"}, {1, "1221 Releasing swap chain"},

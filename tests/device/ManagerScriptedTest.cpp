@@ -125,16 +125,16 @@ TEST_F(ScriptedManager, CreationWaitsForBusyDevicesRetriesShortMemoryAndFallsBac
         d3d->createDeviceResults = c.results;
         d3d->failingVertexMode = c.failingModes;
         d3d->failingVertexModeResult = c.failure;
-        const size_t callsBefore = d3d->createDeviceCalls().size(), sleepsBefore = sleeps->calls().size();
+        const size_t callsBefore = d3d->createDeviceCalls().size(), sleepsBefore = sleeps.calls().size();
         EXPECT_EQ(c.chains, fresh.createRenderDevice(D3DDEVTYPE_HAL, parameters({on(0, windowedChain(w[0]))}), w[0]));
         std::vector<DWORD> modes = vertexModesTried();
         modes.erase(modes.begin(), modes.begin() + callsBefore);
         if (c.chains && c.failingModes) modes.pop_back();  // the mode that finally worked
         EXPECT_EQ(c.modes, modes);
-        EXPECT_EQ(c.sleeps, sleeps->calls().size() - sleepsBefore);
+        EXPECT_EQ(c.sleeps, sleeps.calls().size() - sleepsBefore);
         EXPECT_EQ(c.chains != 0, static_cast<bool>(fresh.renderDevice(D3DDEVTYPE_HAL, w[0])->d3dDevice()));
     }
-    EXPECT_EQ(std::vector<DWORD>(12, 500), sleeps->calls());
+    EXPECT_EQ(std::vector<DWORD>(12, 500), sleeps.calls());
     EXPECT_EQ(10u, log.count(kDeviceLog, "14 IDirect3D9::CreateDevice D3DERR_NOTAVAILABLE"));
     expectLogged(log, kDeviceLog, {{2, "160 Creating Direct3D9 device using vertex processing mode 128"}});
     EXPECT_EQ(2u, log.count(kDeviceLog, "179 Device is lost at creation time"));
