@@ -108,10 +108,6 @@ struct DeviceOverrides {
         const UINT real = index < ScriptedDevice9::of(self).m_heads ? 0u : index;
         return failOrForward(self, &DeviceScript::swapChainResult, chain, &IDirect3DDevice9::GetSwapChain, real, chain);
     }
-    static UINT STDMETHODCALLTYPE GetNumberOfSwapChains(IDirect3DDevice9* self) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        return std::max(d.m_heads, d.forward(&IDirect3DDevice9::GetNumberOfSwapChains));
-    }
     static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,
                                                                IDirect3DSwapChain9** chain) {
         return failOrForward(self, &DeviceScript::additionalSwapChainResult, chain, &IDirect3DDevice9::CreateAdditionalSwapChain,
@@ -156,7 +152,7 @@ ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owne
     m_table.assign(m_realTable, m_realTable + slotOf(&IDirect3DDevice9Ex::GetDisplayModeEx) + 1);
 #define VEXIL_SCRIPT(method) m_table[slotOf(&IDirect3DDevice9::method)] = reinterpret_cast<void*>(&DeviceOverrides::method)
     VEXIL_SCRIPT(Release), VEXIL_SCRIPT(TestCooperativeLevel), VEXIL_SCRIPT(GetDirect3D), VEXIL_SCRIPT(GetSwapChain);
-    VEXIL_SCRIPT(GetNumberOfSwapChains), VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
+    VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
     VEXIL_SCRIPT(GetDepthStencilSurface), VEXIL_SCRIPT(CreateQuery), VEXIL_SCRIPT(CreateTexture);
 #undef VEXIL_SCRIPT
 }
