@@ -148,6 +148,8 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_TRUE(adapter.isSameRenderingOSLocator(names({1, 2, 0})));
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})) || adapter.isSameRenderingOSLocator(names({1, 2})));
     EXPECT_EQ(0u, adapter.adapterIndex(""));
+    adapter.resetHeadRenderFlag();
+    EXPECT_FALSE(adapter.displayHead(0).renderFlag || adapter.displayHead(2).renderFlag);
     expectAssertion([&] { adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL); },
                     763, "deviceWindow.size() >= (subordinate.size() + 1)");
 

@@ -213,7 +213,12 @@ TEST_F(ScriptedManager, ResetOnlyWhenTheDeviceAsksForItAndFailedQueriesAreDroppe
     EXPECT_EQ(1u, log.count("VexilDX9", "14 CreateQuery E_OUTOFMEMORY"));
 }
 
-TEST_F(ScriptedManager, MissingAdaptersAreLogged) {
+TEST_F(ScriptedManager, FailingAndMissingAdaptersAreLogged) {
+    setHeads({0});
+    d3d->adapter(0).capsResult = D3DERR_INVALIDCALL;
+    RenderDeviceManagerDX9 failing;  // each list reads the caps of its own type
+    EXPECT_TRUE(log.contains("VexilDX9.Common", 3, "69 GetDeviceCaps failed. Invalid device type REF DEVICE for ordinal 0"));
+
     setHeads({});
     RenderDeviceManagerDX9 empty;
     EXPECT_TRUE(empty.isUsable());
