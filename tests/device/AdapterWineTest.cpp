@@ -73,9 +73,13 @@ TEST_F(AdapterOneHead, ReportsPrintTheMasksWhateverTheThresholdAndLogTheRest) {
                   id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
     EXPECT_EQ(identifier, captureStdout([&] { adapter.displayInfo(lowerCase(headName(0)).c_str()); }));
     const std::string masks = captureStdout([&] { adapter.displayCaps(head); });
-    char first[64];
-    std::snprintf(first, sizeof first, " Alpha comparison caps %08lX\n Caps %08lX\n", head.caps.AlphaCmpCaps, head.caps.Caps);
+    const D3DCAPS9& caps = head.caps;
+    char first[192], last[64];
+    std::snprintf(first, sizeof first, " Alpha comparison caps %08lX\n Caps %08lX\n Caps2 %08lX\n Caps3 %08lX\n Cursor transparency cap %08lX\n",
+                  caps.AlphaCmpCaps, caps.Caps, caps.Caps2, caps.Caps3, caps.CursorCaps);
+    std::snprintf(last, sizeof last, " Vertex shader texture filter caps %08lX\n", caps.VertexTextureFilterCaps);
     EXPECT_EQ(first, masks.substr(0, std::strlen(first)));
+    EXPECT_NE(std::string::npos, masks.find(last));
     EXPECT_EQ(30, std::count(masks.begin(), masks.end(), '\n'));
     expectLogged(log, "VexilDX9", {{2, "188     Device Name         " + headName(0)}, {2, "103 Adapter Capabilities"},
                                    {2, "195     Adapter ID          " + std::to_string(head.identifier.VendorId)},
