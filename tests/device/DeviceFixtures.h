@@ -71,6 +71,8 @@ inline D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBu
 }
 
 const unsigned kNotFound = 0xFFFFFFFF;
+const char kManagerLog[] = "VexilDX9.RenderDeviceManagerDX9";
+const char kDeviceLog[] = "VexilDX9.RenderDeviceDX9";
 
 inline std::vector<unsigned> toVector(const zeb::Array<unsigned>& array) {
     return std::vector<unsigned>(array.begin(), array.end());

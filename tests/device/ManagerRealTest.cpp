@@ -6,9 +6,6 @@ using namespace VexilDX9;
 namespace vexiltest {
 namespace {
 
-const char kManagerLog[] = "VexilDX9.RenderDeviceManagerDX9";
-const char kDeviceLog[] = "VexilDX9.RenderDeviceDX9";
-
 class ManagerOnWine : public RealDirect3DTest {
 protected:
     zeb::Array<RenderDeviceParameterDX9> on(std::initializer_list<SwapChainParameterDX9> chains) {

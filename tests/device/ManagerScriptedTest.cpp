@@ -7,9 +7,6 @@ using namespace VexilDX9;
 namespace vexiltest {
 namespace {
 
-const char kManagerLog[] = "VexilDX9.RenderDeviceManagerDX9";
-const char kDeviceLog[] = "VexilDX9.RenderDeviceDX9";
-
 class ScriptedManager : public ScriptedDirect3DTest {
 protected:
     void TearDown() override {
