@@ -1,6 +1,7 @@
 #include "ScriptedDirect3D.h"
 
 #include <cstdint>
+#include <cstring>
 #include <map>
 
 namespace vexiltest {

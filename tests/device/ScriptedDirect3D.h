@@ -7,8 +7,7 @@
 #include <d3d9.h>
 #include <windows.h>
 
-#include <algorithm>
-#include <cstring>
+#include <cstdio>
 #include <deque>
 #include <memory>
 #include <string>
@@ -116,11 +115,8 @@ public:
     HRESULT STDMETHODCALLTYPE GetAdapterIdentifier(UINT adapter, DWORD flags, D3DADAPTER_IDENTIFIER9* identifier) override {
         HRESULT hr = scriptedResult(adapter, &ScriptedAdapter::identifierResult);
         if (SUCCEEDED(hr)) hr = m_real->GetAdapterIdentifier(realAdapter(adapter), flags, identifier);
-        if (SUCCEEDED(hr) && m_scripted) {
-            std::memset(identifier->DeviceName, 0, sizeof identifier->DeviceName);
-            const std::string& name = m_adapters[adapter].deviceName;
-            std::memcpy(identifier->DeviceName, name.data(), std::min(name.size(), sizeof identifier->DeviceName));
-        }
+        if (SUCCEEDED(hr) && m_scripted)
+            std::snprintf(identifier->DeviceName, sizeof identifier->DeviceName, "%s", m_adapters[adapter].deviceName.c_str());
         return hr;
     }
     UINT STDMETHODCALLTYPE GetAdapterModeCount(UINT adapter, D3DFORMAT format) override {
