@@ -1,7 +1,9 @@
 #include <VexilDX9/EffectShaderCheck.h>
+#include <VexilDX9/ShaderInstructionCheck.h>
 
 #include <d3dx9.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace VexilDX9 {
@@ -12,6 +14,7 @@ const uint32_t kCommentOpcode = 0xFFFE;
 const uint32_t kConstantTableTag = MAKEFOURCC('C', 'T', 'A', 'B');
 const uint32_t kPreshaderTag = MAKEFOURCC('P', 'R', 'E', 'S');
 const uint32_t kPreshaderCodeTag = MAKEFOURCC('F', 'X', 'L', 'C');
+const uint32_t kLiteralTag = MAKEFOURCC('C', 'L', 'I', 'T');
 const size_t kTableHeaderBytes = 28, kConstantRecordBytes = 20, kTypeRecordBytes = 16, kMemberRecordBytes = 8;
 const unsigned kMaxTypeNesting = 16;
 // D3DX makes one constant per element and struct member; a table may ask for no more than this.
@@ -119,6 +122,99 @@ private:
     long m_budget = kConstantBudget;
 };
 
+// Register tables of preshader operands, as preshader code numbers them.
+enum RegisterTable : uint32_t { Literal = 1, Input = 2, Output = 4, OutputBool = 5, OutputInt = 6, Temporary = 7, TableCount = 8 };
+const bool kKnownTable[TableCount] = {false, true, true, false, true, true, true, true};
+const uint32_t kMaxRegister = 1 << 14;  // D3DX sizes each table by its highest register
+
+struct PreshaderOperation {
+    uint32_t opcode, inputs;
+};
+// nop mov neg rcp frc exp log rsq sin cos asin acos atan min max lt ge add mul atan2 div cmp dot dotswiz
+const PreshaderOperation kPreshaderOperations[] = {
+    {0x000, 0}, {0x100, 1}, {0x101, 1}, {0x103, 1}, {0x104, 1}, {0x105, 1}, {0x106, 1}, {0x107, 1}, {0x108, 1},
+    {0x109, 1}, {0x10A, 1}, {0x10B, 1}, {0x10C, 1}, {0x200, 2}, {0x201, 2}, {0x202, 2}, {0x203, 2}, {0x204, 2},
+    {0x205, 2}, {0x206, 2}, {0x208, 2}, {0x300, 3}, {0x500, 2}, {0x70E, 6}, {0x70E, 8}};
+
+bool isPreshaderOperation(uint32_t opcode, uint32_t inputs) {
+    for (const PreshaderOperation& operation : kPreshaderOperations)
+        if (operation.opcode == opcode && operation.inputs == inputs) return true;
+    return false;
+}
+
+// Preshader instructions as D3DX reads and runs them. D3DX bounds the registers read directly; a
+// read through an address register wraps modulo the size of its table instead, so that table may
+// not be empty (the input table wraps to a power of two, at least one). D3DX also copies the
+// literal table from a literal block it takes to be there unless the code writes that table.
+class PreshaderCode {
+public:
+    PreshaderCode(const uint8_t* code, size_t words, uint32_t literalRegisters, const Reader& reader)
+        : m_code(code), m_words(words), m_reader(reader) {
+        m_sizes[Literal] = literalRegisters;
+    }
+
+    bool check(bool hasLiterals) {
+        if (m_words == 0) return false;
+        uint32_t instructions = m_reader.structural(m_code);
+        size_t at = 1;
+        for (uint32_t i = 0; i < instructions; ++i)  // each takes words, so this ends with them
+            if (!instruction(at)) return false;
+        for (uint32_t table : m_addressedTables)
+            if (table != Input && m_sizes[table] == 0) return false;
+        return hasLiterals || m_sizes[Literal] > 0;
+    }
+
+private:
+    struct Operand {
+        uint32_t table, offset;
+        bool relative;
+    };
+
+    uint32_t word(size_t index) const { return wordAt(m_code + index * 4); }
+
+    static bool knownRegister(uint32_t table, uint32_t offset) {
+        return table < TableCount && kKnownTable[table] && offset / 4 < kMaxRegister;
+    }
+
+    // Inputs, then the output; the output cannot be addressed through a register.
+    bool instruction(size_t& at) {
+        if (m_words - at < 2) return false;
+        uint32_t code = word(at), inputs = word(at + 1), components = code & 0xFFFF;
+        if (components < 1 || components > 4 || !isPreshaderOperation((code & 0x7FF00000) >> 20, inputs)) return false;
+        at += 2;
+        Operand operand = {};
+        for (uint32_t i = 0; i <= inputs; ++i) {
+            if (!this->operand(at, operand)) return false;
+            if (operand.relative) m_addressedTables.push_back(operand.table);
+        }
+        if (operand.relative) return false;
+        // Bool registers count one component each; the others four.
+        uint32_t last = operand.table == OutputBool ? operand.offset / 4 + components - 1
+                                                     : (operand.offset + components - 1) / 4;
+        m_sizes[operand.table] = std::max(m_sizes[operand.table], last + 1);
+        return true;
+    }
+
+    // A relative flag, the address register when it is set, then the register.
+    bool operand(size_t& at, Operand& out) const {
+        if (m_words - at < 3) return false;
+        uint32_t relative = word(at);
+        if (relative > 1 || (relative && m_words - at < 5)) return false;
+        if (relative && !knownRegister(word(at + 1), word(at + 2))) return false;
+        size_t reg = at + 1 + 2 * relative;
+        if (!knownRegister(word(reg), word(reg + 1))) return false;
+        out = {word(reg), word(reg + 1), relative == 1};
+        at = reg + 2;
+        return true;
+    }
+
+    const uint8_t* m_code;
+    size_t m_words;
+    const Reader& m_reader;
+    uint32_t m_sizes[TableCount] = {};
+    std::vector<uint32_t> m_addressedTables;
+};
+
 enum class Search { Found, Absent, Broken };
 
 // Tokens of a code blob, as D3DX walks them.
@@ -130,17 +226,22 @@ public:
     bool shader() {
         uint32_t kind = token(0) >> 16;
         if ((kind != 0xFFFE && kind != 0xFFFF) || token(m_words - 1) != kEndToken) return false;
-        if (!constantTableAt(0)) return false;
+        if (!isSoundInstructionStream(m_code, m_words) || !constantTableAt(0)) return false;
         size_t preshader = 0, preshaderWords = 0;
         return !leadingComment(1, m_words - 1, kPreshaderTag, preshader, preshaderWords) ||
                (preshader + preshaderWords < m_words && this->preshader(preshader, preshaderWords));
     }
 
-    // A preshader reads its constant table only when it has code.
+    // A preshader reads its constant table, literals and instructions only when it has code.
     bool preshader(size_t start, size_t words) {
-        size_t code = 0, codeWords = 0;
+        size_t code = 0, codeWords = 0, literals = 0, literalWords = 0;
         if (words == 0 || !leadingComment(start + 1, words - 1, kPreshaderCodeTag, code, codeWords)) return true;
-        return constantTableAt(start);
+        bool hasLiterals = leadingComment(start + 1, words - 1, kLiteralTag, literals, literalWords);
+        uint32_t literalCount = hasLiterals ? structuralToken(literals) : 0;
+        // Literals are doubles, whole registers of four.
+        if (hasLiterals && (literalCount > (literalWords - 1) / 2 || literalCount % 4 != 0)) return false;
+        PreshaderCode instructions(m_code + code * 4, codeWords - 1, literalCount / 4, m_reader);
+        return constantTableAt(start) && instructions.check(hasLiterals);
     }
 
     size_t words() const { return m_words; }

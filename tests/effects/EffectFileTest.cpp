@@ -1,5 +1,6 @@
 #include <VexilDX9/Effect.h>
 #include <VexilDX9/EffectFile.h>
+#include <VexilDX9/EffectShaderCheck.h>
 
 #include "EffectFixture.h"
 #include "TestPaths.h"
@@ -149,6 +150,20 @@ TinyEffect shaderEffect(const Words& code) {
     return effect;
 }
 
+// An expression moving literal 0 to output c0 through the operands given; the literal block holds
+// one register (four doubles).
+Words expression(const Words& source = {0, 1, 0}, const Words& output = {0, 4, 0},
+                 uint32_t literalTag = MAKEFOURCC('C', 'L', 'I', 'T')) {
+    Words code{0x46580200, 0xFFFE | (10u << 16), literalTag, 4, 0, 0, 0, 0, 0, 0, 0, 0};
+    Words instructions{MAKEFOURCC('F', 'X', 'L', 'C'), 1, 0x10000001, 1};
+    instructions.insert(instructions.end(), source.begin(), source.end());
+    instructions.insert(instructions.end(), output.begin(), output.end());
+    code.push_back(0xFFFE | static_cast<uint32_t>(instructions.size() << 16));
+    code.insert(code.end(), instructions.begin(), instructions.end());
+    code.push_back(0x0000FFFF);
+    return code;
+}
+
 }  // namespace
 
 // Ours and Microsoft's compiled effects pass; no cut of ours does.
@@ -202,8 +217,8 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
 }
 
 // D3DX walks the comments of shader code up to its end token and reads the constant table it
-// finds by the offsets and counts inside it.
-TEST(EffectFileCheck, ConstantTablesInShadersAreCheckedLikeTheFile) {
+// finds by the offsets and counts inside it; the device walks the instructions by their lengths.
+TEST(EffectFileCheck, ShaderCodeIsCheckedLikeTheFile) {
     const struct {
         size_t word;
         uint32_t value;
@@ -226,11 +241,56 @@ TEST(EffectFileCheck, ConstantTablesInShadersAreCheckedLikeTheFile) {
         {17, 0xFFFF, false},              // 65535 elements, where the parameter it names has one
         {15, D3DXPC_SCALAR | (D3DXPT_INT << 16), false},  // not the parameter's type
         {16, 1 | (4u << 16), false},      // nor its columns
+        {25, 0x7FFFFFFF, false},          // an instruction 15 tokens long walks past the end token
+        {25, 0x03000001, false},          // mov with three operand tokens
+        {25, 0x02000031, false},          // no such opcode
+        {26, 0x800F2800, false},          // an address token the length leaves out
     };
     for (const auto& c : cases) {
         Words code = shaderWithTable();
         if (c.word) code[c.word] = c.value;
         EXPECT_EQ(c.sound, shaderEffect(code).wellFormed()) << "word " << c.word << " = " << c.value;
+    }
+}
+
+// D3DX bounds the registers an expression reads directly, not those read through an address
+// register: it wraps those by their table's size, and fills the literal table unchecked.
+TEST(EffectFileCheck, ExpressionsAreCheckedAsD3DXRunsThem) {
+    auto sound = [](Words code, size_t word = 0, uint32_t value = 0) {
+        if (word) code[word] = value;
+        return VexilDX9::isSoundEffectCode(reinterpret_cast<const uint8_t*>(code.data()), code.size() * 4,
+                                           VexilDX9::CodeKind::Expression);
+    };
+    EXPECT_TRUE(sound(expression()));
+    EXPECT_TRUE(sound(expression({1, 2, 0, 1, 0}))) << "literals through an input register";
+    EXPECT_TRUE(sound(expression({1, 1, 0, 2, 0}))) << "inputs through a literal";
+    EXPECT_FALSE(sound(expression({1, 2, 0, 7, 0}))) << "temporaries nothing writes";
+    EXPECT_FALSE(sound(expression({0, 1, 0}, {0, 4, 0}, MAKEFOURCC('C', 'T', 'I', 'T')))) << "no literal block";
+    EXPECT_FALSE(sound(expression({0, 1, 0}, {1, 2, 0, 4, 0}))) << "an output through an address register";
+    EXPECT_FALSE(sound(expression(), 3, 2)) << "literals in part of a register";
+    EXPECT_FALSE(sound(expression(), 3, 1000)) << "more literals than the block holds";
+    EXPECT_FALSE(sound(expression(), 15, 0x10000005)) << "five components";
+    EXPECT_FALSE(sound(expression(), 15, 0x10200001)) << "no such operation";
+    EXPECT_FALSE(sound(expression(), 14, 2)) << "more instructions than the code holds";
+}
+
+// Inputs the damage campaign found passing the check and crashing D3DX or the device.
+TEST(EffectFileCheck, DamageFoundByTheCampaignIsRefused) {
+    const struct {
+        const char* file;
+        std::vector<std::pair<size_t, uint8_t>> bytes;
+    } cases[] = {
+        {"test-effects\\marks.fxo", {{4194, 0xFF}, {4195, 0xFF}, {4196, 0xFF}, {4197, 0x7F}}},
+        {"fna\\AlphaTestEffect.fxb", {{4576, 0xFF}, {4577, 0xFF}, {4578, 0xFF}, {4579, 0xFF}, {5084, 1}}},
+        {"fna\\SkinnedEffect.fxb", {{19273, 0x85}, {22606, 0x42}, {48125, 0x33}, {55429, 0x54}}},
+    };
+    for (const auto& c : cases) {
+        bool sample = std::strncmp(c.file, "fna", 3) == 0;
+        if (sample && vexiltest::samplesDir().empty()) continue;
+        Bytes bytes = fileBytes(sample ? vexiltest::samplesDir() + "\\" + c.file : std::string(c.file));
+        ASSERT_TRUE(VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())) << c.file;
+        for (const auto& edit : c.bytes) bytes.at(edit.first) = edit.second;
+        EXPECT_FALSE(VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())) << c.file;
     }
 }
 
