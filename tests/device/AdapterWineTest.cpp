@@ -69,13 +69,15 @@ TEST_F(AdapterOneHead, ReportsPrintTheMasksWhateverTheThresholdAndLogTheRest) {
     const AdapterD3D9::DisplayHead& head = adapter.displayHead(0);
     const GUID& id = head.identifier.DeviceIdentifier;
     char identifier[64];
-    std::snprintf(identifier, sizeof identifier, "    Device Identifier %08lX-%04X-%04X-%02X%02X%02X%02X%02X%02X%02X%02X", id.Data1,
-                  id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
+    std::snprintf(identifier, sizeof identifier, "    Device Identifier %08lX-%04X-%04X-%02X%02X%02X%02X%02X%02X%02X%02X",
+                  id.Data1, id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5],
+                  id.Data4[6], id.Data4[7]);
     EXPECT_EQ(identifier, captureStdout([&] { adapter.displayInfo(lowerCase(headName(0)).c_str()); }));
     const std::string masks = captureStdout([&] { adapter.displayCaps(head); });
     const D3DCAPS9& caps = head.caps;
     char first[192], last[64];
-    std::snprintf(first, sizeof first, " Alpha comparison caps %08lX\n Caps %08lX\n Caps2 %08lX\n Caps3 %08lX\n Cursor transparency cap %08lX\n",
+    std::snprintf(first, sizeof first,
+                  " Alpha comparison caps %08lX\n Caps %08lX\n Caps2 %08lX\n Caps3 %08lX\n Cursor transparency cap %08lX\n",
                   caps.AlphaCmpCaps, caps.Caps, caps.Caps2, caps.Caps3, caps.CursorCaps);
     std::snprintf(last, sizeof last, " Vertex shader texture filter caps %08lX\n", caps.VertexTextureFilterCaps);
     EXPECT_EQ(first, masks.substr(0, std::strlen(first)));

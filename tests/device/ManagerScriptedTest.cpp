@@ -220,7 +220,8 @@ TEST_F(ScriptedManager, FailingAndMissingAdaptersAreLogged) {
     RenderDeviceManagerDX9 empty;
     EXPECT_TRUE(empty.isUsable());
     EXPECT_EQ(0u, empty.createRenderDevice(D3DDEVTYPE_HAL, parameters({on(0, windowedChain(w[0]))}), w[0]));
-    expectLogged(log, kManagerLog, {{3, "85 No adapters of type HAL DEVICE enumerated"}, {3, "85 No adapters of type REF DEVICE enumerated"},
+    expectLogged(log, kManagerLog, {{3, "85 No adapters of type HAL DEVICE enumerated"},
+                                    {3, "85 No adapters of type REF DEVICE enumerated"},
                                     {3, "178 Cannot create render device with an empty device group list"}});
     EXPECT_EQ(0xFFFFFFFFu, empty.currentAdapterFormat(headName(0).c_str()));
 }
