@@ -10,17 +10,6 @@ using namespace scenetest;
 
 namespace {
 
-class SceneLoaderTest : public vexiltest::DeviceTest {
-protected:
-    void SetUp() override {
-        DeviceTest::SetUp();
-        loader.assignNamelessFrameToName("dummy_");
-        loader.setTextureFileRootDirectory("C:\\scene");
-        loader.resetDummyFrameCounter();
-    }
-    SceneLoaderX loader;
-};
-
 std::vector<std::string> namesOf(D3DXFRAME* root) {
     std::vector<std::string> names;
     for (D3DXFRAME* f : framesPreOrder(root)) names.push_back(f->Name);
@@ -33,20 +22,19 @@ std::string namingFixture() {
                                         frame("", ""));
 }
 
-std::string sceneFixture() {
+std::string sceneText() {
     std::string textured = materialList({material(0.2f, 0.4f, 0.6f, 1, 20, "maps\\wood.bmp"),
                                          material(1, 0, 0, 0.5f, 8, "maps/wood.bmp"), material(0, 1, 0, 1, 0, "wood.bmp"),
                                          material(0, 0, 1, 1, 3, "")},
                                         0, 3);
-    return writeFixture("scene.x", xHeader() + frame("Root", frame("BoneA", frame("BoneB", "")) +
-                                                              frame("Board", quadMesh("Board", textured)) +
-                                                              frame("Pair", quadMesh("", "") + quadMesh("", "")) +
-                                                              frame("Body", quadMesh("Skin", "", skin({"BoneA", "BoneB"})))));
+    return xHeader() + frame("Root", frame("BoneA", frame("BoneB", "")) + frame("Board", quadMesh("Board", textured)) +
+                                         frame("Pair", quadMesh("", "") + quadMesh("", "")) +
+                                         frame("Body", quadMesh("Skin", "", skin({"BoneA", "BoneB"}))));
 }
 
 }  // namespace
 
-TEST_F(SceneLoaderTest, NamelessFramesAreNumberedClassWideInCreationOrder) {
+TEST_F(LoaderTest, NamelessFramesAreNumberedClassWideInCreationOrder) {
     std::string path = namingFixture();
     {
         // D3DX gathers several top-level frames under a nameless root that it creates last.
@@ -67,8 +55,8 @@ TEST_F(SceneLoaderTest, NamelessFramesAreNumberedClassWideInCreationOrder) {
     EXPECT_EQ(namesOf(scene.root()), (std::vector<std::string>{"n3", "Root", "n0", "Named", "n1", "n2"}));
 }
 
-TEST_F(SceneLoaderTest, ContainersCarryCopiedMaterialsRerootedTexturesAdjacencyAndSkin) {
-    LoadedHierarchy scene(device(), sceneFixture(), loader);
+TEST_F(LoaderTest, ContainersCarryCopiedMaterialsRerootedTexturesAdjacencyAndSkin) {
+    LoadedHierarchy scene(device(), writeFixture("scene.x", sceneText()), loader);
     ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
     D3DXMESHCONTAINER* board = D3DXFrameFind(scene.root(), "Board")->pMeshContainer;
     ASSERT_NE(board, nullptr);
@@ -104,13 +92,13 @@ TEST_F(SceneLoaderTest, ContainersCarryCopiedMaterialsRerootedTexturesAdjacencyA
     EXPECT_STREQ(skinInfo->GetBoneName(1), "BoneB");
 }
 
-TEST_F(SceneLoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
-    for (const std::string& path : {namingFixture(), sceneFixture()}) {
+TEST_F(LoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
+    for (const std::string& path : {namingFixture(), writeFixture("scene.x", sceneText())}) {
         AllocationSpy spy;
         ASSERT_TRUE(spy.registered());
         LoadedHierarchy scene(device(), path, loader);
         ASSERT_TRUE(scene.ok()) << path;
-        EXPECT_GT(spy.liveBytes(), 0);
+        EXPECT_GT(spy.liveBlocks(), 0u);
         std::vector<IUnknown*> held;  // a reference of our own on everything the containers keep
         for (D3DXFRAME* f : framesPreOrder(scene.root()))
             for (D3DXMESHCONTAINER* c : containersOf(f))
@@ -120,12 +108,12 @@ TEST_F(SceneLoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
                         held.push_back(object);
                     }
         EXPECT_EQ(scene.destroy(), S_OK);
-        EXPECT_EQ(spy.liveBytes(), 0) << path;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << path;
         for (IUnknown* object : held) EXPECT_EQ(object->Release(), 0u) << path;
     }
 }
 
-TEST_F(SceneLoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
+TEST_F(LoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
     vexiltest::LogCapture log;
     ID3DXMesh* box = nullptr;
     ID3DXSkinInfo* skinInfo = nullptr;
@@ -171,7 +159,7 @@ TEST_F(SceneLoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
             EXPECT_EQ(hr, E_OUTOFMEMORY) << "allocation " << n;
             EXPECT_EQ(c, nullptr);
         }
-        EXPECT_EQ(spy.liveBytes(), 0) << "allocation " << n;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << "allocation " << n;
     }
     spy.failAllocation(2);
     ASSERT_EQ(create(""), S_OK);  // a nameless container does without its empty name
@@ -201,13 +189,13 @@ TEST_F(SceneLoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
     EXPECT_EQ(f->TransformationMatrix._44, 0.0f);  // all zeros until D3DX fills it
     loader.DestroyFrame(f);
 
-    EXPECT_EQ(spy.liveBytes(), 0);
+    EXPECT_EQ(spy.liveBlocks(), 0u);
     EXPECT_EQ(skinInfo->Release(), 0u);
     EXPECT_EQ(box->Release(), 0u);
 }
 
-TEST_F(SceneLoaderTest, BrokenFilesFailAndOddFilesLoadWithoutLeaking) {
-    std::string good = readFile(sceneFixture());
+TEST_F(LoaderTest, BrokenFilesFailAndOddFilesLoadWithoutLeaking) {
+    std::string good = sceneText();
     // The project's d3dx9_37.dll knows the skin templates even when a file does not declare them.
     std::vector<std::pair<std::string, int>> files = {  // path, whether it loads (-1: either way)
         {writeFixture("truncated.x", good.substr(0, good.size() - 60)), 0},
@@ -225,7 +213,7 @@ TEST_F(SceneLoaderTest, BrokenFilesFailAndOddFilesLoadWithoutLeaking) {
             EXPECT_EQ(scene.root() != nullptr, SUCCEEDED(scene.result())) << file.first;
             EXPECT_TRUE(file.second < 0 || SUCCEEDED(scene.result()) == (file.second == 1)) << file.first;
         }
-        EXPECT_EQ(spy.liveBytes(), 0) << file.first;
+        EXPECT_EQ(spy.liveBlocks(), 0u) << file.first;
     }
     if (!samples) std::printf("../shared/samples is absent: malformed_skinweights_oob.x check skipped\n");
 }

@@ -2,59 +2,32 @@
 
 #include <TestPaths.h>
 
-#include <cctype>
-#include <cstring>
-#include <cstdio>
 #include <fstream>
 #include <functional>
-#include <set>
-#include <sstream>
 
 namespace scenetest {
 
-HRESULT AllocationSpy::QueryInterface(REFIID riid, void** object) {
-    bool known = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMallocSpy);
-    *object = known ? static_cast<IMallocSpy*>(this) : nullptr;
-    return known ? S_OK : E_NOINTERFACE;
+static AllocationSpy* activeSpy = nullptr;
+
+AllocationSpy::AllocationSpy()
+    : m_allocate("VexilDX9.dll", "ole32.dll", "CoTaskMemAlloc", reinterpret_cast<void*>(&AllocationSpy::allocate)),
+      m_free("VexilDX9.dll", "ole32.dll", "CoTaskMemFree", reinterpret_cast<void*>(&AllocationSpy::free)) {
+    activeSpy = this;
 }
 
-SIZE_T AllocationSpy::PreAlloc(SIZE_T request) {
-    m_pending = request;
-    return ++m_allocations == m_failAt ? 0 : request;
+AllocationSpy::~AllocationSpy() { activeSpy = nullptr; }
+
+void* WINAPI AllocationSpy::allocate(SIZE_T bytes) {
+    if (++activeSpy->m_allocations == activeSpy->m_failAt) return nullptr;
+    void* block = CoTaskMemAlloc(bytes);
+    if (block) activeSpy->m_live.insert(block);
+    return block;
 }
 
-void* AllocationSpy::PostAlloc(void* actual) {
-    if (actual) m_liveBytes += static_cast<long long>(m_live[actual] = m_pending);
-    return actual;
+void WINAPI AllocationSpy::free(void* block) {
+    activeSpy->m_live.erase(block);
+    CoTaskMemFree(block);
 }
-
-void* AllocationSpy::PreFree(void* request, BOOL) {
-    auto found = m_live.find(request);
-    if (found != m_live.end()) {
-        m_liveBytes -= static_cast<long long>(found->second);
-        m_live.erase(found);
-    }
-    return request;
-}
-
-SIZE_T AllocationSpy::PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL spyed) {
-    PreFree(request, spyed);
-    *newRequest = request;
-    return m_pending = size;
-}
-
-namespace {
-std::string number(float value) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.6f", value);
-    return buffer;
-}
-std::string list(const std::vector<std::string>& items, const char* separator) {
-    std::string text;
-    for (size_t i = 0; i < items.size(); ++i) text += (i ? separator : "") + items[i];
-    return text;
-}
-}  // namespace
 
 std::string xHeader() {
     return "xof 0303txt 0032\n"
@@ -67,10 +40,9 @@ std::string xHeader() {
 
 std::string frame(const std::string& name, const std::string& body) { return "Frame " + name + " {\n" + body + "}\n"; }
 
-std::string translation(float x, float y, float z, float scale) {
-    std::string s = number(scale);
-    return "FrameTransformMatrix { " + s + ",0.0,0.0,0.0, 0.0," + s + ",0.0,0.0, 0.0,0.0," + s + ",0.0, " + number(x) + "," + number(y) + "," +
-           number(z) + ",1.0;; }\n";
+std::string translation(float x, float y, float z) {
+    return "FrameTransformMatrix { 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + std::to_string(x) + "," +
+           std::to_string(y) + "," + std::to_string(z) + ",1.0;; }\n";
 }
 
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra) {
@@ -79,15 +51,17 @@ std::string quadMesh(const std::string& name, const std::string& materials, cons
 }
 
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile) {
-    std::string text = "Material { " + number(r) + ";" + number(g) + ";" + number(b) + ";" + number(a) + ";; " +
-                       number(power) + "; 0.25;0.5;0.75;; 0.1;0.2;0.3;;\n";
+    std::string text = "Material { " + std::to_string(r) + ";" + std::to_string(g) + ";" + std::to_string(b) + ";" +
+                       std::to_string(a) + ";; " + std::to_string(power) + "; 0.25;0.5;0.75;; 0.1;0.2;0.3;;\n";
     if (!textureFile.empty()) text += " TextureFilename { \"" + textureFile + "\"; }\n";
     return text + "}\n";
 }
 
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1) {
-    return "MeshMaterialList { " + std::to_string(materials.size()) + "; 2; " + std::to_string(face0) + ", " +
-           std::to_string(face1) + ";;\n" + list(materials, "") + "}\n";
+    std::string text = "MeshMaterialList { " + std::to_string(materials.size()) + "; 2; " + std::to_string(face0) + ", " +
+                       std::to_string(face1) + ";;\n";
+    for (const std::string& m : materials) text += m;
+    return text + "}\n";
 }
 
 std::string skin(const std::vector<std::string>& bones) {
@@ -102,12 +76,6 @@ std::string writeFixture(const std::string& fileName, const std::string& text) {
     std::string path = vexiltest::outputDir() + "\\" + fileName;
     std::ofstream(path, std::ios::binary) << text;
     return path;
-}
-
-std::string readFile(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
 }
 
 LoadedHierarchy::LoadedHierarchy(IDirect3DDevice9* device, const std::string& path, SceneLoaderX& loader)
@@ -143,106 +111,10 @@ std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root) {
     return result;
 }
 
-void PrintTo(const FrameRow& row, std::ostream* out) { *out << "{" << row.name << ", " << int(row.parent) << "}"; }
-
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index) {
     std::vector<FrameRow> rows;
     for (unsigned i = 0; i < index.size(); ++i) rows.push_back({index[int(i)].m_frame->Name, index[int(i)].m_parentIndex});
     return rows;
-}
-
-namespace {
-
-// Words and braces of X text; strings, comments, GUIDs and numbers dropped.
-std::vector<std::string> xTokens(const std::string& text) {
-    std::vector<std::string> tokens;
-    for (size_t i = 0; i < text.size();) {
-        char c = text[i];
-        auto skipTo = [&](const std::string& end) {
-            size_t found = text.find(end, i + 1);
-            i = found == std::string::npos ? text.size() : found + 1;
-        };
-        if (c == '"') skipTo("\"");
-        else if (c == '<') skipTo(">");
-        else if (c == '#' || text.compare(i, 2, "//") == 0) skipTo("\n");
-        else if (c == '{' || c == '}') tokens.push_back(std::string(1, text[i++]));
-        else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-            size_t start = i;
-            while (i < text.size() && (std::isalnum(static_cast<unsigned char>(text[i])) || std::strchr("_-.", text[i]) != nullptr)) ++i;
-            tokens.push_back(text.substr(start, i - start));
-        } else ++i;
-    }
-    return tokens;
-}
-
-}  // namespace
-
-std::vector<FrameRow> expectedTableFromText(const std::string& text, const std::string& prefix) {
-    std::vector<std::string> t = xTokens(text);
-    std::vector<std::pair<std::string, std::vector<size_t>>> frames;  // name, children
-    std::vector<size_t> topLevel;
-    std::vector<long> open;  // frame per open brace, -1 for other blocks
-    unsigned nameless = 0;
-    auto isFrameWord = [&](size_t k) { return t[k] == "Frame" && (k == 0 || t[k - 1] != "template"); };
-    for (size_t i = 0; i < t.size(); ++i) {
-        if (t[i] == "}" && !open.empty()) open.pop_back();
-        if (t[i] != "{") continue;
-        std::string name;
-        if (i >= 2 && isFrameWord(i - 2)) name = t[i - 1];
-        else if (!(i >= 1 && isFrameWord(i - 1))) {
-            open.push_back(-1);
-            continue;
-        }
-        frames.push_back({name.empty() ? prefix + std::to_string(nameless++) : name, {}});
-        long parent = -1;
-        for (auto it = open.rbegin(); it != open.rend() && parent < 0; ++it) parent = *it;
-        (parent < 0 ? topLevel : frames[size_t(parent)].second).push_back(frames.size() - 1);
-        open.push_back(long(frames.size() - 1));
-    }
-    std::vector<size_t> order(topLevel);
-    std::vector<FrameRow> rows;
-    for (size_t f : topLevel) rows.push_back({frames[f].first, FrameNode::noParent});
-    for (size_t i = 0; i < order.size(); ++i)
-        for (size_t child : frames[order[i]].second) {
-            order.push_back(child);
-            rows.push_back({frames[child].first, unsigned(i)});
-        }
-    return rows;
-}
-
-::testing::AssertionResult indexInvariantsHold(const FrameNodeIndexer& index, D3DXFRAME* root) {
-    const unsigned n = index.size();
-    if (n == 0 || framesPreOrder(root).size() != n) return ::testing::AssertionFailure() << n << " nodes for the tree";
-    std::set<D3DXFRAME*> seen;
-    std::map<unsigned, std::vector<D3DXFRAME*>> children;  // by parent index, noParent for the top
-    std::map<std::string, unsigned> firstOf;
-    unsigned lastParent = 0;
-    for (unsigned i = 0; i < n; ++i) {
-        const FrameNode& node = index[int(i)];
-        if (!node.m_frame || !seen.insert(node.m_frame).second) return ::testing::AssertionFailure() << "node " << i;
-        unsigned parent = node.m_parentIndex;
-        bool top = parent == FrameNode::noParent;
-        if (top ? i > 0 && index[int(i - 1)].m_parentIndex != FrameNode::noParent : (parent >= i || parent < lastParent))
-            return ::testing::AssertionFailure() << "node " << i << " is out of breadth-first order";
-        if (!top) lastParent = parent;
-        children[parent].push_back(node.m_frame);
-        firstOf.emplace(node.m_frame->Name, i);
-    }
-    auto chain = [](D3DXFRAME* f) {
-        std::vector<D3DXFRAME*> result;
-        for (; f; f = f->pFrameSibling) result.push_back(f);
-        return result;
-    };
-    if (chain(root) != children[FrameNode::noParent]) return ::testing::AssertionFailure() << "top level";
-    for (unsigned i = 0; i < n; ++i)
-        if (chain(index[int(i)].m_frame->pFrameFirstChild) != children[i])
-            return ::testing::AssertionFailure() << "children of node " << i;
-    if (index.frameListIndex().size() != firstOf.size()) return ::testing::AssertionFailure() << "index size";
-    for (const auto& entry : firstOf) {
-        const unsigned* position = index.frameListIndex().find(zeb::String(entry.first.c_str()));
-        if (!position || *position != entry.second) return ::testing::AssertionFailure() << "index of " << entry.first;
-    }
-    return ::testing::AssertionSuccess();
 }
 
 }  // namespace scenetest

@@ -26,25 +26,23 @@ TEST(PerspectiveViewer, RotationTurnsLookAtAndUpAboutTheEyeAsPoints) {
     D3DXMATRIX identity;
     EXPECT_TRUE(same(fresh.matrixLookAtLH(), *D3DXMatrixIdentity(&identity)));
     EXPECT_EQ(fresh.fovHalfAngle(), 0.7853982f);
-    fresh.setRotation(0, kPi / 2, 0);
-    EXPECT_TRUE(same(fresh.lookAtVector(), D3DXVECTOR3(1, 0, 0)));
-    EXPECT_TRUE(same(fresh.upVector(), D3DXVECTOR3(0, 1, 0)));
-
-    PerspectiveViewer back;
-    back.setTranslation(D3DXVECTOR3(0, 0, -5));
-    back.setRotation(0, kPi / 2, 0);
-    EXPECT_TRUE(same(back.lookAtVector(), D3DXVECTOR3(6, 0, -5)));
-    EXPECT_TRUE(same(back.upVector(), D3DXVECTOR3(5, 1, -5)));
-
-    // Pitch first, then yaw, then roll; successive calls accumulate.
-    PerspectiveViewer turned;
-    turned.setRotation(kPi / 4, 0, 0);
-    turned.setRotation(kPi / 4, 0, 0);
-    EXPECT_TRUE(same(turned.lookAtVector(), D3DXVECTOR3(0, -1, 0)));
-    EXPECT_TRUE(same(turned.upVector(), D3DXVECTOR3(0, 0, 1)));
-    PerspectiveViewer rolled;
-    rolled.setRotation(0, 0, kPi / 2);
-    EXPECT_TRUE(same(rolled.upVector(), D3DXVECTOR3(-1, 0, 0)));
+    struct Case {
+        float eyeZ;
+        D3DXVECTOR3 pitchYawRoll;
+        unsigned turns;  // successive calls accumulate
+        D3DXVECTOR3 lookAt, up;
+    };
+    const Case cases[] = {{0, {0, kPi / 2, 0}, 1, {1, 0, 0}, {0, 1, 0}},
+                          {-5, {0, kPi / 2, 0}, 1, {6, 0, -5}, {5, 1, -5}},
+                          {0, {kPi / 4, 0, 0}, 2, {0, -1, 0}, {0, 0, 1}},
+                          {0, {0, 0, kPi / 2}, 1, {0, 0, 1}, {-1, 0, 0}}};
+    for (const Case& c : cases) {
+        PerspectiveViewer viewer;
+        viewer.setTranslation(D3DXVECTOR3(0, 0, c.eyeZ));
+        for (unsigned i = 0; i < c.turns; ++i) viewer.setRotation(c.pitchYawRoll.x, c.pitchYawRoll.y, c.pitchYawRoll.z);
+        EXPECT_TRUE(same(viewer.lookAtVector(), c.lookAt)) << "case " << &c - cases;
+        EXPECT_TRUE(same(viewer.upVector(), c.up)) << "case " << &c - cases;
+    }
 }
 
 TEST(PerspectiveViewer, MatricesMatchD3DXAndChangeOnlyWhenAsked) {
