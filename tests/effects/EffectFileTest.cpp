@@ -47,6 +47,11 @@ void damage(Bytes& bytes, const std::vector<size_t>& words, std::mt19937& random
 
 typedef std::vector<uint32_t> Words;
 
+Words operator+(Words head, const Words& tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+}
+
 Words paddedWords(const std::string& bytes) {
     Words words((bytes.size() + 3) / 4, 0);
     std::memcpy(words.data(), bytes.data(), bytes.size());
@@ -58,10 +63,7 @@ class TinyEffect {
 public:
     uint32_t text(const std::string& value, bool terminated = true) {
         std::string bytes = terminated ? value + std::string(1, '\0') : value;
-        Words record{static_cast<uint32_t>(bytes.size())};
-        Words padded = paddedWords(bytes);
-        record.insert(record.end(), padded.begin(), padded.end());
-        return words(record);
+        return words(Words{static_cast<uint32_t>(bytes.size())} + paddedWords(bytes));
     }
     uint32_t words(const Words& values) {
         uint32_t offset = static_cast<uint32_t>(m_blob.size() * 4);
@@ -69,16 +71,13 @@ public:
         return offset;
     }
     uint32_t type(uint32_t type, uint32_t cls, uint32_t name, uint32_t elements, Words shape = {}) {
-        Words record{type, cls, name, text("", false), elements};
-        record.insert(record.end(), shape.begin(), shape.end());
-        return words(record);
+        return words(Words{type, cls, name, text("", false), elements} + shape);
     }
     void parameter(uint32_t type, const std::string& name, uint32_t cls, const Words& value, Words shape = {}) {
         parameterAt(this->type(type, cls, text(name), 0, shape), words(value));
     }
     void parameterAt(uint32_t typeOffset, uint32_t valueOffset) {
-        m_parameters.insert(m_parameters.end(), {typeOffset, valueOffset, 0, 0});
-        ++m_parameterCount;
+        m_parameters = m_parameters + Words{typeOffset, valueOffset, 0, 0};
     }
     void objectData(uint32_t id, const Words& data) { append(m_objects, {id}, data, m_objectRecords); }
     void resource(const Words& fields, const std::string& data) {
@@ -88,13 +87,10 @@ public:
     uint32_t objectCount = 1;
 
     Bytes bytes() const {
-        Words file{0xFEFF0901, static_cast<uint32_t>(m_blob.size() * 4)};
-        file.insert(file.end(), m_blob.begin(), m_blob.end());
-        file.insert(file.end(), {m_parameterCount, 0, 0, objectCount});
-        file.insert(file.end(), m_parameters.begin(), m_parameters.end());
-        file.insert(file.end(), {m_objectRecords, m_resourceRecords});
-        file.insert(file.end(), m_objects.begin(), m_objects.end());
-        file.insert(file.end(), m_resources.begin(), m_resources.end());
+        const uint32_t parameters = static_cast<uint32_t>(m_parameters.size() / 4);
+        Words file = Words{0xFEFF0901, static_cast<uint32_t>(m_blob.size() * 4)} + m_blob +
+                     Words{parameters, 0, 0, objectCount} + m_parameters + Words{m_objectRecords, m_resourceRecords} +
+                     m_objects + m_resources;
         Bytes bytes(file.size() * 4);
         std::memcpy(bytes.data(), file.data(), bytes.size());
         return bytes;
@@ -103,14 +99,12 @@ public:
 
 private:
     static void append(Words& out, const Words& fields, const Words& data, uint32_t& records, uint32_t size = ~0u) {
-        out.insert(out.end(), fields.begin(), fields.end());
-        out.push_back(size != ~0u ? size : static_cast<uint32_t>(data.size() * 4));
-        out.insert(out.end(), data.begin(), data.end());
+        out = out + fields + Words{size != ~0u ? size : static_cast<uint32_t>(data.size() * 4)} + data;
         ++records;
     }
 
     Words m_blob, m_parameters, m_objects, m_resources;
-    uint32_t m_parameterCount = 0, m_objectRecords = 0, m_resourceRecords = 0;
+    uint32_t m_objectRecords = 0, m_resourceRecords = 0;
 };
 
 const uint32_t kTextureOperation = 0xA4, kNone = 0xFFFFFFFF;
@@ -134,12 +128,8 @@ Words shaderWithTable() {
                28, 72, 0xFFFF0200, 1, 28, 0, 80,          // header: size, creator, version, constants, records, flags, target
                64, D3DXRS_FLOAT4, 1, 48, 0,               // "Scale": name, set and register, count, type, default
                D3DXPC_SCALAR | (D3DXPT_FLOAT << 16), 1 | (1 << 16), 1, 0};  // class and type, rows and columns, elements
-    for (const char* text : {"Scale", "vexil", "ps_2_0"}) {
-        Words padded = paddedWords(std::string(text, 8));
-        code.insert(code.end(), padded.begin(), padded.end());
-    }
-    code.insert(code.end(), {0x02000001, 0x800F0800, 0xA0E40000, 0x0000FFFF});  // mov oC0, c0; end
-    return code;
+    for (const char* text : {"Scale", "vexil", "ps_2_0"}) code = code + paddedWords(std::string(text, 8));
+    return code + Words{0x02000001, 0x800F0800, 0xA0E40000, 0x0000FFFF};  // mov oC0, c0; end
 }
 
 TinyEffect shaderEffect(const Words& code) {
@@ -154,14 +144,10 @@ TinyEffect shaderEffect(const Words& code) {
 // one register (four doubles).
 Words expression(const Words& source = {0, 1, 0}, const Words& output = {0, 4, 0},
                  uint32_t literalTag = MAKEFOURCC('C', 'L', 'I', 'T')) {
-    Words code{0x46580200, 0xFFFE | (10u << 16), literalTag, 4, 0, 0, 0, 0, 0, 0, 0, 0};
-    Words instructions{MAKEFOURCC('F', 'X', 'L', 'C'), 1, 0x10000001, 1};
-    instructions.insert(instructions.end(), source.begin(), source.end());
-    instructions.insert(instructions.end(), output.begin(), output.end());
-    code.push_back(0xFFFE | static_cast<uint32_t>(instructions.size() << 16));
-    code.insert(code.end(), instructions.begin(), instructions.end());
-    code.push_back(0x0000FFFF);
-    return code;
+    Words instructions = Words{MAKEFOURCC('F', 'X', 'L', 'C'), 1, 0x10000001, 1} + source + output;
+    return Words{0x46580200, 0xFFFE | (10u << 16), literalTag, 4, 0, 0, 0, 0, 0, 0, 0, 0,
+                 0xFFFE | static_cast<uint32_t>(instructions.size() << 16)} +
+           instructions + Words{0x0000FFFF};
 }
 
 }  // namespace

@@ -43,11 +43,6 @@ void EffectTest::TearDown() {
     vexiltest::DeviceTest::TearDown();
 }
 
-COMPtr<IDirect3DDevice9>::pointer EffectTest::deviceHolder() const {
-    device()->AddRef();
-    return COMPtr<IDirect3DDevice9>::pointer(device());
-}
-
 zeb::String EffectTest::effectPath(const char* name) { return zeb::String("test-effects\\") + name; }
 
 Bytes fileBytes(const std::string& path) {
@@ -60,22 +55,6 @@ std::string writeFile(const std::string& name, const Bytes& bytes, size_t length
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(std::min(length, bytes.size())));
     return path;
-}
-
-ULONG referencesOf(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
-
-void expectAssertion(const std::function<void()>& call, const char* file, unsigned line, const char* expression) {
-    try {
-        call();
-        ADD_FAILURE() << "no assertion of " << file << " at " << line;
-    } catch (const zeb::AssertionFailure& e) {
-        EXPECT_STREQ(file, e.file());
-        EXPECT_EQ(line, e.line());
-        EXPECT_STREQ(expression, e.expression());
-    }
 }
 
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 #include <VexilDX9/Effect.h>
 
-#include "ImportPatch.h"
+#include "DeviceFixtures.h"
 #include "TestDevice.h"
 
 #include <d3dx9.h>
@@ -15,9 +15,8 @@ typedef std::vector<uint8_t> Bytes;
 Bytes fileBytes(const std::string& path);
 // Writes the first length bytes (all by default) to the test output folder; returns the path.
 std::string writeFile(const std::string& name, const Bytes& bytes, size_t length = SIZE_MAX);
-ULONG referencesOf(IUnknown* object);
-// Runs call and checks that it fails the assertion of file at line on expression.
-void expectAssertion(const std::function<void()>& call, const char* file, unsigned line, const char* expression);
+using vexiltest::expectAssertion;
+using vexiltest::referencesOf;
 
 // Slots of ID3DXEffect's methods that tests replace.
 enum EffectMethod : unsigned { kGetTechnique = 12, kGetPassByName = 15 };
@@ -67,7 +66,6 @@ protected:
         });
     }
 
-    COMPtr<IDirect3DDevice9>::pointer deviceHolder() const;
     static zeb::String effectPath(const char* name);
     // Clears to black, draws through fn, and returns whether it drew.
     template <class Draw> bool drawn(Draw draw) {
@@ -81,7 +79,6 @@ protected:
     static const D3DCOLOR kBlack = D3DCOLOR_XRGB(0, 0, 0);
     static const D3DCOLOR kRed = D3DCOLOR_XRGB(255, 0, 0);
     static const D3DCOLOR kBlue = D3DCOLOR_XRGB(0, 0, 255);
-    static const D3DCOLOR kGreen = D3DCOLOR_XRGB(0, 255, 0);
     static const unsigned kCentre = 32, kLeft = 16, kRight = 48, kBottomRow = 57;
 
     ID3DXMesh* m_mesh = nullptr;

@@ -18,7 +18,7 @@ template <class Out, class In> Out roundTrip(const Effect& effect, const char* n
 
 }  // namespace
 
-TEST_F(EffectTest, ScalarsVectorsAndMatricesRoundTrip) {
+TEST_F(EffectTest, ScalarsVectorsMatricesAndArraysRoundTrip) {
     float scale = 0.0f;
     ASSERT_TRUE(getParameter(m_marks, handle("Scale"), scale));
     EXPECT_EQ(2.5f, scale) << "default value from the effect file";
@@ -36,9 +36,8 @@ TEST_F(EffectTest, ScalarsVectorsAndMatricesRoundTrip) {
     D3DXMatrixRotationYawPitchRoll(&world, 0.3f, 0.2f, 0.1f);
     world._41 = 5.0f;
     EXPECT_EQ(world, roundTrip<D3DXMATRIX>(m_marks, "World", world)) << "no transposition on the way";
-}
 
-TEST_F(EffectTest, ArraysReadAsManyElementsAsTheyHold) {
+    // Arrays read as many elements as they hold.
     zeb::Array<int> counts, back;
     counts.resize(2);
     ASSERT_TRUE(getParameter(m_marks, handle("Counts"), counts));
@@ -124,5 +123,5 @@ TEST_F(EffectTest, FailuresAreLoggedWithTheEffectFile) {
 
     Effect never;
     const char* h = nullptr;
-    expectAssertion([&] { getParameterHandle(never, "Scale", h); }, "VexilDX9/EffectValue", 32, "effect.effect().get()");
+    expectAssertion([&] { getParameterHandle(never, "Scale", h); }, 32, "effect.effect().get()", "VexilDX9/EffectValue");
 }

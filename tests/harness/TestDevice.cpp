@@ -39,6 +39,11 @@ std::string currentTestName() {
     return ::testing::AssertionSuccess();
 }
 
+ULONG referencesOf(IUnknown* object) {
+    object->AddRef();
+    return object->Release();
+}
+
 TestWindow::TestWindow(unsigned width, unsigned height) {
     RECT r = {0, 0, static_cast<LONG>(width), static_cast<LONG>(height)};
     AdjustWindowRect(&r, WS_OVERLAPPEDWINDOW, FALSE);
@@ -50,7 +55,7 @@ TestWindow::~TestWindow() {
     if (m_window) DestroyWindow(m_window);
 }
 
-TestDevice::TestDevice(unsigned width, unsigned height) : m_window(width, height), m_width(width), m_height(height) {
+TestDevice::TestDevice(unsigned width, unsigned height) : m_window(width, height) {
     m_d3d = Direct3DCreate9(D3D_SDK_VERSION);
     if (!m_d3d) return;
     // Back buffer size and format, no multisampling, discard, windowed, D24S8 depth, no vsync.
@@ -121,7 +126,7 @@ vexilsupport::Image TestDevice::readRenderTarget() {
 }
 
 void DeviceTest::SetUp() {
-    m_device = new TestDevice();
+    m_device = new TestDevice(m_size, m_size);
     ASSERT_TRUE(m_device->ok()) << "CreateDevice failed: 0x" << std::hex << m_device->creationResult();
 }
 
@@ -130,6 +135,11 @@ void DeviceTest::TearDown() {
     EXPECT_EQ(0u, m_device->shutdown()) << "something still holds a reference to the device or Direct3D";
     delete m_device;
     m_device = nullptr;
+}
+
+COMPtr<IDirect3DDevice9>::pointer DeviceTest::deviceHolder() const {
+    device()->AddRef();
+    return COMPtr<IDirect3DDevice9>::pointer(device());
 }
 
 ::testing::AssertionResult DeviceTest::renderedPixelIs(unsigned x, unsigned y, D3DCOLOR expected, int tolerance) {

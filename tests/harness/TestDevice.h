@@ -1,5 +1,6 @@
 #pragma once
 #include <Png.h>
+#include <zeb/ComPtr.h>
 
 #include <d3d9.h>
 #include <gtest/gtest.h>
@@ -32,11 +33,7 @@ public:
 
     bool ok() const { return m_device != nullptr; }
     HRESULT creationResult() const { return m_result; }
-    IDirect3D9* d3d() const { return m_d3d; }
     IDirect3DDevice9* device() const { return m_device; }
-    HWND window() const { return m_window.handle(); }
-    unsigned width() const { return m_width; }
-    unsigned height() const { return m_height; }
 
     void clear(D3DCOLOR color);
     // Draws a screen-space rectangle of one colour (pre-transformed vertices).
@@ -49,8 +46,6 @@ public:
 
 private:
     TestWindow m_window;
-    unsigned m_width;
-    unsigned m_height;
     IDirect3D9* m_d3d = nullptr;
     IDirect3DDevice9* m_device = nullptr;
     HRESULT m_result = E_FAIL;
@@ -64,17 +59,23 @@ private:
 // Fixture for tests on a real device; checks at teardown that nothing holds a device reference.
 class DeviceTest : public ::testing::Test {
 protected:
+    explicit DeviceTest(unsigned size = 64) : m_size(size) {}
     void SetUp() override;
     void TearDown() override;
     IDirect3DDevice9* device() const { return m_device->device(); }
+    // A new reference to the device, for the library's holders.
+    COMPtr<IDirect3DDevice9>::pointer deviceHolder() const;
     TestDevice& testDevice() { return *m_device; }
     // Image of the render target, with pixelNear-style checks that name the running test.
     ::testing::AssertionResult renderedPixelIs(unsigned x, unsigned y, D3DCOLOR expected, int tolerance = 2);
 
 private:
+    unsigned m_size;
     TestDevice* m_device = nullptr;
 };
 
 std::string currentTestName();
+// The reference count of a COM object.
+ULONG referencesOf(IUnknown* object);
 
 }  // namespace vexiltest

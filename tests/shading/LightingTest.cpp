@@ -29,7 +29,7 @@ protected:
     ~LitSceneTest() noexcept override {}
     void SetUp() override {
         SceneTest::SetUp();
-        ASSERT_TRUE(m_effect.load("lightingEffect.fxo", m_holder));
+        ASSERT_TRUE(m_effect.load("lightingEffect.fxo", deviceHolder()));
         m_general = std::make_unique<LightingEffect::GeneralParameter>(BorrowedEffect(&m_effect));
     }
     void TearDown() override {

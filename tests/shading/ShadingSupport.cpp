@@ -70,10 +70,8 @@ bool inBoxShadow(const D3DXMATRIX& lampView, const D3DXMATRIX& lampProjection, c
 }
 
 void SceneTest::SetUp() {
-    m_device = std::make_unique<vexiltest::TestDevice>(kSize, kSize);
-    ASSERT_TRUE(m_device->ok());
-    device()->AddRef();
-    m_holder.reset(device());
+    DeviceTest::SetUp();
+    if (HasFatalFailure()) return;
     D3DXMATRIX view, projection;
     D3DXVECTOR3 at(0, -0.5f, 0), up(0, 1, 0);
     m_viewProjection = *D3DXMatrixLookAtLH(&view, &m_eye, &at, &up) *
@@ -94,10 +92,8 @@ void SceneTest::SetUp() {
 }
 
 void SceneTest::TearDown() {
-    m_sphere.reset(), m_box.reset(), m_ground.reset(), m_holder.reset();
-    if (m_device) {
-        EXPECT_EQ(0u, m_device->shutdown()) << "something still holds the device";
-    }
+    m_sphere.reset(), m_box.reset(), m_ground.reset();
+    DeviceTest::TearDown();
 }
 
 D3DXMATRIX SceneTest::translation(const D3DXVECTOR3& at) {
@@ -125,7 +121,7 @@ Surface SceneTest::trace(unsigned x, unsigned y, bool sphere) const {
 }
 
 int SceneTest::compareWithReference(bool sphere, const Expectation& expect) {
-    vexilsupport::Image image = m_device->readRenderTarget();
+    vexilsupport::Image image = testDevice().readRenderTarget();
     auto onOutline = [&](unsigned x, unsigned y, Seen what) {
         for (unsigned yy = y - 1; yy <= y + 1; ++yy)
             for (unsigned xx = x - 1; xx <= x + 1; ++xx)

@@ -8,7 +8,6 @@
 #include <d3dx9.h>
 
 #include <functional>
-#include <memory>
 
 namespace shadingtest {
 
@@ -46,13 +45,13 @@ struct Surface {
 typedef std::function<bool(const Surface& surface, D3DCOLOR& expected, int& tolerance)> Expectation;
 
 // A real device with the scene's meshes and camera.
-class SceneTest : public ::testing::Test {
+class SceneTest : public vexiltest::DeviceTest {
 protected:
+    SceneTest() : DeviceTest(kSize) {}
     // Holders of Direct3D objects may throw from their destructors; the fixture's base may not.
     ~SceneTest() noexcept override {}
     void SetUp() override;
     void TearDown() override;
-    IDirect3DDevice9* device() const { return m_device->device(); }
     // What the pixel's ray meets first: the sphere (when drawn) or the ground.
     Surface trace(unsigned x, unsigned y, bool sphere) const;
     // Compares every third pixel off the outlines with the expectation, failing at the first
@@ -60,8 +59,6 @@ protected:
     int compareWithReference(bool sphere, const Expectation& expect);
     static D3DXMATRIX translation(const D3DXVECTOR3& at);
 
-    std::unique_ptr<vexiltest::TestDevice> m_device;
-    COMPtr<IDirect3DDevice9>::pointer m_holder;
     COMPtr<ID3DXMesh>::pointer m_sphere, m_box, m_ground;
     D3DXVECTOR3 m_eye{0, 3, -5};
     D3DXMATRIX m_viewProjection, m_viewInverse;

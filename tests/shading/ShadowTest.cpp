@@ -1,8 +1,7 @@
 #include "ShadingSupport.h"
 
-#include "../device/ScriptedDirect3D.h"
+#include "../device/DeviceFixtures.h"
 
-#include <LogCapture.h>
 #include <VexilDX9/ShadowMap.h>
 
 using namespace shadingtest;
@@ -90,13 +89,13 @@ protected:
 
 // Made, replaced, dropped for a device reset and made again, the map still shadows the ground.
 TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterAReset) {
-    ASSERT_TRUE(m_map->initialize(m_holder));
+    ASSERT_TRUE(m_map->initialize(deviceHolder()));
     EXPECT_FALSE(m_map->isInitialized()) << "no map yet";
-    ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, 200));
+    ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), 200));
     EXPECT_TRUE(m_map->isInitialized());
     IDirect3DTexture9* first = m_map->shadowDepthMap().get();
     first->AddRef();
-    ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, 256));
+    ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), 256));
     EXPECT_EQ(0u, first->Release()) << "the first map was released when replaced";
     D3DSURFACE_DESC desc;
     m_map->shadowDepthMapSurface()->GetDesc(&desc);
@@ -112,15 +111,14 @@ TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterARese
     chain.reset();
     ASSERT_EQ(D3D_OK, device()->Reset(&parameters));
     m_map->effect().effect()->OnResetDevice();
-    ASSERT_TRUE(m_map->allocateShadowMapResources(m_holder, m_map->shadowMapDimension()));
+    ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));
     expectShadowOfTheBox();
 }
 
-TEST(ShadowMapScriptedTest, ADeviceWithoutFloatTargetsKeepsTheDepthSurfaceAndTheDimension) {
-    vexiltest::LogCapture log;
-    auto ledger = std::make_shared<vexiltest::ComLedger>();
+class ShadowMapScriptedTest : public vexiltest::ScriptedDirect3DTest {};
+
+TEST_F(ShadowMapScriptedTest, ADeviceWithoutFloatTargetsKeepsTheDepthSurfaceAndTheDimension) {
     vexiltest::TestWindow window;
-    auto* d3d = new vexiltest::ScriptedDirect3D9(Direct3DCreate9(D3D_SDK_VERSION), ledger);
     d3d->refusedFormat = D3DFMT_R32F;
     d3d->deviceScript.createTextureResult = D3DERR_OUTOFVIDEOMEMORY;
     D3DPRESENT_PARAMETERS parameters = {};
@@ -136,9 +134,6 @@ TEST(ShadowMapScriptedTest, ADeviceWithoutFloatTargetsKeepsTheDepthSurfaceAndThe
         EXPECT_TRUE(map.zStencil() && !map.shadowDepthMap() && !map.isInitialized());
         EXPECT_EQ(1024u, map.shadowMapDimension());
     }
-    device.reset();
-    d3d->Release();
-    EXPECT_TRUE(ledger->allReleasedToZero());
     const char* expected[] = {"14 IDirect3D9::CheckDeviceFormat D3DERR_NOTAVAILABLE",
                               "14 IDirect3DDevice9::CreateTexture D3DERR_OUTOFVIDEOMEMORY",
                               "80 D3DUSAGE_RENDERTARGET m_shadowMapDimension 1024 m_shadowDepthMapFormat 114"};
