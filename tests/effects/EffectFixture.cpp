@@ -16,17 +16,14 @@ void EffectTest::SetUp() {
                                     {-0.2f, -0.9f, 0.5f}, {-0.2f, -0.7f, 0.5f}, {0.2f, -0.7f, 0.5f}, {0.2f, -0.9f, 0.5f}};
     const WORD indices[] = {0, 1, 2, 0, 2, 3, 4, 5, 6, 4, 6, 7};
     const DWORD attributes[] = {0, 0, 1, 1};
-    void* data = nullptr;
+    void *vertexData = nullptr, *indexData = nullptr;
     DWORD* attributeData = nullptr;
-    ASSERT_EQ(D3D_OK, m_mesh->LockVertexBuffer(0, &data));
-    std::memcpy(data, vertices, sizeof(vertices));
-    ASSERT_EQ(D3D_OK, m_mesh->LockIndexBuffer(0, &data));
-    std::memcpy(data, indices, sizeof(indices));
-    ASSERT_EQ(D3D_OK, m_mesh->LockAttributeBuffer(0, &attributeData));
+    ASSERT_TRUE(SUCCEEDED(m_mesh->LockVertexBuffer(0, &vertexData)) && SUCCEEDED(m_mesh->LockIndexBuffer(0, &indexData)) &&
+                SUCCEEDED(m_mesh->LockAttributeBuffer(0, &attributeData)));
+    std::memcpy(vertexData, vertices, sizeof(vertices));
+    std::memcpy(indexData, indices, sizeof(indices));
     std::memcpy(attributeData, attributes, sizeof(attributes));
-    m_mesh->UnlockVertexBuffer();
-    m_mesh->UnlockIndexBuffer();
-    m_mesh->UnlockAttributeBuffer();
+    m_mesh->UnlockVertexBuffer(), m_mesh->UnlockIndexBuffer(), m_mesh->UnlockAttributeBuffer();
     ASSERT_TRUE(m_marks.load(effectPath("marks.fxo"), deviceHolder()));
 }
 

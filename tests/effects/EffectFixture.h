@@ -76,9 +76,7 @@ protected:
         return ok;
     }
 
-    static const D3DCOLOR kBlack = D3DCOLOR_XRGB(0, 0, 0);
-    static const D3DCOLOR kRed = D3DCOLOR_XRGB(255, 0, 0);
-    static const D3DCOLOR kBlue = D3DCOLOR_XRGB(0, 0, 255);
+    static const D3DCOLOR kBlack = D3DCOLOR_XRGB(0, 0, 0), kRed = D3DCOLOR_XRGB(255, 0, 0), kBlue = D3DCOLOR_XRGB(0, 0, 255);
     static const unsigned kCentre = 32, kLeft = 16, kRight = 48, kBottomRow = 57;
 
     ID3DXMesh* m_mesh = nullptr;

@@ -59,36 +59,29 @@ TEST_F(EffectTest, ScalarsVectorsMatricesAndArraysRoundTrip) {
     EXPECT_EQ(25.0f, read[25]._41);
 }
 
-TEST_F(EffectTest, TexturesAreTwoDimensionalOnly) {
+// Textures read back only when two-dimensional; wrong values and missing storage fail logged.
+TEST_F(EffectTest, TexturesReadBackAsTwoDimensionalOnlyAndFailuresAreLoggedWithTheEffectFile) {
     vexiltest::LogCapture log;
-    IDirect3DTexture9* texture = nullptr;
-    ASSERT_EQ(D3D_OK, device()->CreateTexture(4, 4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, &texture, nullptr));
-    ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), static_cast<IDirect3DBaseTexture9*>(texture)));
-    IDirect3DBaseTexture9* out = nullptr;
+    COMPtr<IDirect3DTexture9>::pointer texture;
+    COMPtr<IDirect3DCubeTexture9>::pointer cube;
+    ASSERT_EQ(D3D_OK, device()->CreateTexture(4, 4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, texture.receive(), nullptr));
+    ASSERT_EQ(D3D_OK, device()->CreateCubeTexture(4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, cube.receive(), nullptr));
+    IDirect3DBaseTexture9 *flat = texture.get(), *cubeBase = cube.get(), *out = nullptr;
+    ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), flat));
     ASSERT_TRUE(getParameter(m_marks, handle("Diffuse"), out));
-    EXPECT_EQ(static_cast<IDirect3DBaseTexture9*>(texture), out);
+    EXPECT_EQ(flat, out);
     out->Release();
-
-    IDirect3DCubeTexture9* cube = nullptr;
-    ASSERT_EQ(D3D_OK, device()->CreateCubeTexture(4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, &cube, nullptr));
-    IDirect3DBaseTexture9* cubeBase = cube;
     ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), cubeBase));
-    ULONG before = referencesOf(cube);
+    ULONG before = referencesOf(cubeBase);
     out = nullptr;
     EXPECT_FALSE(getParameter(m_marks, handle("Diffuse"), out));
     EXPECT_EQ(cubeBase, out) << "the cube texture stays in the output";
-    EXPECT_EQ(before + 1, referencesOf(cube)) << "with the reference the caller must release";
+    EXPECT_EQ(before + 1, referencesOf(cubeBase)) << "with the reference the caller must release";
     out->Release();
     EXPECT_TRUE(log.contains("VexilDX9", 3, "172 Base type of the texture indicates that the resource is not a 2D texture"));
-
     IDirect3DBaseTexture9* none = nullptr;
     ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), none));
-    texture->Release();
-    cube->Release();
-}
 
-TEST_F(EffectTest, FailuresAreLoggedWithTheEffectFile) {
-    vexiltest::LogCapture log;
     const char* missing = reinterpret_cast<const char*>(1);
     EXPECT_FALSE(getParameterHandle(m_marks, "Nope", missing));
     EXPECT_EQ(nullptr, missing);
@@ -101,7 +94,7 @@ TEST_F(EffectTest, FailuresAreLoggedWithTheEffectFile) {
     for (unsigned i = 0; i < 3; ++i) D3DXMatrixTranslation(&kept[i], 1.0f + i, 0.0f, 0.0f);
     D3DXMATRIX matrix;
     D3DXMatrixIdentity(&matrix);
-    IDirect3DBaseTexture9* texture = nullptr;
+    IDirect3DBaseTexture9* noTexture = nullptr;
     // Values of the wrong kind for the parameter are refused by D3DX.
     const struct {
         std::function<bool()> call;
@@ -111,7 +104,7 @@ TEST_F(EffectTest, FailuresAreLoggedWithTheEffectFile) {
         {[&] { return getParameter(m_marks, handle("Palette"), noMatrices); }, "72 Must allocate array storage before calling getParameter "},
         {[&] { return setParameter(m_marks, handle("Diffuse"), matrix); }, failure("67 Unable to set matrix value to effect ")},
         {[&] { return setParameter(m_marks, handle("Diffuse"), 1.0f); }, failure("77 Unable to set float value to effect ")},
-        {[&] { return getParameter(m_marks, handle("Scale"), texture); }, failure("166 Unable to get texture from effect ")},
+        {[&] { return getParameter(m_marks, handle("Scale"), noTexture); }, failure("166 Unable to get texture from effect ")},
         {[&] { return setParameter(m_marks, handle("Palette"), tooMany); }, failure("111 Unable to set Array from effect ")},
         {[&] { return getParameter(m_marks, handle("Diffuse"), kept); }, failure("84 Unable to get Array from effect ")},
     };
