@@ -204,7 +204,7 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
 
 // D3DX walks the comments of shader code up to its end token and reads the constant table it
 // finds by the offsets and counts inside it; the device walks the instructions by their lengths.
-TEST(EffectFileCheck, ShaderCodeIsCheckedLikeTheFile) {
+TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThem) {
     const struct {
         size_t word;
         uint32_t value;
@@ -237,11 +237,9 @@ TEST(EffectFileCheck, ShaderCodeIsCheckedLikeTheFile) {
         if (c.word) code[c.word] = c.value;
         EXPECT_EQ(c.sound, shaderEffect(code).wellFormed()) << "word " << c.word << " = " << c.value;
     }
-}
 
-// D3DX bounds the registers an expression reads directly, not those read through an address
-// register: it wraps those by their table's size, and fills the literal table unchecked.
-TEST(EffectFileCheck, ExpressionsAreCheckedAsD3DXRunsThem) {
+    // D3DX bounds the registers an expression reads directly, not those read through an address
+    // register: it wraps those by their table's size, and fills the literal table unchecked.
     auto sound = [](Words code, size_t word = 0, uint32_t value = 0) {
         if (word) code[word] = value;
         return VexilDX9::isSoundEffectCode(reinterpret_cast<const uint8_t*>(code.data()), code.size() * 4,

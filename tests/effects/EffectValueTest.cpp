@@ -41,8 +41,7 @@ TEST_F(EffectTest, ScalarsVectorsMatricesAndArraysRoundTrip) {
     zeb::Array<int> counts, back;
     counts.resize(2);
     ASSERT_TRUE(getParameter(m_marks, handle("Counts"), counts));
-    EXPECT_EQ(1, counts[0]);
-    EXPECT_EQ(2, counts[1]);
+    EXPECT_TRUE(counts[0] == 1 && counts[1] == 2) << "the file's defaults";
     counts.resize(3);
     counts[2] = 30;
     ASSERT_TRUE(setParameter(m_marks, handle("Counts"), counts));
