@@ -1,8 +1,10 @@
 #include <zeb/Array.h>
+#include <zeb/ComPtr.h>
 #include <zeb/HashTable.h>
 #include <zeb/Resource.h>
 
 #include "../device/ImportPatch.h"
+#include "LogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -32,6 +34,20 @@ struct Tracked {
 };
 int Tracked::live = 0;
 bool Tracked::failCopies = false;
+typedef zeb::PointerStorage<Tracked, 0, 3> OwnedTracked;
+
+// A COM object that counts its references; its Release can be made to throw, the way a broken
+// driver object could.
+struct FakeUnknown : IUnknown {
+    ULONG references = 1;
+    bool failRelease = false;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        if (failRelease) throw std::runtime_error("release failed");
+        return --references;
+    }
+};
 
 // The message of the E that action throws.
 template <class E, class F> std::string thrown(F action) {
@@ -127,6 +143,62 @@ TEST(Serialization, RoundTripKeepsPositionsAndBadInputIsRefused) {
     EXPECT_EQ(2u, plainBack[String("two")]);
 }
 
+TEST(ComHolder, CopiesOwnOneReferenceEachAndThrowingReleasesReachTheCaller) {
+    FakeUnknown object;
+    {
+        COMPtr<IUnknown>::pointer first(&object);  // adopts the creation reference
+        COMPtr<IUnknown>::pointer second(first);
+        second = first;  // same interface on both sides: count unchanged
+        second = second;
+        EXPECT_EQ(2u, object.references);
+        second = COMPtr<IUnknown>::pointer();
+        EXPECT_EQ(1u, object.references);
+    }
+    EXPECT_EQ(0u, object.references) << "every holder released its reference";
+    object.failRelease = true;
+    for (bool byDestructor : {false, true}) {
+        vexiltest::LogCapture capture;
+        bool caught = false;
+        try {
+            COMPtr<IUnknown>::pointer holder(&object);
+            if (!byDestructor) holder.reset();
+        } catch (const std::runtime_error&) {
+            caught = true;
+        }
+        EXPECT_TRUE(caught) << (byDestructor ? "from the destructor" : "from reset");
+        ASSERT_EQ(1u, capture.entries().size()) << capture.dump();
+        EXPECT_TRUE(capture.contains("comptr", 4, "12 COMPtr destructor caught an exception"));
+    }
+}
+
+TEST(SharedTransferBorrowed, EachOwnsAsItsKindSays) {
+    {
+        zeb::SharedResource<OwnedTracked, 0> first(new Tracked);
+        {
+            zeb::SharedResource<OwnedTracked, 0> second(first), third;
+            third = second;
+            EXPECT_EQ(3u, first.useCount());
+        }
+        first = first;
+        EXPECT_EQ(1u, first.useCount());
+        EXPECT_EQ(1, Tracked::live);
+    }
+    EXPECT_EQ(0, Tracked::live) << "the last shared owner deletes once";
+    {
+        zeb::TransferResource<OwnedTracked> made(new Tracked), taken(made), assigned;
+        assigned = taken;
+        EXPECT_TRUE(made.isNull() && taken.isNull());
+        EXPECT_FALSE(assigned.isNull());
+    }
+    EXPECT_EQ(0, Tracked::live);
+    Tracked local;
+    {
+        zeb::CopiedResource<zeb::PointerStorage<Tracked, 3, 2>> borrowed(&local), copy(borrowed);
+        EXPECT_EQ(&local, copy.get());
+    }
+    EXPECT_EQ(1, Tracked::live) << "a borrowed pointer is never deleted";
+}
+
 namespace {
 // Memory running out, simulated at the base library's two doors: the block allocator that the
 // header templates call (this program's import of zebAllocate) and the C heap that large blocks
@@ -157,7 +229,7 @@ TEST(Allocation, FailuresThrowNullPointerAndChangeNothing) {
     EXPECT_THROW(crowded.lookup(5), zeb::HashKeyMissing);
     Array<int> source;
     zeb::HashTable<unsigned, bool> table;
-    typedef zeb::SharedResource<zeb::PointerStorage<Tracked, 0, 3>, 0> SharedTracked;
+    typedef zeb::SharedResource<OwnedTracked, 0> SharedTracked;
     vexiltest::ImportPatch blocks(nullptr, "Zebcore.dll", "zebAllocate", reinterpret_cast<void*>(&scarceBlock));
     ASSERT_TRUE(blocks.ok());
     g_realAllocate = reinterpret_cast<void* (*)(size_t)>(blocks.original());
