@@ -64,6 +64,7 @@ struct Expected {
     D3DXPARAMETER_TYPE type;
     UINT rows, columns, elements, annotations;
     DWORD flags;
+    std::vector<uint32_t> value;  // the default's words, when the declaration gives one
 };
 
 std::vector<uint32_t> bitsOf(std::initializer_list<float> values) {
@@ -79,25 +80,26 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
     ID3DXEffect* effect = load(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
     ASSERT_TRUE(effect);
     const Expected expected[] = {
-        {"Colour", "DIFFUSE", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 4, 0, 3, 0},
-        {"World", "WORLD", D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 0, 0, 0},
-        {"Packed", nullptr, D3DXPC_MATRIX_COLUMNS, D3DXPT_FLOAT, 4, 3, 0, 0, 0},
-        {"Scale", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 0},
-        {"Enabled", nullptr, D3DXPC_SCALAR, D3DXPT_BOOL, 1, 1, 0, 0, 0},
-        {"Count", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 0, 0, 0},
-        {"Steps", nullptr, D3DXPC_VECTOR, D3DXPT_INT, 1, 3, 0, 0, 0},
-        {"Direction", "DIRECTION", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 3, 0, 0, 0},
-        {"Pair", nullptr, D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 2, 0, 0, 0},
-        {"Grid", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_INT, 2, 3, 0, 0, 0},
-        {"Bones", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 26, 0, 0},
-        {"Counts", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 3, 0, 0},
-        {"Exposure", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 1},
-        {"Label", nullptr, D3DXPC_OBJECT, D3DXPT_STRING, 0, 0, 0, 0, 0},
-        {"Diffuse", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURE, 0, 0, 0, 1, 0},
-        {"Sky", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURECUBE, 0, 0, 0, 0, 0},
-        {"DiffuseSampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLER2D, 0, 0, 0, 0, 0},
-        {"SkySampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLERCUBE, 0, 0, 0, 0, 0},
-        {"Shared", nullptr, D3DXPC_OBJECT, D3DXPT_VERTEXSHADER, 0, 0, 0, 0, 0},
+        {"Colour", "DIFFUSE", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 4, 0, 3, 0, bitsOf({0.25f, 0.5f, 0.75f, 1.0f})},
+        {"World", "WORLD", D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 0, 0, 0,
+         bitsOf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16})},  // rows first
+        {"Packed", nullptr, D3DXPC_MATRIX_COLUMNS, D3DXPT_FLOAT, 4, 3, 0, 0, 0, {}},
+        {"Scale", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 0, bitsOf({-15.0f})},
+        {"Enabled", nullptr, D3DXPC_SCALAR, D3DXPT_BOOL, 1, 1, 0, 0, 0, {1}},
+        {"Count", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 0, 0, 0, {16}},
+        {"Steps", nullptr, D3DXPC_VECTOR, D3DXPT_INT, 1, 3, 0, 0, 0, {7, 7, 7}},  // one value fills the vector
+        {"Direction", "DIRECTION", D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 3, 0, 0, 0, bitsOf({0, -1, 0})},
+        {"Pair", nullptr, D3DXPC_VECTOR, D3DXPT_FLOAT, 1, 2, 0, 0, 0, bitsOf({3, 4})},
+        {"Grid", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_INT, 2, 3, 0, 0, 0, {1, 2, 3, 4, 5, 6}},
+        {"Bones", nullptr, D3DXPC_MATRIX_ROWS, D3DXPT_FLOAT, 4, 4, 26, 0, 0, {}},
+        {"Counts", nullptr, D3DXPC_SCALAR, D3DXPT_INT, 1, 1, 3, 0, 0, {1, 2, 3}},
+        {"Exposure", nullptr, D3DXPC_SCALAR, D3DXPT_FLOAT, 1, 1, 0, 0, 1, bitsOf({2})},
+        {"Label", nullptr, D3DXPC_OBJECT, D3DXPT_STRING, 0, 0, 0, 0, 0, {}},
+        {"Diffuse", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURE, 0, 0, 0, 1, 0, {}},
+        {"Sky", nullptr, D3DXPC_OBJECT, D3DXPT_TEXTURECUBE, 0, 0, 0, 0, 0, {}},
+        {"DiffuseSampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLER2D, 0, 0, 0, 0, 0, {}},
+        {"SkySampler", nullptr, D3DXPC_OBJECT, D3DXPT_SAMPLERCUBE, 0, 0, 0, 0, 0, {}},
+        {"Shared", nullptr, D3DXPC_OBJECT, D3DXPT_VERTEXSHADER, 0, 0, 0, 0, 0, {}},
     };
     D3DXEFFECT_DESC effectDesc;
     ASSERT_EQ(D3D_OK, effect->GetDesc(&effectDesc));
@@ -105,8 +107,9 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
     EXPECT_EQ(0u, effectDesc.Techniques);
     for (UINT i = 0; i < effectDesc.Parameters; ++i) {
         const Expected& e = expected[i];
+        D3DXHANDLE parameter = effect->GetParameter(nullptr, i);
         D3DXPARAMETER_DESC d = {};
-        ASSERT_EQ(D3D_OK, effect->GetParameterDesc(effect->GetParameter(nullptr, i), &d));
+        ASSERT_EQ(D3D_OK, effect->GetParameterDesc(parameter, &d));
         SCOPED_TRACE(e.name);
         EXPECT_STREQ(e.name, d.Name) << "declaration order";
         EXPECT_STREQ(e.semantic, d.Semantic);
@@ -119,30 +122,18 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
         EXPECT_EQ(e.elements, d.Elements);
         EXPECT_EQ(e.annotations, d.Annotations);
         EXPECT_EQ(e.flags, d.Flags);
+        if (e.value.empty()) continue;
+        std::vector<uint32_t> words(e.value.size(), 0xDEADBEEF);
+        EXPECT_EQ(D3D_OK, effect->GetValue(parameter, words.data(), static_cast<UINT>(words.size() * 4)));
+        EXPECT_EQ(e.value, words);
     }
     D3DXHANDLE colour = effect->GetParameterByName(nullptr, "Colour");
     EXPECT_EQ(colour, effect->GetParameterBySemantic(nullptr, "DIFFUSE"));
-    const struct {
-        D3DXHANDLE parameter;
-        std::vector<uint32_t> words;
-        const char* why;
-    } values[] = {
-        {colour, bitsOf({0.25f, 0.5f, 0.75f, 1.0f}), "constructor"},
-        {"World", bitsOf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}), "rows first"},
-        {"Scale", bitsOf({-15.0f}), "exponent and suffix"},
-        {"Enabled", {1}, "true"},
-        {"Count", {16}, "hexadecimal"},
-        {"Steps", {7, 7, 7}, "a single value fills the vector"},
-        {"Grid", {1, 2, 3, 4, 5, 6}, "nested lists"},
-        {"Counts", {1, 2, 3}, "array"},
-        {effect->GetAnnotationByName(colour, "Max"), bitsOf({2.5f}), "float annotation"},
-        {effect->GetAnnotationByName(colour, "Steps"), {4}, "int annotation"},
-    };
-    for (const auto& value : values) {
-        std::vector<uint32_t> words(value.words.size(), 0xDEADBEEF);
-        EXPECT_EQ(D3D_OK, effect->GetValue(value.parameter, words.data(), static_cast<UINT>(words.size() * 4))) << value.why;
-        EXPECT_EQ(value.words, words) << value.why;
-    }
+    uint32_t max = 0, steps = 0;
+    effect->GetValue(effect->GetAnnotationByName(colour, "Max"), &max, 4);
+    effect->GetValue(effect->GetAnnotationByName(colour, "Steps"), &steps, 4);
+    EXPECT_EQ(bitsOf({2.5f})[0], max);
+    EXPECT_EQ(4u, steps);
     EXPECT_EQ("hello", text("Label"));
     EXPECT_EQ("Tint", text(colour, "UIName"));
     EXPECT_EQ("diffuse.png", text("Diffuse", "File"));
