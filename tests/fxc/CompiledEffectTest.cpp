@@ -78,16 +78,8 @@ enum StateKind { Render, Stage, Sampler };
 struct PassState {
     const char* source;
     StateKind kind;
-    DWORD state;
-    DWORD index;
-    DWORD expected;
+    DWORD state, index, expected;
 };
-
-DWORD floatBits(float value) {
-    DWORD bits;
-    std::memcpy(&bits, &value, sizeof(bits));
-    return bits;
-}
 
 // A row of every family of state and of every table of symbolic values: a wrong row of the state
 // table or a wrong symbol shows up here.
@@ -103,17 +95,17 @@ const PassState kPassStates[] = {
     {"FogColor = 0x00ff00ff", Render, D3DRS_FOGCOLOR, 0, 0x00ff00ff},
     {"Wrap1 = 3", Render, D3DRS_WRAP1, 0, 3},
     {"Lighting = FALSE", Render, D3DRS_LIGHTING, 0, FALSE},
-    {"FogStart = 0.25", Render, D3DRS_FOGSTART, 0, floatBits(0.25f)},
+    {"FogStart = 0.25", Render, D3DRS_FOGSTART, 0, bitsOf({0.25f})[0]},
     {"PointScaleEnable = TRUE", Render, D3DRS_POINTSCALEENABLE, 0, TRUE},
     {"AntialiasedLineEnable = TRUE", Render, D3DRS_ANTIALIASEDLINEENABLE, 0, TRUE},
     {"BlendFactor = 0x11223344", Render, D3DRS_BLENDFACTOR, 0, 0x11223344},
     {"ColorWriteEnable = RED | BLUE", Render, D3DRS_COLORWRITEENABLE, 0, D3DCOLORWRITEENABLE_RED | D3DCOLORWRITEENABLE_BLUE},
     {"StencilFail = INCRSAT", Render, D3DRS_STENCILFAIL, 0, D3DSTENCILOP_INCRSAT},
     {"BlendOpAlpha = REVSUBTRACT", Render, D3DRS_BLENDOPALPHA, 0, D3DBLENDOP_REVSUBTRACT},
-    {"DepthBias = -0.5", Render, D3DRS_DEPTHBIAS, 0, floatBits(-0.5f)},
+    {"DepthBias = -0.5", Render, D3DRS_DEPTHBIAS, 0, bitsOf({-0.5f})[0]},
     {"ColorOp[1] = MODULATE2X", Stage, D3DTSS_COLOROP, 1, D3DTOP_MODULATE2X},
     {"ColorArg1[1] = TEXTURE | COMPLEMENT", Stage, D3DTSS_COLORARG1, 1, D3DTA_TEXTURE | D3DTA_COMPLEMENT},
-    {"BumpEnvMat00[1] = 0.75", Stage, D3DTSS_BUMPENVMAT00, 1, floatBits(0.75f)},
+    {"BumpEnvMat00[1] = 0.75", Stage, D3DTSS_BUMPENVMAT00, 1, bitsOf({0.75f})[0]},
     {"TextureTransformFlags[3] = COUNT3", Stage, D3DTSS_TEXTURETRANSFORMFLAGS, 3, D3DTTFF_COUNT3},
     {"MinFilter[2] = ANISOTROPIC", Sampler, D3DSAMP_MINFILTER, 2, D3DTEXF_ANISOTROPIC},
     {"AddressW[2] = BORDER", Sampler, D3DSAMP_ADDRESSW, 2, D3DTADDRESS_BORDER},
