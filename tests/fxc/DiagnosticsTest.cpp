@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -50,15 +51,11 @@ void writeText(const std::string& path, const std::string& text) {
 std::pair<int, std::string> runTool(const std::string& arguments) {
     char self[MAX_PATH];
     GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string tool(self);
+    std::string tool(self), log = vexiltest::outputDir() + "\\tool.log";
     tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
-    std::pair<int, std::string> run{-1, std::string()};
-    FILE* pipe = _popen(("\"\"" + tool + "\" " + arguments + " 2>&1\"").c_str(), "rb");
-    if (!pipe) return run;
-    char buffer[256];
-    while (size_t got = std::fread(buffer, 1, sizeof(buffer), pipe)) run.second.append(buffer, got);
-    run.first = _pclose(pipe);
-    return run;
+    int code = std::system(("\"\"" + tool + "\" " + arguments + " > " + log + " 2>&1\"").c_str());
+    std::ifstream in(log, std::ios::binary);
+    return {code, std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
 }
 
 }  // namespace
