@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -33,9 +32,9 @@ std::string doublingMacros(int levels) {
     return source + "M" + std::to_string(levels) + "\n";
 }
 
-std::string compileError(const std::string& source, const fxc::PreprocessorOptions& options = {}) {
+std::string compileError(const std::string& source) {
     try {
-        fxc::compileEffectText(source, "bad.fx", options);
+        fxc::compileEffectText(source, "bad.fx", fxc::PreprocessorOptions());
     } catch (const fxc::CompileError& error) {
         return error.describe();
     }
