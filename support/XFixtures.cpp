@@ -160,11 +160,14 @@ std::string binarySkinnedScene()
 
 namespace {
 
-// "CK" and one raw deflate stream.
-std::string deflateChunk(const char* data, size_t size)
+// "CK" and one raw deflate stream. As in MSZIP, the chunk before is the history the stream may
+// refer back into.
+std::string deflateChunk(const char* data, size_t size, const std::string& history)
 {
     z_stream stream{};
     deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+    if (!history.empty())
+        deflateSetDictionary(&stream, reinterpret_cast<const Bytef*>(history.data()), uInt(history.size()));
     std::string out(deflateBound(&stream, uLong(size)) + 2, '\0');
     out[0] = 'C';
     out[1] = 'K';
@@ -191,9 +194,11 @@ std::string compressed(const std::string& plain, size_t chunk)
     std::memcpy(&out[8], plain.compare(8, 4, "txt ") == 0 ? "tzip" : "bzip", 4);
     const uint32_t size = uint32_t(plain.size());
     out.append(reinterpret_cast<const char*>(&size), sizeof size);
+    std::string history;
     for (size_t at = 16; at < plain.size(); at += chunk) {
         const size_t length = std::min(chunk, plain.size() - at);
-        const std::string packed = deflateChunk(plain.data() + at, length);
+        const std::string packed = deflateChunk(plain.data() + at, length, history);
+        history = plain.substr(at, length);
         appendWord(out, uint16_t(length));
         appendWord(out, uint16_t(packed.size()));
         out += packed;

@@ -5,10 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 namespace vexiltest {
-
 
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
@@ -68,38 +66,38 @@ LoadedScene::~LoadedScene()
         D3DXFrameDestroy(root, &allocator);
 }
 
-void loadFromText(LoadedScene& scene, IDirect3DDevice9* device, const std::string& text)
+LoadedScene::LoadedScene(IDirect3DDevice9* device, const std::string& text)
 {
-    scene.result = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
-                                                      &scene.allocator, nullptr, &scene.root, &scene.controller);
+    result = D3DXLoadMeshHierarchyFromXInMemory(text.data(), DWORD(text.size()), D3DXMESH_SYSTEMMEM, device,
+                                                &allocator, nullptr, &root, &controller);
 }
 
-void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::string& path)
+LoadedScene::LoadedScene(IDirect3DDevice9* device, const FromFile& file)
 {
-    scene.result = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, &scene.allocator, nullptr,
-                                               &scene.root, &scene.controller);
+    result = D3DXLoadMeshHierarchyFromXA(file.path.c_str(), D3DXMESH_SYSTEMMEM, device, &allocator, nullptr, &root,
+                                         &controller);
+}
+
+D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation)
+{
+    D3DXMATRIX out;
+    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
 }
 
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees, const D3DXVECTOR3& translation)
 {
-    D3DXMATRIX s, r, t, sr, out;
-    D3DXMatrixScaling(&s, scale.x, scale.y, scale.z);
-    D3DXMatrixRotationAxis(&r, &axis, D3DXToRadian(degrees));
-    D3DXMatrixTranslation(&t, translation.x, translation.y, translation.z);
-    D3DXMatrixMultiply(&sr, &s, &r);
-    D3DXMatrixMultiply(&out, &sr, &t);
-    return out;
+    D3DXQUATERNION rotation;
+    return srtMatrix(scale, *D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees)), translation);
 }
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)
 {
-    std::ostringstream out;
-    bool within = true;
     for (int i = 0; i < 16; ++i) {
-        within = within && std::fabs(actual.m[i / 4][i % 4] - expected.m[i / 4][i % 4]) <= tolerance;
-        out << actual.m[i / 4][i % 4] << "/" << expected.m[i / 4][i % 4] << (i % 4 == 3 ? " | " : " ");
+        if (std::fabs(actual.m[i / 4][i % 4] - expected.m[i / 4][i % 4]) > tolerance)
+            return ::testing::AssertionFailure() << "element " << i / 4 << "," << i % 4 << " is "
+                                                 << actual.m[i / 4][i % 4] << ", not " << expected.m[i / 4][i % 4];
     }
-    return within ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "actual/expected: " << out.str();
+    return ::testing::AssertionSuccess();
 }
 
 }  // namespace vexiltest

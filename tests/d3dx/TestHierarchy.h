@@ -3,8 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace vexiltest {
+
+// Owns one reference.
+template <class T>
+class Ref {
+public:
+    Ref() = default;
+    Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    ~Ref() { releaseCount(); }
+    // Releases and reports what the last Release returned.
+    ULONG releaseCount() { return m_object ? std::exchange(m_object, nullptr)->Release() : 0; }
+    T** out() { return &m_object; }
+    T* get() const { return m_object; }
+    T* operator->() const { return m_object; }
+    explicit operator bool() const { return m_object != nullptr; }
+
+private:
+    T* m_object = nullptr;
+};
 
 // A plain allocate-hierarchy that keeps what D3DX hands it, the way an application does.
 class TestAllocator : public ID3DXAllocateHierarchy {
@@ -24,14 +43,20 @@ public:
     ULONG skinReferencesLeft = ~0ul;  // what the last skin-info Release returned
 };
 
-// A loaded hierarchy with its controller, destroyed with the allocator that made it.
+struct FromFile {
+    std::string path;
+};
+
+// A hierarchy loaded from memory or from a file, with its controller, destroyed with the
+// allocator that made it.
 struct LoadedScene {
     HRESULT result = E_FAIL;
     D3DXFRAME* root = nullptr;
     ID3DXAnimationController* controller = nullptr;
     TestAllocator allocator;
 
-    LoadedScene() = default;
+    LoadedScene(IDirect3DDevice9* device, const std::string& text);
+    LoadedScene(IDirect3DDevice9* device, const FromFile& file);
     LoadedScene(const LoadedScene&) = delete;
     LoadedScene& operator=(const LoadedScene&) = delete;
     ~LoadedScene();
@@ -39,11 +64,10 @@ struct LoadedScene {
     D3DXFRAME* frame(const char* name) const { return root ? D3DXFrameFind(root, name) : nullptr; }
 };
 
-void loadFromText(LoadedScene& scene, IDirect3DDevice9* device, const std::string& text);
-void loadFromFile(LoadedScene& scene, IDirect3DDevice9* device, const std::string& path);
 
-// A D3DX matrix from scale, rotation about an axis (degrees) and translation, the order the
-// controller composes them in.
+// A D3DX matrix from scale, rotation (a quaternion, or about an axis in degrees) and
+// translation, the order the controller composes them in.
+D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation);
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees,
                      const D3DXVECTOR3& translation);
 

@@ -1,35 +1,300 @@
-// ConvertToBlendedMesh and the influence counts of the drop-in D3DX's skin info, on fixtures
-// with known weights, drawn through fixed-function blending on the real device, and on the
-// third-party skinned characters (skipped when ../shared/samples is absent).
+// ConvertToBlendedMesh and the influence counts of the drop-in D3DX's skin info, on meshes
+// with known weights and on the third-party characters (skipped when ../shared/samples is absent).
+
+// Defines the D3DX interface identifiers for the tests (no import library carries them).
+#include <initguid.h>
+
 #include <TestDevice.h>
 #include <TestPaths.h>
 
 #include "TestHierarchy.h"
-#include "skin_fixtures.h"
 
+#include <algorithm>
+#include <cstring>
+#include <map>
 #include <random>
-
-using namespace skintest;
+#include <set>
 
 namespace {
 
-// Seven columns: bone 0 on the left, bone 1 in the middle, bone 2 on the right, the joints
-// shared half and half. No face needs more than two bones, but three bones are in play.
-const std::vector<float> kColumns = {-0.75f, -0.5f, -0.25f, 0.0f, 0.25f, 0.5f, 0.75f};
+using vexiltest::Ref;
 
-std::vector<Weight> threeBoneStrip()
+struct Weight {
+    DWORD bone;
+    DWORD vertex;
+    float weight;
+};
+
+constexpr DWORD kMeshFVF = D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1;
+
+struct Converted {
+    HRESULT result = E_FAIL;
+    Ref<ID3DXMesh> mesh;
+    Ref<ID3DXBuffer> table;
+    Ref<ID3DXBuffer> vertexRemap;
+    DWORD maxFaceInfluences = 0;
+    DWORD combinationCount = 0;
+    std::vector<DWORD> faceRemap;
+    std::vector<DWORD> adjacency;
+
+    const D3DXBONECOMBINATION& combination(DWORD i) const
+    {
+        return static_cast<const D3DXBONECOMBINATION*>(table->GetBufferPointer())[i];
+    }
+    DWORD remappedVertex(DWORD i) const { return static_cast<const DWORD*>(vertexRemap->GetBufferPointer())[i]; }
+};
+
+// kMeshFVF vertices, each with distinct values, faces as given; 16- or 32-bit indices as
+// `options` say.
+Ref<ID3DXMesh> makeMesh(IDirect3DDevice9* device, DWORD vertexCount, const std::vector<DWORD>& indices,
+                        const std::vector<DWORD>& attributes = {}, DWORD options = D3DXMESH_MANAGED)
 {
-    std::vector<Weight> weights;
-    const DWORD bone[7][2] = {{0, 0}, {0, 0}, {0, 1}, {1, 1}, {1, 2}, {2, 2}, {2, 2}};
-    for (DWORD c = 0; c < 7; ++c) {
-        for (DWORD row = 0; row < 2; ++row) {
-            const bool shared = bone[c][0] != bone[c][1];
-            weights.push_back({bone[c][0], 2 * c + row, shared ? 0.5f : 1.0f});
-            if (shared)
-                weights.push_back({bone[c][1], 2 * c + row, 0.5f});
+    Ref<ID3DXMesh> mesh;
+    EXPECT_EQ(D3D_OK, D3DXCreateMeshFVF(DWORD(indices.size() / 3), vertexCount, options, kMeshFVF, device, mesh.out()));
+    if (!mesh)
+        return mesh;
+    float* vertex = nullptr;
+    mesh->LockVertexBuffer(0, reinterpret_cast<void**>(&vertex));
+    for (float f = 0; f < vertexCount; ++f) {
+        for (float value : {f, f * 0.5f, 1.0f, 0.0f, f, 1.0f, f / 100.0f, 1.0f - f / 100.0f})
+            *vertex++ = value;
+    }
+    mesh->UnlockVertexBuffer();
+    void* data = nullptr;
+    mesh->LockIndexBuffer(0, &data);
+    for (size_t i = 0; i < indices.size(); ++i) {
+        if (options & D3DXMESH_32BIT)
+            static_cast<DWORD*>(data)[i] = indices[i];
+        else
+            static_cast<WORD*>(data)[i] = WORD(indices[i]);
+    }
+    mesh->UnlockIndexBuffer();
+    DWORD* attribute = nullptr;
+    mesh->LockAttributeBuffer(0, &attribute);
+    for (DWORD f = 0; f < mesh->GetNumFaces(); ++f)
+        attribute[f] = attributes.empty() ? 0 : attributes[f];
+    mesh->UnlockAttributeBuffer();
+    return mesh;
+}
+
+Ref<ID3DXSkinInfo> makeSkin(DWORD vertexCount, DWORD boneCount, const std::vector<Weight>& weights)
+{
+    Ref<ID3DXSkinInfo> skin;
+    EXPECT_EQ(D3D_OK, D3DXCreateSkinInfoFVF(vertexCount, kMeshFVF, boneCount, skin.out()));
+    if (!skin)
+        return skin;
+    std::map<DWORD, std::pair<std::vector<DWORD>, std::vector<float>>> byBone;
+    for (const Weight& w : weights) {
+        byBone[w.bone].first.push_back(w.vertex);
+        byBone[w.bone].second.push_back(w.weight);
+    }
+    for (auto& [bone, influences] : byBone) {
+        EXPECT_EQ(D3D_OK, skin->SetBoneInfluence(bone, DWORD(influences.first.size()), influences.first.data(),
+                                                 influences.second.data()));
+    }
+    return skin;
+}
+
+Converted convert(ID3DXSkinInfo* skin, ID3DXMesh* mesh, DWORD options = D3DXMESH_MANAGED,
+                  const DWORD* adjacencyIn = nullptr)
+{
+    Converted c;
+    c.faceRemap.assign(mesh->GetNumFaces(), 0xDEADBEEF);
+    c.adjacency.assign(3 * size_t(mesh->GetNumFaces()), 0xDEADBEEF);
+    c.result = skin->ConvertToBlendedMesh(mesh, options, adjacencyIn, c.adjacency.data(), c.faceRemap.data(),
+                                          c.vertexRemap.out(), &c.maxFaceInfluences, &c.combinationCount,
+                                          c.table.out(), c.mesh.out());
+    return c;
+}
+
+// Source weights of every vertex by bone, repeats summed, weightless ones left out.
+std::vector<std::map<DWORD, float>> sourceWeights(ID3DXSkinInfo* skin, DWORD vertexCount)
+{
+    std::vector<std::map<DWORD, float>> result(vertexCount);
+    for (DWORD b = 0; b < skin->GetNumBones(); ++b) {
+        DWORD n = skin->GetNumBoneInfluences(b);
+        std::vector<DWORD> vertices(n + 1);
+        std::vector<float> weights(n + 1);
+        skin->GetBoneInfluence(b, vertices.data(), weights.data());
+        for (DWORD i = 0; i < n; ++i)
+            if (weights[i] > 0 && vertices[i] < vertexCount)
+                result[vertices[i]][b] += weights[i];
+    }
+    return result;
+}
+
+// The vertex data as stored.
+std::vector<BYTE> readVertices(ID3DXMesh* mesh)
+{
+    BYTE* data = nullptr;
+    mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&data));
+    std::vector<BYTE> out(data, data + size_t(mesh->GetNumVertices()) * mesh->GetNumBytesPerVertex());
+    mesh->UnlockVertexBuffer();
+    return out;
+}
+
+std::vector<DWORD> readIndices(ID3DXMesh* mesh)
+{
+    std::vector<DWORD> out(3 * size_t(mesh->GetNumFaces()));
+    void* data = nullptr;
+    mesh->LockIndexBuffer(D3DLOCK_READONLY, &data);
+    const bool wide = mesh->GetOptions() & D3DXMESH_32BIT;
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = wide ? static_cast<DWORD*>(data)[i] : static_cast<WORD*>(data)[i];
+    mesh->UnlockIndexBuffer();
+    return out;
+}
+
+std::vector<DWORD> readAttributes(ID3DXMesh* mesh)
+{
+    DWORD* data = nullptr;
+    mesh->LockAttributeBuffer(D3DLOCK_READONLY, &data);
+    std::vector<DWORD> out(data, data + mesh->GetNumFaces());
+    mesh->UnlockAttributeBuffer();
+    return out;
+}
+
+// Weights as fixed-function blending applies them: stored ones, the last used slot taking the rest.
+std::vector<float> effectiveWeights(const BYTE* vertex, const D3DXBONECOMBINATION& c, DWORD slots)
+{
+    const float* stored = reinterpret_cast<const float*>(vertex + 12);
+    DWORD last = 0;
+    for (DWORD i = 0; i < slots; ++i)
+        if (c.BoneId[i] != 0xFFFFFFFF)
+            last = i;
+    std::vector<float> weights(slots, 0.0f);
+    float sum = 0;
+    for (DWORD i = 0; i < last; ++i) {
+        weights[i] = stored[i];
+        sum += stored[i];
+    }
+    weights[last] = 1.0f - sum;
+    return weights;
+}
+
+// One corner's weights: the source ones renormalised over the combination's bones, or all on the
+// first slot when none of them weighs on the vertex; the heaviest bone is always there.
+void expectCornerWeights(const std::map<DWORD, float>& weights, const BYTE* vertex, const D3DXBONECOMBINATION& c,
+                         DWORD slots)
+{
+    float kept = 0;
+    for (DWORD i = 0; i < slots; ++i)
+        kept += weights.count(c.BoneId[i]) ? weights.at(c.BoneId[i]) : 0.0f;
+    const auto applied = effectiveWeights(vertex, c, slots);
+    for (DWORD i = 0; i < slots; ++i) {
+        const float source = weights.count(c.BoneId[i]) ? weights.at(c.BoneId[i]) : 0.0f;
+        EXPECT_NEAR(kept > 0 ? source / kept : (i == 0 ? 1.0f : 0.0f), applied[i], 1e-4f) << "bone " << c.BoneId[i];
+    }
+    if (!weights.empty()) {
+        auto heaviest = std::max_element(weights.begin(), weights.end(),
+                                         [](auto& a, auto& b) { return a.second < b.second; });
+        EXPECT_NE(c.BoneId + slots, std::find(c.BoneId, c.BoneId + slots, heaviest->first)) << "heaviest bone lost";
+    }
+}
+
+// Bones distinct, in range, unused slots last.
+std::set<DWORD> bonesOf(const D3DXBONECOMBINATION& c, DWORD slots, DWORD boneCount)
+{
+    std::set<DWORD> bones;
+    for (DWORD i = 0; i < slots; ++i) {
+        if (c.BoneId[i] == 0xFFFFFFFF) {
+            EXPECT_TRUE(std::all_of(c.BoneId + i, c.BoneId + slots, [](DWORD b) { return b == 0xFFFFFFFF; }));
+            break;
+        }
+        EXPECT_LT(c.BoneId[i], boneCount);
+        EXPECT_TRUE(bones.insert(c.BoneId[i]).second) << "bone " << c.BoneId[i] << " twice";
+    }
+    return bones;
+}
+
+// Every face in exactly one combination and drawn by its subset, combinations contiguous, in the
+// attribute table, with distinct bones and unused slots last, corners mapped back to the
+// source face, adjacency following the moved faces, untouched vertex data, and each corner's
+// weights: the source ones renormalised over the combination's bones (a vertex with none of
+// them rides on the first slot), its heaviest bone always kept, every bone kept wherever the
+// face's bones fit one combination. Returns how many faces needed more bones than that.
+DWORD expectFaithfulConversion(ID3DXSkinInfo* skin, ID3DXMesh* source, const Converted& converted)
+{
+    EXPECT_EQ(D3D_OK, converted.result);
+    if (FAILED(converted.result) || !converted.mesh || !converted.table || !converted.vertexRemap)
+        return 0;
+    ID3DXMesh* blended = converted.mesh.get();
+    const DWORD slots = converted.maxFaceInfluences;
+    const DWORD faces = source->GetNumFaces();
+    EXPECT_EQ(faces, blended->GetNumFaces());
+    EXPECT_EQ(blended->GetNumVertices() * sizeof(DWORD), converted.vertexRemap->GetBufferSize());
+
+    const auto weights = sourceWeights(skin, source->GetNumVertices());
+    const auto sourceIndices = readIndices(source);
+    const auto sourceVertices = readVertices(source);
+    const auto sourceAttributes = readAttributes(source);
+    const auto indices = readIndices(blended);
+    const auto vertices = readVertices(blended);
+    const auto attributes = readAttributes(blended);
+    const DWORD sourceStride = source->GetNumBytesPerVertex();
+    const DWORD stride = blended->GetNumBytesPerVertex();
+    EXPECT_EQ(sourceStride + 4 * (slots - 1), stride);
+    std::vector<DWORD> sourceAdjacency(3 * size_t(faces)), newFace(faces);
+    source->GenerateAdjacency(0.0f, sourceAdjacency.data());
+    for (DWORD f = 0; f < faces; ++f)
+        newFace[converted.faceRemap[f] % faces] = f;
+
+    DWORD rangeCount = 0;
+    EXPECT_EQ(D3D_OK, blended->GetAttributeTable(nullptr, &rangeCount));
+    EXPECT_EQ(converted.combinationCount, rangeCount);
+    std::vector<D3DXATTRIBUTERANGE> ranges(rangeCount);
+    blended->GetAttributeTable(ranges.data(), &rangeCount);
+
+    std::vector<int> timesSeen(faces, 0);
+    DWORD crowded = 0, nextFace = 0, nextVertex = 0;
+    for (DWORD b = 0; b < converted.combinationCount; ++b) {
+        SCOPED_TRACE("combination " + std::to_string(b));
+        const D3DXBONECOMBINATION& c = converted.combination(b);
+        const DWORD vertexCount = c.VertexCout;  // so the MinGW header spells it
+        const D3DXATTRIBUTERANGE range{b, c.FaceStart, c.FaceCount, c.VertexStart, vertexCount};
+        EXPECT_TRUE(b < ranges.size() && std::memcmp(&ranges[b], &range, sizeof range) == 0);
+        EXPECT_EQ(nextFace, c.FaceStart);
+        EXPECT_EQ(nextVertex, c.VertexStart);
+        nextFace += c.FaceCount;
+        nextVertex += vertexCount;
+        const std::set<DWORD> bones = bonesOf(c, slots, skin->GetNumBones());
+        for (DWORD f = c.FaceStart; f < c.FaceStart + c.FaceCount; ++f) {
+            SCOPED_TRACE("face " + std::to_string(f));
+            EXPECT_EQ(b, attributes[f]) << "drawn by its combination's subset";
+            const DWORD original = converted.faceRemap[f];
+            EXPECT_EQ(sourceAttributes[original], c.AttribId);
+            ++timesSeen[original];
+            for (int edge = 0; edge < 3; ++edge) {
+                const DWORD before = sourceAdjacency[3 * original + edge];
+                EXPECT_EQ(before == 0xFFFFFFFF ? before : newFace[before], converted.adjacency[3 * f + edge]);
+            }
+            std::set<DWORD> needed;
+            for (int k = 0; k < 3; ++k)
+                for (const auto& w : weights[sourceIndices[3 * original + k]])
+                    needed.insert(w.first);
+            if (needed.size() > slots)
+                ++crowded;
+            else
+                EXPECT_TRUE(std::includes(bones.begin(), bones.end(), needed.begin(), needed.end()));
+            for (int k = 0; k < 3; ++k) {
+                const DWORD v = indices[3 * f + k];
+                const DWORD from = sourceIndices[3 * original + k];
+                EXPECT_TRUE(v >= c.VertexStart && v < c.VertexStart + vertexCount);
+                EXPECT_EQ(from, converted.remappedVertex(v));
+                const BYTE* out = vertices.data() + size_t(v) * stride;
+                const BYTE* in = sourceVertices.data() + size_t(from) * sourceStride;
+                EXPECT_EQ(0, std::memcmp(out, in, 12)) << "position of vertex " << v;
+                EXPECT_EQ(0, std::memcmp(out + 12 + 4 * (slots - 1), in + 12, sourceStride - 12))
+                    << "other components of vertex " << v;
+                expectCornerWeights(weights[from], out, c, slots);
+            }
         }
     }
-    return weights;
+    EXPECT_EQ(faces, DWORD(std::count(timesSeen.begin(), timesSeen.end(), 1)))
+        << "every face in exactly one combination";
+    EXPECT_EQ(faces, nextFace);
+    EXPECT_EQ(blended->GetNumVertices(), nextVertex);
+    return crowded;
 }
 
 // Most influences on one vertex and on one face.
@@ -45,8 +310,30 @@ std::pair<DWORD, DWORD> influenceCounts(ID3DXSkinInfo* skin, ID3DXMesh* mesh)
 
 class SkinConvert : public vexiltest::DeviceTest {
 protected:
-    Ref<ID3DXMesh> strip(DWORD options = D3DXMESH_MANAGED) { return makeStrip(device(), kColumns, -0.25f, 0.25f, options); }
-    Ref<ID3DXSkinInfo> stripSkin() { return makeSkin(14, kStripFVF, 3, threeBoneStrip()); }
+    // Seven columns of two vertices, a quad between neighbours, 16-bit indices.
+    Ref<ID3DXMesh> strip()
+    {
+        std::vector<DWORD> indices;
+        for (DWORD a = 0; a < 12; a += 2)
+            indices.insert(indices.end(), {a, a + 1, a + 2, a + 1, a + 3, a + 2});
+        return makeMesh(device(), 14, indices);
+    }
+
+    // Bone 0 on the left, bone 1 in the middle, bone 2 on the right, the joints (columns 2 and 4)
+    // shared half and half; a weightless influence of bone 2 on column 2 must not count. No face
+    // needs more than two bones, but three bones are in play.
+    Ref<ID3DXSkinInfo> stripSkin()
+    {
+        std::vector<Weight> weights = {{2, 4, 0.0f}};
+        const DWORD bone[7][2] = {{0, 0}, {0, 0}, {0, 1}, {1, 1}, {1, 2}, {2, 2}, {2, 2}};
+        for (DWORD v = 0; v < 14; ++v) {
+            const DWORD* pair = bone[v / 2];
+            weights.push_back({pair[0], v, pair[0] == pair[1] ? 1.0f : 0.5f});
+            if (pair[0] != pair[1])
+                weights.push_back({pair[1], v, 0.5f});
+        }
+        return makeSkin(14, 3, weights);
+    }
 };
 
 TEST_F(SkinConvert, StripSplitsIntoTheExpectedCombinations)
@@ -58,32 +345,27 @@ TEST_F(SkinConvert, StripSplitsIntoTheExpectedCombinations)
     Converted c = convert(skin.get(), mesh.get());
     ASSERT_EQ(D3D_OK, c.result);
     EXPECT_EQ(2u, c.maxFaceInfluences);
-    EXPECT_EQ(DWORD(D3DFVF_XYZB1 | D3DFVF_DIFFUSE), c.mesh->GetFVF());
+    EXPECT_EQ(DWORD(D3DFVF_XYZB1 | D3DFVF_NORMAL | D3DFVF_TEX1), c.mesh->GetFVF());
     ASSERT_EQ(2u, c.combinationCount);
     ASSERT_EQ(2 * (sizeof(D3DXBONECOMBINATION) + 2 * sizeof(DWORD)), c.table->GetBufferSize());
-    // Quads 0-2 need bones {0}, {0,1}, {0,1}; quads 3-5 {1,2}, {1,2}, {2}.
-    const DWORD expected[2][6] = {{0, 0, 6, 0, 8, 0}, {0, 6, 6, 8, 8, 1}};
+    // Quads 0-2 need bones {0}, {0,1}, {0,1}; quads 3-5 {1,2}, {1,2}, {2}: columns 0-3, then 3-6.
     for (DWORD b = 0; b < 2; ++b) {
-        const D3DXBONECOMBINATION& combination = c.combination(b);
-        EXPECT_EQ(expected[b][0], combination.AttribId);
-        EXPECT_EQ(expected[b][1], combination.FaceStart);
-        EXPECT_EQ(expected[b][2], combination.FaceCount);
-        EXPECT_EQ(expected[b][3], combination.VertexStart);
-        EXPECT_EQ(expected[b][4], vertexCountOf(combination));
-        EXPECT_EQ(expected[b][5], combination.BoneId[0]);
-        EXPECT_EQ(expected[b][5] + 1, combination.BoneId[1]);
+        const D3DXBONECOMBINATION& m = c.combination(b);
+        EXPECT_EQ((std::vector<DWORD>{6 * b, 6, 8 * b, 8, b, b + 1}),
+                  (std::vector<DWORD>{m.FaceStart, m.FaceCount, m.VertexStart, m.VertexCout, m.BoneId[0], m.BoneId[1]}))
+            << "combination " << b;
     }
     EXPECT_EQ(0u, expectFaithfulConversion(skin.get(), mesh.get(), c));
 }
 
 TEST_F(SkinConvert, FaceTouchingSixBonesKeepsTheFourThatMatterMost)
 {
-    // Triangle 0 touches bones 0-5; triangle 1 only bones 6 and 7.
-    Ref<ID3DXMesh> mesh = makeMesh(device(), 6, {0, 1, 2, 3, 4, 5}, {});
-    Ref<ID3DXSkinInfo> skin = makeSkin(6, kMeshFVF, 8,
-                                       {{0, 0, 0.5f}, {1, 0, 0.3f}, {2, 0, 0.2f}, {3, 1, 0.6f}, {4, 1, 0.4f},
-                                        {5, 2, 0.9f}, {1, 2, 0.1f}, {6, 3, 1.0f}, {6, 4, 0.7f}, {7, 4, 0.3f},
-                                        {7, 5, 1.0f}});
+    // Triangle 0 touches bones 0-5 (bone 0 given twice on vertex 0); triangle 1 only bones 6 and 7.
+    Ref<ID3DXMesh> mesh = makeMesh(device(), 6, {0, 1, 2, 3, 4, 5});
+    Ref<ID3DXSkinInfo> skin = makeSkin(6, 8,
+                                       {{0, 0, 0.25f}, {1, 0, 0.3f}, {0, 0, 0.25f}, {2, 0, 0.2f}, {3, 1, 0.6f},
+                                        {4, 1, 0.4f}, {5, 2, 0.9f}, {1, 2, 0.1f}, {6, 3, 1.0f}, {6, 4, 0.7f},
+                                        {7, 4, 0.3f}, {7, 5, 1.0f}});
     EXPECT_EQ(std::make_pair(3ul, 6ul), influenceCounts(skin.get(), mesh.get()));
 
     Converted c = convert(skin.get(), mesh.get());
@@ -91,57 +373,24 @@ TEST_F(SkinConvert, FaceTouchingSixBonesKeepsTheFourThatMatterMost)
     EXPECT_EQ(4u, c.maxFaceInfluences) << "three stored weights at most";
     EXPECT_EQ(DWORD(D3DFVF_XYZB3 | D3DFVF_NORMAL | D3DFVF_TEX1), c.mesh->GetFVF());
     ASSERT_EQ(2u, c.combinationCount) << "bones 6 and 7 cannot join the four of triangle 0";
+    ASSERT_EQ(0u, c.faceRemap[0]);
+    // Each corner's heaviest (0, 3, 5) first; then bone 1 (0.4 in all) wins the tie with bone 4 by number.
+    const DWORD* kept = c.combination(0).BoneId;
+    EXPECT_EQ((std::vector<DWORD>{0, 1, 3, 5}), std::vector<DWORD>(kept, kept + 4));
     EXPECT_EQ(1u, expectFaithfulConversion(skin.get(), mesh.get(), c));
 }
 
-TEST_F(SkinConvert, RemapsAndAdjacencyFollowTheReorderedFaces)
-{
-    // Materials alternate, so faces must move to keep each combination contiguous.
-    std::vector<DWORD> indices, attributes;
-    const DWORD columns = 6;
-    for (DWORD q = 0; q + 1 < columns; ++q) {
-        DWORD a = 2 * q;
-        indices.insert(indices.end(), {a, a + 1, a + 2, a + 1, a + 3, a + 2});
-        attributes.insert(attributes.end(), {q % 2, q % 2});
-    }
-    std::vector<Weight> weights;
-    for (DWORD v = 0; v < 2 * columns; ++v) {
-        weights.push_back({v / 4, v, 0.75f});
-        weights.push_back({v / 4 + 1, v, 0.25f});
-    }
-    Ref<ID3DXMesh> mesh = makeMesh(device(), 2 * columns, indices, attributes);
-    Ref<ID3DXSkinInfo> skin = makeSkin(2 * columns, kMeshFVF, 5, weights);
-    std::vector<DWORD> adjacency(indices.size());
-    ASSERT_EQ(D3D_OK, mesh->GenerateAdjacency(0.0f, adjacency.data()));
-
-    for (const DWORD* given : {static_cast<const DWORD*>(adjacency.data()), static_cast<const DWORD*>(nullptr)}) {
-        Converted c = convert(skin.get(), mesh.get(), D3DXMESH_MANAGED, given);
-        ASSERT_EQ(D3D_OK, c.result);
-        expectFaithfulConversion(skin.get(), mesh.get(), c);
-        EXPECT_NE(c.faceRemap, std::vector<DWORD>({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
-        std::vector<DWORD> newFace(c.faceRemap.size());
-        for (DWORD f = 0; f < c.faceRemap.size(); ++f)
-            newFace[c.faceRemap[f]] = f;
-        for (DWORD f = 0; f < c.faceRemap.size(); ++f) {
-            for (int edge = 0; edge < 3; ++edge) {
-                DWORD before = adjacency[3 * c.faceRemap[f] + edge];
-                DWORD expected = before == 0xFFFFFFFF ? 0xFFFFFFFF : newFace[before];
-                EXPECT_EQ(expected, c.adjacency[3 * f + edge]) << "face " << f << " edge " << edge;
-            }
-        }
-    }
-}
-
-// Random faces and materials over random weights, up to three bones a vertex, so that many faces
-// need more bones than a combination holds. Up to 64 bones faces are grouped by bit masks, beyond
-// by bone lists: bone numbers moved past 100 give the same split. The options decide the pool and
-// the index size of the blended mesh.
+// Random faces and materials over random weights, up to three bones a vertex (or none), so that
+// many faces need more bones than a combination holds. Up to 64 bones faces are grouped by bit
+// masks, beyond by bone lists: bone numbers moved past 100 give the same split. The options
+// decide the index size and pool; the adjacency is given or left for the conversion to find.
 TEST_F(SkinConvert, RandomMeshesConvertFaithfullyWhateverTheBoneNumbers)
 {
     for (unsigned round = 0; round < 20; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         std::vector<Converted> results;
         const bool wide = round % 2;
+        const DWORD options = wide ? D3DXMESH_SYSTEMMEM | D3DXMESH_32BIT : D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE;
         for (DWORD offset : {0u, 100u}) {
             std::mt19937 random(round);
             const DWORD vertices = 60, bones = 2 + random() % 10;
@@ -152,12 +401,13 @@ TEST_F(SkinConvert, RandomMeshesConvertFaithfullyWhateverTheBoneNumbers)
                 attribute = random() % 3;
             std::vector<Weight> weights;
             for (DWORD v = 0; v < vertices; ++v)
-                for (DWORD n = 1 + random() % 3; n > 0; --n)
+                for (DWORD n = random() % 4; n > 0; --n)
                     weights.push_back({offset + random() % bones, v, 0.1f + float(random() % 100) / 100.0f});
-            Ref<ID3DXMesh> mesh = makeMesh(device(), vertices, indices, attributes);
-            Ref<ID3DXSkinInfo> skin = makeSkin(vertices, kMeshFVF, offset + bones, weights);
-            results.push_back(convert(skin.get(), mesh.get(), wide ? D3DXMESH_SYSTEMMEM | D3DXMESH_32BIT
-                                                                   : D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE));
+            Ref<ID3DXMesh> mesh = makeMesh(device(), vertices, indices, attributes, options & D3DXMESH_32BIT);
+            Ref<ID3DXSkinInfo> skin = makeSkin(vertices, offset + bones, weights);
+            std::vector<DWORD> adjacency(indices.size());
+            ASSERT_EQ(D3D_OK, mesh->GenerateAdjacency(0.0f, adjacency.data()));
+            results.push_back(convert(skin.get(), mesh.get(), options, round % 4 < 2 ? adjacency.data() : nullptr));
             expectFaithfulConversion(skin.get(), mesh.get(), results.back());
         }
         const Converted &low = results[0], &high = results[1];
@@ -186,23 +436,26 @@ TEST_F(SkinConvert, BadInputIsRefusedWithoutLeaks)
         const char* what;
         DWORD bones;
         std::vector<Weight> weights;
-    } cases[] = {{"zero bones", 0, {}},
-                 {"no weights", 3, {}},
-                 {"vertex past the mesh", 3, {{0, 0, 1.0f}, {1, 14, 1.0f}}},
-                 {"weights of zero only", 2, {{0, 0, 0.0f}, {1, 3, 0.0f}}}};
+        DWORD faceInfluences;  // vertices no face reaches do not count
+    } cases[] = {{"zero bones", 0, {}, 0},
+                 {"no weights", 3, {}, 0},
+                 {"vertex past the mesh", 3, {{0, 0, 1.0f}, {1, 14, 1.0f}}, 1},
+                 {"weights of zero only", 2, {{0, 0, 0.0f}, {1, 3, 0.0f}}, 0}};
     for (Case& test : cases) {
-        Ref<ID3DXSkinInfo> skin = makeSkin(14, kStripFVF, test.bones, test.weights);
+        Ref<ID3DXSkinInfo> skin = makeSkin(14, test.bones, test.weights);
         ASSERT_TRUE(skin) << test.what;
+        EXPECT_EQ(test.faceInfluences, influenceCounts(skin.get(), mesh.get()).second) << test.what;
         Converted c = convert(skin.get(), mesh.get());
         EXPECT_EQ(D3DERR_INVALIDCALL, c.result) << test.what;
-        EXPECT_FALSE(c.mesh) << test.what;
-        EXPECT_FALSE(c.table) << test.what;
-        EXPECT_FALSE(c.vertexRemap) << test.what;
+        EXPECT_FALSE(c.mesh || c.table || c.vertexRemap) << test.what;
         EXPECT_EQ(0u, skin.releaseCount()) << test.what << ": the skin info keeps a reference";
     }
-    Ref<ID3DXSkinInfo> skin = stripSkin();
-    ID3DXMesh* out = reinterpret_cast<ID3DXMesh*>(1);
+    Ref<ID3DXMesh> pastTheEnd = makeMesh(device(), 3, {0, 1, 3});
+    Ref<ID3DXSkinInfo> skin = makeSkin(3, 1, {{0, 0, 1.0f}});
+    EXPECT_EQ(D3DERR_INVALIDCALL, convert(skin.get(), pastTheEnd.get()).result) << "an index past the vertices";
+
     DWORD influences, count;
+    ID3DXMesh* out = reinterpret_cast<ID3DXMesh*>(1);
     ID3DXBuffer* table = nullptr;
     EXPECT_EQ(D3DERR_INVALIDCALL, skin->ConvertToBlendedMesh(nullptr, 0, nullptr, nullptr, nullptr, nullptr,
                                                              &influences, &count, &table, &out));
@@ -240,94 +493,74 @@ TEST_F(SkinConvert, EverySkinInfoHandedOutIsCompleted)
     }
     EXPECT_EQ(2ul, influenceCounts(back.get(), c.mesh.get()).first);
     EXPECT_EQ(D3DERR_INVALIDCALL, D3DXCreateSkinInfoFromBlendedMesh(c.mesh.get(), 3, nullptr, back.out()));
-    queried.reset();
+    queried.releaseCount();
     EXPECT_EQ(0u, clone.releaseCount());
     EXPECT_EQ(0u, back.releaseCount());
     EXPECT_EQ(0u, skin.releaseCount());
 }
 
-// Draws every combination with its bones' matrices, as a skinned-mesh renderer does.
-void drawBlended(IDirect3DDevice9* device, const Converted& c, const std::vector<D3DXMATRIX>& bones)
-{
-    device->SetRenderState(D3DRS_LIGHTING, FALSE);
-    device->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
-    device->SetRenderState(D3DRS_ZENABLE, FALSE);
-    ASSERT_EQ(D3D_OK, device->BeginScene());
-    for (DWORD b = 0; b < c.combinationCount; ++b) {
-        const D3DXBONECOMBINATION& combination = c.combination(b);
-        DWORD lastSlot = 0;
-        for (DWORD i = 0; i < c.maxFaceInfluences; ++i) {
-            if (combination.BoneId[i] == 0xFFFFFFFF)
-                continue;
-            device->SetTransform(D3DTS_WORLDMATRIX(i), &bones[combination.BoneId[i]]);
-            lastSlot = i;
-        }
-        device->SetRenderState(D3DRS_VERTEXBLEND, lastSlot);
-        EXPECT_EQ(D3D_OK, c.mesh->DrawSubset(b));
-    }
-    device->EndScene();
-    device->SetRenderState(D3DRS_VERTEXBLEND, D3DVBF_DISABLE);
-}
-
-// Pixel centre nearest to a clip-space point of the 64x64 target.
-unsigned px(float x) { return unsigned((x + 1.0f) * 32.0f); }
-unsigned py(float y) { return unsigned((1.0f - y) * 32.0f); }
-
-// One bone moved by a known matrix moves exactly the vertices it weighs, by its share of their
-// weight: columns 0-1 are bone 0's, 3 bone 1's, 5-6 bone 2's; 2 and 4 are shared half and half.
-TEST_F(SkinConvert, MovingOneBoneMovesExactlyTheVerticesItWeighs)
-{
-    D3DCAPS9 caps;
-    device()->GetDeviceCaps(&caps);
-    ASSERT_GE(caps.MaxVertexBlendMatrices, 2u) << "the device cannot blend two matrices";
-    Ref<ID3DXMesh> mesh = strip();
-    Ref<ID3DXSkinInfo> skin = stripSkin();
-    Converted c = convert(skin.get(), mesh.get());
-    ASSERT_EQ(D3D_OK, c.result);
-    std::vector<D3DXMATRIX> bones(3);
-    for (D3DXMATRIX& m : bones)
-        D3DXMatrixIdentity(&m);
-    D3DXMatrixTranslation(&bones[1], 0.0f, 0.5f, 0.0f);
-    testDevice().clear(0);
-    drawBlended(device(), c, bones);
-    const struct {
-        float x, y;
-        bool covered;
-    } pixels[] = {{-0.625f, 0.0f, true}, {-0.625f, 0.4f, false}, {0.625f, 0.0f, true}, {0.625f, 0.4f, false},
-                  {0.03f, 0.6f, true},   {0.03f, 0.1f, false},    // bone 1's alone: up by half a unit
-                  {-0.27f, 0.39f, true}, {-0.27f, 0.55f, false}, {-0.27f, -0.11f, false}};  // half: a quarter
-    for (const auto& p : pixels)
-        EXPECT_TRUE(renderedPixelIs(px(p.x), py(p.y), p.covered ? 0xFFFFFF : 0)) << p.x << ", " << p.y;
-}
-
+// Mesh containers whose skin info has bones.
 void collectSkins(const D3DXFRAME* frame, std::vector<const D3DXMESHCONTAINER*>& out)
 {
     for (; frame; frame = frame->pFrameSibling) {
         for (const D3DXMESHCONTAINER* c = frame->pMeshContainer; c; c = c->pNextMeshContainer) {
-            if (c->pSkinInfo && c->MeshData.Type == D3DXMESHTYPE_MESH)
+            if (c->pSkinInfo && c->pSkinInfo->GetNumBones() > 0 && c->MeshData.Type == D3DXMESHTYPE_MESH)
                 out.push_back(c);
         }
         collectSkins(frame->pFrameFirstChild, out);
     }
 }
 
-// Skinned characters convert faithfully; weights past the vertex array are refused by the loader
-// or by the conversion.
-TEST_F(SkinConvert, SampleCharactersConvertFaithfully)
+// The names of the controller's sets in order, after checking that half a second moves `bone`.
+std::string playedSets(vexiltest::LoadedScene& scene, const char* bone)
+{
+    EXPECT_NE(nullptr, scene.controller);
+    if (!scene.controller)
+        return "";
+    D3DXFRAME* frame = bone ? scene.frame(bone) : nullptr;
+    const D3DXMATRIX before = frame ? frame->TransformationMatrix : D3DXMATRIX();
+    for (int step = 0; step < 5; ++step)
+        EXPECT_EQ(S_OK, scene.controller->AdvanceTime(0.1, nullptr));
+    if (frame) {
+        EXPECT_FALSE(vexiltest::matrixNear(frame->TransformationMatrix, before, 1e-3f)) << bone << " did not move";
+    }
+    std::string names;
+    for (UINT i = 0; i < scene.controller->GetNumAnimationSets(); ++i) {
+        ID3DXAnimationSet* set = nullptr;
+        scene.controller->GetAnimationSet(i, &set);
+        names += (i ? "," : "") + std::string(set->GetName());
+        set->Release();
+    }
+    return names;
+}
+
+// Skinned scenes load their sets and move their bones, and their skins convert
+// faithfully; weights past the vertex array are refused by the loader or by the conversion.
+TEST_F(SkinConvert, SamplesAnimateAndTheirSkinsConvertFaithfully)
 {
     VEXIL_REQUIRE_SAMPLES();
-    for (const char* file : {"sdk\\Tiny\\tiny.x", "assimp\\Testwuson.X", "assimp\\malformed_skinweights_oob.x"}) {
-        const bool malformed = std::string(file).find("malformed") != std::string::npos;
-        vexiltest::LoadedScene scene;
-        vexiltest::loadFromFile(scene, device(), vexiltest::samplesDir() + "\\" + file);
-        std::vector<const D3DXMESHCONTAINER*> skins;
-        collectSkins(scene.root, skins);
+    const struct {
+        const char* file;
+        const char* sets;  // null: not animated
+        const char* bone;
+    } samples[] = {{"sdk\\Tiny\\tiny.x", "", "Bip01_L_Thigh"},  // its one set has no name
+                   {"sdk\\MultiAnimation\\tiny_4anim.x", "Loiter,Walk,Jog,Wave", "Bip01_R_Calf"},
+                   {"assimp\\Testwuson.X", "Wuson_Run,Wuson_Walk,Wuson_Bind", "Tail02"},
+                   {"assimp\\anim_test.x", "cylinder_test", nullptr},
+                   {"assimp\\test_cube_compressed.x", nullptr, nullptr},
+                   {"assimp\\malformed_skinweights_oob.x", nullptr, nullptr}};
+    for (const auto& sample : samples) {
+        SCOPED_TRACE(sample.file);
+        const bool malformed = std::strstr(sample.file, "malformed");
+        vexiltest::LoadedScene scene(device(), vexiltest::FromFile{vexiltest::samplesDir() + "\\" + sample.file});
         if (malformed && FAILED(scene.result))
             continue;
-        ASSERT_EQ(D3D_OK, scene.result) << file;
-        ASSERT_FALSE(skins.empty()) << file << " has no skinned mesh";
+        ASSERT_EQ(D3D_OK, scene.result);
+        std::vector<const D3DXMESHCONTAINER*> skins;
+        collectSkins(scene.root, skins);
+        EXPECT_FALSE(skins.empty()) << "every one of them is skinned";
         for (const D3DXMESHCONTAINER* loaded : skins) {
-            SCOPED_TRACE(std::string(file) + " container '" + (loaded->Name ? loaded->Name : "") + "'");
+            SCOPED_TRACE(std::string("container '") + (loaded->Name ? loaded->Name : "") + "'");
             Converted c = convert(loaded->pSkinInfo, loaded->MeshData.pMesh, D3DXMESH_MANAGED | D3DXMESHOPT_VERTEXCACHE);
             if (malformed) {
                 EXPECT_EQ(D3DERR_INVALIDCALL, c.result);
@@ -337,6 +570,9 @@ TEST_F(SkinConvert, SampleCharactersConvertFaithfully)
             const DWORD most = influenceCounts(loaded->pSkinInfo, loaded->MeshData.pMesh).second;
             EXPECT_EQ(std::min<DWORD>(most, 4), c.maxFaceInfluences);
             expectFaithfulConversion(loaded->pSkinInfo, loaded->MeshData.pMesh, c);
+        }
+        if (sample.sets) {
+            EXPECT_EQ(sample.sets, playedSets(scene, sample.bone));
         }
     }
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace vexiltest {
 namespace {
@@ -19,80 +20,44 @@ std::string captureStdout(const std::function<void()>& action) {
     return text;
 }
 
-std::string hex(const char* format, unsigned value) {
-    char text[128];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-class AdapterOnWine : public RealDirect3DTest {
+class AdapterOnWine : public AdapterTest<RealDirect3DTest> {
 protected:
-    // The adapter's holders may throw from their destructors; the fixture's base may not.
-    ~AdapterOnWine() noexcept override {}
-    void SetUp() override {
-        RealDirect3DTest::SetUp();
-        ASSERT_TRUE(adapter.initialize());
-    }
-    void TearDown() override {
-        adapter.cleanup();
-        RealDirect3DTest::TearDown();
-    }
-    std::string headName(unsigned head) const {
-        D3DADAPTER_IDENTIFIER9 identifier = {};
-        adapter.adapterIdentifier(head, identifier);
-        return identifier.DeviceName;
-    }
-    zeb::Array<zeb::String> names(std::initializer_list<unsigned> heads) const {
-        zeb::Array<zeb::String> list;
-        for (unsigned head : heads) list.append(headName(head).c_str());
-        return list;
-    }
     // Clears every chain to its own colour and presents it.
-    void clearAndPresent(std::initializer_list<unsigned> heads) {
-        IDirect3DDevice9* device = adapter.device().get();
+    void clearAndPresent(const std::vector<unsigned>& heads) {
         D3DCOLOR colour = 0xFF204060;
         for (unsigned head : heads) {
-            COMPtr<IDirect3DSwapChain9>::pointer chain = adapter.swapChain(headName(head).c_str());
-            ASSERT_TRUE(chain) << head;
+            COMPtr<IDirect3DSwapChain9>::pointer chain = adapter.swapChain(name(head));
             IDirect3DSurface9* back = nullptr;
-            ASSERT_EQ(D3D_OK, chain->GetBackBuffer(0, D3DBACKBUFFER_TYPE_MONO, &back));
-            device->SetRenderTarget(0, back);
+            ASSERT_TRUE(chain && SUCCEEDED(chain->GetBackBuffer(0, D3DBACKBUFFER_TYPE_MONO, &back))) << head;
+            adapter.device()->SetRenderTarget(0, back);
             back->Release();
-            EXPECT_EQ(D3D_OK, device->Clear(0, nullptr, D3DCLEAR_TARGET, colour += 0x10, 1.0f, 0));
+            EXPECT_EQ(D3D_OK, adapter.device()->Clear(0, nullptr, D3DCLEAR_TARGET, colour += 0x10, 1.0f, 0));
             EXPECT_EQ(D3D_OK, chain->Present(nullptr, nullptr, nullptr, nullptr, 0)) << head;
         }
     }
-
-    AdapterD3D9 adapter;
-    TestWindows windows{2};
 };
 
 using AdapterOneHead = AdapterOnWine;
 
 TEST_F(AdapterOneHead, WindowedAndFullScreenChainsDrawAndReset) {
     ASSERT_EQ(1u, adapter.headCount());
-    EXPECT_TRUE(adapter.isMasterHead(adapter.displayHead(0)));
     EXPECT_TRUE(adapter.listSubordinateHeadIndex(adapter.displayHead(0)).empty());
     EXPECT_EQ(0u, adapter.masterHeadIndex(names({0})));
 
-    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL)) << log.dump();
+    ASSERT_TRUE(create({0}, true)) << log.dump();
     watch(adapter.device().get());
-    EXPECT_TRUE(adapter.isInitialized());
     clearAndPresent({0});
-    ASSERT_TRUE(adapter.depthBuffer(headName(0).c_str()));
+    ASSERT_TRUE(adapter.depthBuffer(name(0)));
     D3DSURFACE_DESC depth;
-    adapter.depthBuffer(headName(0).c_str())->GetDesc(&depth);
-    EXPECT_EQ(D3DFMT_D24S8, depth.Format);
-    EXPECT_EQ(D3DFMT_D24S8, adapter.d3dDeviceParams().AutoDepthStencilFormat);
-
+    adapter.depthBuffer(name(0))->GetDesc(&depth);
+    EXPECT_TRUE(depth.Format == D3DFMT_D24S8 && adapter.d3dDeviceParams().AutoDepthStencilFormat == D3DFMT_D24S8);
     EXPECT_EQ(D3D_OK, adapter.reset());
-    EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DDevice9::TestCooperativeLevel() S_OK"));
     for (const char* scope : {"AdapterD3D9::initialize", "AdapterD3D9::enumerateAllHeads", "AdapterD3D9::defaultD3DDevice",
                               "AdapterD3D9::configureDepthStencilParam", "AdapterD3D9::createDepthStencilBuffer()"})
         EXPECT_LE(1u, log.count("VexilDX9", scope)) << "no trace " << scope;
 
     // Full screen comes up on Xvfb too, in the display's mode, presenting at once.
-    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), false, D3DDEVTYPE_HAL)) << log.dump();
+    ASSERT_TRUE(create({0}, false)) << log.dump();
     D3DDISPLAYMODE mode = {};
     adapter.direct3D9()->GetAdapterDisplayMode(0, &mode);
     EXPECT_EQ(mode.Width, adapter.d3dDeviceParams().BackBufferWidth);
@@ -100,28 +65,29 @@ TEST_F(AdapterOneHead, WindowedAndFullScreenChainsDrawAndReset) {
     clearAndPresent({0});
 }
 
-TEST_F(AdapterOneHead, ReportsLogNumbersAndPrintMasks) {
+TEST_F(AdapterOneHead, ReportsPrintTheMasksWhateverTheThresholdAndLogTheRest) {
     const AdapterD3D9::DisplayHead& head = adapter.displayHead(0);
-    const std::string info = captureStdout([&] { adapter.displayInfo(lowerCase(headName(0)).c_str()); });
     const GUID& id = head.identifier.DeviceIdentifier;
-    std::string expected = hex("    Device Identifier %08X-", id.Data1) + hex("%04X-", id.Data2) + hex("%04X-", id.Data3);
-    for (unsigned char byte : id.Data4) expected += hex("%02X", byte);
-    EXPECT_EQ(expected, info);
-
-    const D3DCAPS9& caps = head.caps;
+    char identifier[64];
+    std::snprintf(identifier, sizeof identifier, "    Device Identifier %08lX-%04X-%04X-%02X%02X%02X%02X%02X%02X%02X%02X",
+                  id.Data1, id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5],
+                  id.Data4[6], id.Data4[7]);
+    EXPECT_EQ(identifier, captureStdout([&] { adapter.displayInfo(lowerCase(headName(0)).c_str()); }));
     const std::string masks = captureStdout([&] { adapter.displayCaps(head); });
-    const std::string start = hex(" Alpha comparison caps %08X\n", caps.AlphaCmpCaps) + hex(" Caps %08X\n", caps.Caps) +
-                              hex(" Caps2 %08X\n", caps.Caps2) + hex(" Caps3 %08X\n", caps.Caps3) +
-                              hex(" Cursor transparency cap %08X\n", caps.CursorCaps);
-    EXPECT_EQ(start, masks.substr(0, start.size()));
+    const D3DCAPS9& caps = head.caps;
+    char first[192], last[64];
+    std::snprintf(first, sizeof first,
+                  " Alpha comparison caps %08lX\n Caps %08lX\n Caps2 %08lX\n Caps3 %08lX\n Cursor transparency cap %08lX\n",
+                  caps.AlphaCmpCaps, caps.Caps, caps.Caps2, caps.Caps3, caps.CursorCaps);
+    std::snprintf(last, sizeof last, " Vertex shader texture filter caps %08lX\n", caps.VertexTextureFilterCaps);
+    EXPECT_EQ(first, masks.substr(0, std::strlen(first)));
+    EXPECT_NE(std::string::npos, masks.find(last));
     EXPECT_EQ(30, std::count(masks.begin(), masks.end(), '\n'));
-    EXPECT_NE(std::string::npos, masks.find(hex(" Vertex shader texture filter caps %08X\n", caps.VertexTextureFilterCaps)));
     expectLogged(log, "VexilDX9", {{2, "188     Device Name         " + headName(0)}, {2, "103 Adapter Capabilities"},
                                    {2, "195     Adapter ID          " + std::to_string(head.identifier.VendorId)},
                                    {2, "104  Adapter Ordinal 0"}});
 
     // Above priority 2 only the masks remain; an unknown name gives one line and nothing else.
-    log.clear();
     LogCapture quiet(3);
     EXPECT_EQ(masks, captureStdout([&] { adapter.displayCaps(head); }));
     EXPECT_TRUE(quiet.entries().empty());
@@ -140,31 +106,26 @@ protected:
 
 TEST_F(AdapterTwoHeads, BothHeadsFormOneGroupAndDrawWindowedButNotFullScreen) {
     ASSERT_EQ(2u, adapter.headCount());
-    EXPECT_TRUE(adapter.isSubordinateHead(adapter.displayHead(1), adapter.displayHead(0)));
     EXPECT_EQ(std::vector<unsigned>{1}, toVector(adapter.listSubordinateHeadIndex(adapter.displayHead(0))));
     EXPECT_EQ(0u, adapter.masterHeadIndex(names({1, 0})));
-    EXPECT_EQ(1u, adapter.masterHeadIndex(names({1})));
-    EXPECT_EQ(1u, adapter.osLocatorHeadIndex(lowerCase(headName(1)).c_str()));
 
-    ASSERT_TRUE(adapter.createSwapChain(names({0}), windows[0], windows.list(1), true, D3DDEVTYPE_HAL)) << log.dump();
-    clearAndPresent({0});
-
-    // Windowed, both heads draw, the second in R5G6B5 for want of a display format.
-    ASSERT_TRUE(adapter.createSwapChain(names({1, 0}), windows[0], windows.list(2), true, D3DDEVTYPE_HAL)) << log.dump();
-    EXPECT_EQ(2u, adapter.numActiveChain());
+    // Windowed, each head alone and both together draw, the second in R5G6B5 for want of a display format.
+    const std::vector<unsigned> windowedHeads[] = {{0}, {1, 0}, {1}};
+    for (const std::vector<unsigned>& heads : windowedHeads) {
+        ASSERT_TRUE(create(heads, true)) << log.dump();
+        EXPECT_EQ(heads.size(), adapter.numActiveChain());
+        clearAndPresent(heads);
+    }
     EXPECT_TRUE(log.contains("VexilDX9", 1, "314 defaulting to D3DFMT_R5G6B5"));
-    clearAndPresent({1, 0});
-    ASSERT_TRUE(adapter.createSwapChain(names({1}), windows[1], windows.list(1), true, D3DDEVTYPE_HAL)) << log.dump();
-    clearAndPresent({1});
 
     // Full screen, Direct3D refuses a device on the second head alone, and the group device it
     // makes on the master has a single swap chain.
-    EXPECT_FALSE(adapter.createSwapChain(names({1}), windows[1], windows.list(1), false, D3DDEVTYPE_HAL));
+    EXPECT_FALSE(create({1}, false));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3D9::CreateDevice D3DERR_INVALIDCALL"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "633 Unable to create swap chain mapping"));
-    EXPECT_FALSE(adapter.createSwapChain(names({0, 1}), windows[0], windows.list(2), false, D3DDEVTYPE_HAL));
+    EXPECT_FALSE(create({0, 1}, false));
     EXPECT_TRUE(log.contains("VexilDX9", 4, "665 GetSwapChain fails "));
-    EXPECT_FALSE(adapter.isInitialized() && adapter.swapChain(headName(1).c_str()));
+    EXPECT_FALSE(adapter.isInitialized() && adapter.swapChain(name(1)));
 }
 
 }  // namespace

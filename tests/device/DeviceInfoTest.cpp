@@ -4,25 +4,17 @@
 namespace vexiltest {
 namespace {
 
-class DeviceInfoOnScriptedAdapters : public ScriptedDirect3DTest {
-protected:
-    void SetUp() override {
-        ScriptedDirect3DTest::SetUp();
-        setHeads({0, 0});
-        d3d->adapter(0).vertexShaderVersion = D3DVS_VERSION(3, 0);
-        d3d->adapter(0).pixelShaderVersion = D3DPS_VERSION(3, 0);
-        d3d->adapter(1).vertexShaderVersion = D3DVS_VERSION(2, 1);
-    }
-    COMPtr<IDirect3D9>::pointer held() {
-        d3d->AddRef();
-        return COMPtr<IDirect3D9>::pointer(d3d);
-    }
-};
+using DeviceInfoOnScriptedAdapters = ScriptedDirect3DTest;
 
 TEST_F(DeviceInfoOnScriptedAdapters, LooksAdaptersUpByNameIgnoringCase) {
-    DeviceInfo info(held(), D3DDEVTYPE_HAL);
-    ASSERT_EQ(2u, info.numDevices());
-    ASSERT_EQ(2u, info.deviceNames().size());
+    setHeads({0, 0});
+    d3d->adapter(0).vertexShaderVersion = D3DVS_VERSION(3, 0);
+    d3d->adapter(0).pixelShaderVersion = D3DPS_VERSION(3, 0);
+    d3d->adapter(1).vertexShaderVersion = D3DVS_VERSION(2, 1);
+    d3d->AddRef();
+    const COMPtr<IDirect3D9>::pointer held(d3d);  // the test's own reference
+    DeviceInfo info(held, D3DDEVTYPE_HAL);
+    ASSERT_TRUE(info.numDevices() == 2 && info.deviceNames().size() == 2);
     EXPECT_EQ(zeb::String("\\\\.\\HEAD1"), info.deviceNames()[1]);
 
     unsigned ordinal = 99, master = 99, inGroup = 99;
@@ -38,18 +30,15 @@ TEST_F(DeviceInfoOnScriptedAdapters, LooksAdaptersUpByNameIgnoringCase) {
 
     // Unknown names leave every output alone.
     unsigned a = 7, b = 8;
-    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\DISPLAY9", a));
-    EXPECT_FALSE(info.groupInfo("\\\\.\\DISPLAY9", a, b));
-    EXPECT_FALSE(info.vertexShaderVersion("\\\\.\\DISPLAY9", a));
-    EXPECT_FALSE(info.pixelShaderVersion("", a, b));
+    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\DISPLAY9", a) || info.groupInfo("\\\\.\\DISPLAY9", a, b) ||
+                 info.vertexShaderVersion("\\\\.\\DISPLAY9", a) || info.pixelShaderVersion("", a, b));
     EXPECT_TRUE(a == 7 && b == 8) << a << ", " << b;
 
     // A second initialize starts both arrays afresh.
     d3d->setAdapters({ScriptedAdapter()});
     d3d->adapter(0).deviceName = "\\\\.\\OTHER";
-    EXPECT_EQ(1u, info.initialize(held(), D3DDEVTYPE_HAL));
-    EXPECT_EQ(1u, info.deviceNames().size());
-    EXPECT_FALSE(info.deviceOrdinal("\\\\.\\HEAD0", ordinal));
+    EXPECT_EQ(1u, info.initialize(held, D3DDEVTYPE_HAL));
+    EXPECT_FALSE(info.deviceNames().size() != 1 || info.deviceOrdinal("\\\\.\\HEAD0", ordinal));
 }
 
 TEST(DeviceInfo, SharedHalSnapshotIsBuiltOnceAndServesTheExportedQueries) {
@@ -59,8 +48,7 @@ TEST(DeviceInfo, SharedHalSnapshotIsBuiltOnceAndServesTheExportedQueries) {
     SharedDeviceInfo& first = enumerateHALDeviceInformation();
     const size_t callsForFirst = hook.calls().size();
     EXPECT_LE(callsForFirst, 1u);
-    SharedDeviceInfo& second = enumerateHALDeviceInformation();
-    EXPECT_EQ(&first, &second);
+    EXPECT_EQ(&first, &enumerateHALDeviceInformation());
     EXPECT_EQ(callsForFirst, hook.calls().size()) << "the snapshot is not enumerated again";
     ASSERT_TRUE(first);
 
@@ -70,12 +58,9 @@ TEST(DeviceInfo, SharedHalSnapshotIsBuiltOnceAndServesTheExportedQueries) {
     const std::string name = lowerCase(realAdapterName(real));
     real->Release();
 
-    unsigned version = 0;
-    EXPECT_TRUE(vertexShaderVersion(name.c_str(), &version));
-    EXPECT_EQ(caps.VertexShaderVersion, version);
-    EXPECT_TRUE(pixelShaderVersion(name.c_str(), &version));
-    EXPECT_EQ(caps.PixelShaderVersion, version);
-    version = 5;
+    unsigned vertex = 0, pixel = 0, version = 5;
+    EXPECT_TRUE(vertexShaderVersion(name.c_str(), &vertex) && pixelShaderVersion(name.c_str(), &pixel));
+    EXPECT_TRUE(vertex == caps.VertexShaderVersion && pixel == caps.PixelShaderVersion) << vertex << ", " << pixel;
     EXPECT_FALSE(pixelShaderVersion("\\\\.\\NOWHERE", &version));
     EXPECT_EQ(5u, version);
     expectAssertion([] { DeviceInfo info(COMPtr<IDirect3D9>::pointer(), D3DDEVTYPE_HAL); }, 0, "d3d9Obj.get() != NULL",

@@ -6,8 +6,6 @@ namespace vexiltest {
 
 namespace {
 
-const char kLibrary[] = "VexilDX9.dll";
-
 template <class T> T* at(HMODULE base, DWORD rva) { return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(base) + rva); }
 
 // The import address table entry of function imported by module from importedDll, or null.
@@ -37,15 +35,11 @@ void writeSlot(void** slot, void* value) {
     VirtualProtect(slot, sizeof(void*), old, &old);
 }
 
-Direct3DCreateHook* activeCreateHook = nullptr;
-SleepHook* activeSleepHook = nullptr;
-
 }  // namespace
 
 ImportPatch::ImportPatch(const char* module, const char* importedDll, const char* function, void* replacement) {
     HMODULE handle = GetModuleHandleA(module);
-    if (!handle) return;
-    m_slot = findImportSlot(handle, importedDll, function);
+    m_slot = handle ? findImportSlot(handle, importedDll, function) : nullptr;
     if (!m_slot) return;
     m_original = *m_slot;
     writeSlot(m_slot, replacement);
@@ -54,32 +48,5 @@ ImportPatch::ImportPatch(const char* module, const char* importedDll, const char
 ImportPatch::~ImportPatch() {
     if (m_slot) writeSlot(m_slot, m_original);
 }
-
-Direct3DCreateHook::Direct3DCreateHook(Handler handler)
-    : m_patch(kLibrary, "d3d9.dll", "Direct3DCreate9", reinterpret_cast<void*>(&Direct3DCreateHook::hooked)),
-      m_handler(std::move(handler)) {
-    activeCreateHook = this;
-}
-
-Direct3DCreateHook::~Direct3DCreateHook() { activeCreateHook = nullptr; }
-
-IDirect3D9* Direct3DCreateHook::createReal(UINT sdkVersion) const {
-    typedef IDirect3D9*(WINAPI * Create)(UINT);
-    return reinterpret_cast<Create>(m_patch.original())(sdkVersion);
-}
-
-IDirect3D9* WINAPI Direct3DCreateHook::hooked(UINT sdkVersion) {
-    Direct3DCreateHook* self = activeCreateHook;
-    self->m_calls.push_back(sdkVersion);
-    return self->m_handler ? self->m_handler(sdkVersion) : self->createReal(sdkVersion);
-}
-
-SleepHook::SleepHook() : m_patch(kLibrary, "kernel32.dll", "Sleep", reinterpret_cast<void*>(&SleepHook::hooked)) {
-    activeSleepHook = this;
-}
-
-SleepHook::~SleepHook() { activeSleepHook = nullptr; }
-
-void WINAPI SleepHook::hooked(DWORD milliseconds) { activeSleepHook->m_calls.push_back(milliseconds); }
 
 }  // namespace vexiltest

@@ -31,16 +31,25 @@ private:
 class Direct3DCreateHook {
 public:
     typedef std::function<IDirect3D9*(UINT sdkVersion)> Handler;
-    explicit Direct3DCreateHook(Handler handler = Handler());
-    ~Direct3DCreateHook();
+    explicit Direct3DCreateHook(Handler handler = Handler())
+        : m_patch("VexilDX9.dll", "d3d9.dll", "Direct3DCreate9", reinterpret_cast<void*>(&hooked)), m_handler(std::move(handler)) {
+        active = this;
+    }
+    ~Direct3DCreateHook() { active = nullptr; }
 
     bool ok() const { return m_patch.ok(); }
-    IDirect3D9* createReal(UINT sdkVersion) const;
+    IDirect3D9* createReal(UINT sdkVersion) const {
+        return reinterpret_cast<IDirect3D9*(WINAPI*)(UINT)>(m_patch.original())(sdkVersion);
+    }
     const std::vector<UINT>& calls() const { return m_calls; }
 
 private:
-    static IDirect3D9* WINAPI hooked(UINT sdkVersion);
+    static IDirect3D9* WINAPI hooked(UINT sdkVersion) {
+        active->m_calls.push_back(sdkVersion);
+        return active->m_handler ? active->m_handler(sdkVersion) : active->createReal(sdkVersion);
+    }
 
+    static inline Direct3DCreateHook* active = nullptr;
     ImportPatch m_patch;
     Handler m_handler;
     std::vector<UINT> m_calls;
@@ -49,14 +58,15 @@ private:
 // Sleep as VexilDX9.dll sees it: recorded, not waited.
 class SleepHook {
 public:
-    SleepHook();
-    ~SleepHook();
+    SleepHook() : m_patch("VexilDX9.dll", "kernel32.dll", "Sleep", reinterpret_cast<void*>(&hooked)) { active = this; }
+    ~SleepHook() { active = nullptr; }
     bool ok() const { return m_patch.ok(); }
     const std::vector<DWORD>& calls() const { return m_calls; }
 
 private:
-    static void WINAPI hooked(DWORD milliseconds);
+    static void WINAPI hooked(DWORD milliseconds) { active->m_calls.push_back(milliseconds); }
 
+    static inline SleepHook* active = nullptr;
     ImportPatch m_patch;
     std::vector<DWORD> m_calls;
 };

@@ -1,162 +1,17 @@
 #include "ScriptedDirect3D.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
 
 namespace vexiltest {
 
-bool ComLedger::allReleasedToZero() const {
-    return liveDirect3D == 0 && liveDevices == 0 &&
-           std::all_of(finalReleases.begin(), finalReleases.end(), [](ULONG n) { return n == 0; });
-}
-
-// ---- ScriptedDirect3D9 ----
-
-ScriptedDirect3D9::ScriptedDirect3D9(IDirect3D9* real, std::shared_ptr<ComLedger> ledger)
-    : m_real(real), m_ledger(std::move(ledger)) {
-    ++m_ledger->liveDirect3D;
-}
-
-ScriptedDirect3D9::~ScriptedDirect3D9() = default;
-
-void ScriptedDirect3D9::setAdapters(const std::vector<ScriptedAdapter>& adapters) {
-    m_scripted = true;
-    m_adapters = adapters;
-}
-
-HRESULT ScriptedDirect3D9::QueryInterface(REFIID riid, void** object) {
-    if (riid == IID_IUnknown || riid == __uuidof(IDirect3D9)) {
-        AddRef();
-        *object = this;
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
-}
-
-ULONG ScriptedDirect3D9::AddRef() { return ++m_references; }
-
-ULONG ScriptedDirect3D9::Release() {
-    const ULONG left = --m_references;
-    if (left == 0) {
-        m_ledger->finalReleases.push_back(m_real->Release());
-        --m_ledger->liveDirect3D;
-        delete this;
-    }
-    return left;
-}
-
-UINT ScriptedDirect3D9::GetAdapterCount() {
-    return m_scripted ? static_cast<UINT>(m_adapters.size()) : m_real->GetAdapterCount();
-}
-
-HRESULT ScriptedDirect3D9::GetAdapterIdentifier(UINT adapter, DWORD flags, D3DADAPTER_IDENTIFIER9* identifier) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (m_scripted && FAILED(m_adapters[adapter].identifierResult)) return m_adapters[adapter].identifierResult;
-    HRESULT hr = m_real->GetAdapterIdentifier(realAdapter(adapter), flags, identifier);
-    if (SUCCEEDED(hr) && m_scripted) {
-        std::memset(identifier->DeviceName, 0, sizeof identifier->DeviceName);
-        const std::string& name = m_adapters[adapter].deviceName;
-        std::memcpy(identifier->DeviceName, name.data(), std::min(name.size(), sizeof identifier->DeviceName));
-    }
-    return hr;
-}
-
-const std::vector<D3DDISPLAYMODE>* ScriptedDirect3D9::scriptedModes(UINT adapter) const {
-    return m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].modes.empty() ? &m_adapters[adapter].modes
-                                                                                         : nullptr;
-}
-
-UINT ScriptedDirect3D9::GetAdapterModeCount(UINT adapter, D3DFORMAT format) {
-    if (const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter)) return static_cast<UINT>(modes->size());
-    return knownAdapter(adapter) ? m_real->GetAdapterModeCount(realAdapter(adapter), format) : 0;
-}
-
-HRESULT ScriptedDirect3D9::EnumAdapterModes(UINT adapter, D3DFORMAT format, UINT mode, D3DDISPLAYMODE* out) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter);
-    if (!modes) return m_real->EnumAdapterModes(realAdapter(adapter), format, mode, out);
-    if (mode >= modes->size()) return D3DERR_INVALIDCALL;
-    *out = (*modes)[mode];
-    return D3D_OK;
-}
-
-HRESULT ScriptedDirect3D9::GetAdapterDisplayMode(UINT adapter, D3DDISPLAYMODE* mode) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (m_scripted && FAILED(m_adapters[adapter].displayModeResult)) return m_adapters[adapter].displayModeResult;
-    const HRESULT hr = m_real->GetAdapterDisplayMode(realAdapter(adapter), mode);
-    if (SUCCEEDED(hr) && m_scripted && m_adapters[adapter].displayFormat != D3DFMT_UNKNOWN)
-        mode->Format = m_adapters[adapter].displayFormat;
-    return hr;
-}
-
-HRESULT ScriptedDirect3D9::CheckDeviceFormat(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat, DWORD usage,
-                                             D3DRESOURCETYPE resourceType, D3DFORMAT checkFormat) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if ((usage & D3DUSAGE_DEPTHSTENCIL) && !depthFormatAllowed(checkFormat)) return D3DERR_NOTAVAILABLE;
-    if (refusedFormat != D3DFMT_UNKNOWN && checkFormat == refusedFormat) return D3DERR_NOTAVAILABLE;
-    return m_real->CheckDeviceFormat(realAdapter(adapter), type, adapterFormat, usage, resourceType, checkFormat);
-}
-
-HRESULT ScriptedDirect3D9::CheckDeviceMultiSampleType(UINT adapter, D3DDEVTYPE type, D3DFORMAT surfaceFormat,
-                                                      WINBOOL windowed, D3DMULTISAMPLE_TYPE multiSampleType,
-                                                      DWORD* qualityLevels) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (FAILED(multiSampleResult)) return multiSampleResult;
-    if (multiSampleLevels && qualityLevels) {
-        *qualityLevels = multiSampleLevels;
-        return D3D_OK;
-    }
-    return m_real->CheckDeviceMultiSampleType(realAdapter(adapter), type, surfaceFormat, windowed, multiSampleType,
-                                              qualityLevels);
-}
-
-bool ScriptedDirect3D9::depthFormatAllowed(D3DFORMAT format) {
-    if (rejectedDepthChecks != 0) {
-        if (rejectedDepthChecks > 0) --rejectedDepthChecks;
-        return false;
-    }
-    return acceptedDepthFormat == D3DFMT_UNKNOWN || format == acceptedDepthFormat;
-}
-
-HRESULT ScriptedDirect3D9::CheckDepthStencilMatch(UINT adapter, D3DDEVTYPE type, D3DFORMAT adapterFormat,
-                                                  D3DFORMAT renderTargetFormat, D3DFORMAT depthStencilFormat) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (!depthFormatAllowed(depthStencilFormat)) return D3DERR_NOTAVAILABLE;
-    return m_real->CheckDepthStencilMatch(realAdapter(adapter), type, adapterFormat, renderTargetFormat,
-                                          depthStencilFormat);
-}
-
-HRESULT ScriptedDirect3D9::GetDeviceCaps(UINT adapter, D3DDEVTYPE type, D3DCAPS9* caps) {
-    if (!knownAdapter(adapter)) return D3DERR_INVALIDCALL;
-    if (m_scripted && FAILED(m_adapters[adapter].capsResult)) return m_adapters[adapter].capsResult;
-    HRESULT hr = m_real->GetDeviceCaps(realAdapter(adapter), type, caps);
-    if (SUCCEEDED(hr) && m_scripted) {
-        const ScriptedAdapter& a = m_adapters[adapter];
-        caps->AdapterOrdinal = adapter;
-        caps->MasterAdapterOrdinal = a.masterOrdinal;
-        caps->AdapterOrdinalInGroup = a.ordinalInGroup;
-        caps->NumberOfAdaptersInGroup = a.ordinalInGroup == 0 ? a.adaptersInGroup : 0;
-        if (a.vertexShaderVersion) caps->VertexShaderVersion = a.vertexShaderVersion;
-        if (a.pixelShaderVersion) caps->PixelShaderVersion = a.pixelShaderVersion;
-    }
-    return hr;
-}
-
-HMONITOR ScriptedDirect3D9::GetAdapterMonitor(UINT adapter) {
-    if (m_scripted && adapter < m_adapters.size() && !m_adapters[adapter].monitor) return nullptr;
-    return knownAdapter(adapter) ? m_real->GetAdapterMonitor(realAdapter(adapter)) : nullptr;
-}
-
 HRESULT ScriptedDirect3D9::CreateDevice(UINT adapter, D3DDEVTYPE type, HWND focusWindow, DWORD flags,
                                         D3DPRESENT_PARAMETERS* params, IDirect3DDevice9** device) {
     UINT heads = 1;
     if ((flags & D3DCREATE_ADAPTERGROUP_DEVICE) && m_scripted && adapter < m_adapters.size())
         heads = m_adapters[adapter].adaptersInGroup;
-    CreateDeviceCall call{adapter, type, focusWindow, flags, std::vector<D3DPRESENT_PARAMETERS>(params, params + heads),
-                          D3D_OK};
+    m_calls.push_back(CreateDeviceCall{adapter, flags, std::vector<D3DPRESENT_PARAMETERS>(params, params + heads)});
     HRESULT hr;
     if (!createDeviceResults.empty()) {
         hr = createDeviceResults.front();
@@ -167,8 +22,6 @@ HRESULT ScriptedDirect3D9::CreateDevice(UINT adapter, D3DDEVTYPE type, HWND focu
         hr = createRealDevice(adapter, type, focusWindow, flags, heads, params, device);
     }
     if (FAILED(hr)) *device = nullptr;
-    call.result = hr;
-    m_calls.push_back(call);
     return hr;
 }
 
@@ -186,9 +39,7 @@ HRESULT ScriptedDirect3D9::createRealDevice(UINT adapter, D3DDEVTYPE type, HWND 
         D3DPRESENT_PARAMETERS windowed = first;
         if (!first.Windowed) {
             windowed.Windowed = TRUE;
-            windowed.BackBufferWidth = 0;
-            windowed.BackBufferHeight = 0;
-            windowed.FullScreen_RefreshRateInHz = 0;
+            windowed.BackBufferWidth = windowed.BackBufferHeight = windowed.FullScreen_RefreshRateInHz = 0;
         }
         if (autoDepthWithoutFormat) {
             windowed.EnableAutoDepthStencil = FALSE;
@@ -232,7 +83,6 @@ struct DeviceOverrides {
         const ULONG left = d->forward(&IDirect3DDevice9::Release);
         if (left == 0) {
             ScriptedDirect3D9* owner = d->m_owner;
-            owner->m_ledger->finalReleases.push_back(left);
             --owner->m_ledger->liveDevices;
             if (owner->m_lastDevice == d) owner->m_lastDevice = nullptr;
             wrappedDevices().erase(self);
@@ -258,10 +108,6 @@ struct DeviceOverrides {
     static HRESULT STDMETHODCALLTYPE GetSwapChain(IDirect3DDevice9* self, UINT index, IDirect3DSwapChain9** chain) {
         const UINT real = index < ScriptedDevice9::of(self).m_heads ? 0u : index;
         return failOrForward(self, &DeviceScript::swapChainResult, chain, &IDirect3DDevice9::GetSwapChain, real, chain);
-    }
-    static UINT STDMETHODCALLTYPE GetNumberOfSwapChains(IDirect3DDevice9* self) {
-        ScriptedDevice9& d = ScriptedDevice9::of(self);
-        return std::max(d.m_heads, d.forward(&IDirect3DDevice9::GetNumberOfSwapChains));
     }
     static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,
                                                                IDirect3DSwapChain9** chain) {
@@ -307,7 +153,7 @@ ScriptedDevice9::ScriptedDevice9(IDirect3DDevice9* real, ScriptedDirect3D9* owne
     m_table.assign(m_realTable, m_realTable + slotOf(&IDirect3DDevice9Ex::GetDisplayModeEx) + 1);
 #define VEXIL_SCRIPT(method) m_table[slotOf(&IDirect3DDevice9::method)] = reinterpret_cast<void*>(&DeviceOverrides::method)
     VEXIL_SCRIPT(Release), VEXIL_SCRIPT(TestCooperativeLevel), VEXIL_SCRIPT(GetDirect3D), VEXIL_SCRIPT(GetSwapChain);
-    VEXIL_SCRIPT(GetNumberOfSwapChains), VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
+    VEXIL_SCRIPT(CreateAdditionalSwapChain), VEXIL_SCRIPT(Reset);
     VEXIL_SCRIPT(GetDepthStencilSurface), VEXIL_SCRIPT(CreateQuery), VEXIL_SCRIPT(CreateTexture);
 #undef VEXIL_SCRIPT
 }
