@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -32,9 +32,9 @@ std::string doublingMacros(int levels) {
     return source + "M" + std::to_string(levels) + "\n";
 }
 
-std::string compileError(const std::string& source, const fxc::PreprocessorOptions& options = {}) {
+std::string compileError(const std::string& source) {
     try {
-        fxc::compileEffectText(source, "bad.fx", options);
+        fxc::compileEffectText(source, "bad.fx", fxc::PreprocessorOptions());
     } catch (const fxc::CompileError& error) {
         return error.describe();
     }
@@ -50,15 +50,11 @@ void writeText(const std::string& path, const std::string& text) {
 std::pair<int, std::string> runTool(const std::string& arguments) {
     char self[MAX_PATH];
     GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string tool(self);
+    std::string tool(self), log = vexiltest::outputDir() + "\\tool.log";
     tool = tool.substr(0, tool.find_last_of('\\') + 1) + "vexil-fxc.exe";
-    std::pair<int, std::string> run{-1, std::string()};
-    FILE* pipe = _popen(("\"\"" + tool + "\" " + arguments + " 2>&1\"").c_str(), "rb");
-    if (!pipe) return run;
-    char buffer[256];
-    while (size_t got = std::fread(buffer, 1, sizeof(buffer), pipe)) run.second.append(buffer, got);
-    run.first = _pclose(pipe);
-    return run;
+    int code = std::system(("\"\"" + tool + "\" " + arguments + " > " + log + " 2>&1\"").c_str());
+    std::ifstream in(log, std::ios::binary);
+    return {code, std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
 }
 
 }  // namespace
@@ -130,24 +126,6 @@ TEST(EffectCompilerDiagnostics, RegisterBindingsFitTheirShaderProfile) {
     }
 }
 
-TEST(EffectCompilerDiagnostics, PreprocessorMacrosIncludesAndConditions) {
-    std::string dir = vexiltest::outputDir() + "\\fxc-include";
-    CreateDirectoryA(dir.c_str(), nullptr);
-    writeText(dir + "\\colours.fxh", "#define RED_LEVEL 0.5\nfloat4 FromHeader = { RED_LEVEL, 0, 0, 1 };\n");
-    fxc::PreprocessorOptions options;
-    options.includeDirs.push_back(dir);
-    options.macros["QUALITY"] = "2";
-    const char source[] = "#include <colours.fxh>\n"
-                          "#if QUALITY > 1 && defined(QUALITY)\nfloat High;\n#elif QUALITY == 1\nfloat Mid;\n"
-                          "#else\nfloat Low;\n#endif\n"
-                          "#ifndef QUALITY\nfloat Never;\n#endif\n"
-                          "technique T { pass { VertexShader = asm {\n vs_2_0\n undefined_op r0\n }; } }\n";
-    // The shader fails on purpose: the message shows where the included text left the lines.
-    EXPECT_EQ(0u, compileError(source, options).find("bad.fx:14: shader does not assemble"))
-        << compileError(source, options);
-    EXPECT_EQ("bad.fx:1: cannot find include file colours.fxh", compileError(source).substr(0, 46));
-}
-
 // The numbering of the state table is the binary format: spot checks at every sixteenth row.
 TEST(EffectCompilerDiagnostics, StateOperationsFollowTheFormatNumbering) {
     const std::pair<const char*, uint32_t> anchors[] = {
@@ -162,14 +140,21 @@ TEST(EffectCompilerDiagnostics, StateOperationsFollowTheFormatNumbering) {
     EXPECT_EQ(0xb3u, fxc::stateCount());
 }
 
+// The command line reaches the preprocessor: a wrong branch taken or a miscounted line after the
+// include shows in the message of the failing run.
 TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
     std::string dir = vexiltest::outputDir();
     std::string good = dir + "\\tool_good.fx", bad = dir + "\\tool_bad.fx", deep = dir + "\\tool_deep.fx";
-    std::string output = dir + "\\tool.fxo";
-    writeText(good, "float4 Colour = COLOUR_VALUE;\ntechnique T { pass { CullMode = NONE; } }\n");
-    writeText(bad, "float4 Colour;\n\ntechnique T { pass { CullMode = NONE } }\n");
+    std::string output = dir + "\\tool.fxo", includes = " -I " + dir + "\\fxc-include";
+    CreateDirectoryA((dir + "\\fxc-include").c_str(), nullptr);
+    writeText(dir + "\\fxc-include\\colours.fxh", "#define RED_LEVEL 0.5\nfloat4 FromHeader = { RED_LEVEL, 0, 0, 1 };\n");
+    writeText(good, "#include <colours.fxh>\nfloat4 Colour = COLOUR_VALUE;\ntechnique T { pass { CullMode = NONE; } }\n");
+    writeText(bad, "#include <colours.fxh>\n#if QUALITY > 1 && defined(QUALITY)\nfloat High = RED_LEVEL;\n"
+                   "#elif QUALITY == 1\nmiddle\n#else\nlow\n#endif\n#ifndef QUALITY\nnever\n#endif\n"
+                   "technique T { pass { CullMode = NONE } }\n");
     writeText(deep, "#if " + repeated("(", 100000) + "1\n#endif\n");
     DeleteFileA(output.c_str());
+    const std::string compileGood = good + " -o " + output + includes + " -DCOLOUR_VALUE=float4(1,0,0,1)";
     const struct {
         std::string arguments;
         int exitCode;
@@ -177,11 +162,12 @@ TEST(EffectCompilerTool, CompilesReportsAndLeavesNoOutputOnFailure) {
         bool leavesOutput;  // a failed compile removes the stale output
     } runs[] = {
         {"", 2, "usage: vexil-fxc input.fx -o output.fxo", false},
-        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
-        {bad + " -o " + output, 1, "tool_bad.fx:3: expected ';' before '}'", false},
-        {good + " -o " + output + " -D COLOUR_VALUE=float4(1,0,0,1)", 0, "", true},
+        {compileGood, 0, "", true},
+        {bad + " -o " + output + includes + " -D QUALITY=2", 1, "tool_bad.fx:12: expected ';' before '}'", false},
+        {compileGood, 0, "", true},
         {deep + " -o " + output, 1, "tool_deep.fx:1: #if expression nested too deeply", false},
         {dir + "\\absent.fx -o " + output, 1, "cannot open file", false},
+        {good + " -o " + output, 1, "tool_good.fx:1: cannot find include file colours.fxh", false},
     };
     for (const auto& run : runs) {
         std::pair<int, std::string> result = runTool(run.arguments);
