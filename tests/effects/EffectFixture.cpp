@@ -11,7 +11,7 @@
 void EffectTest::SetUp() {
     vexiltest::DeviceTest::SetUp();
     if (HasFatalFailure()) return;
-    ASSERT_EQ(D3D_OK, D3DXCreateMeshFVF(4, 8, D3DXMESH_MANAGED, D3DFVF_XYZ, device(), &m_mesh));
+    ASSERT_EQ(D3D_OK, D3DXCreateMeshFVF(4, 8, D3DXMESH_MANAGED, D3DFVF_XYZ, device(), m_mesh.receive()));
     const D3DXVECTOR3 vertices[] = {{-0.2f, -0.2f, 0.5f}, {-0.2f, 0.2f, 0.5f}, {0.2f, 0.2f, 0.5f}, {0.2f, -0.2f, 0.5f},
                                     {-0.2f, -0.9f, 0.5f}, {-0.2f, -0.7f, 0.5f}, {0.2f, -0.7f, 0.5f}, {0.2f, -0.9f, 0.5f}};
     const WORD indices[] = {0, 1, 2, 0, 2, 3, 4, 5, 6, 4, 6, 7};
@@ -35,8 +35,7 @@ const char* EffectTest::handle(const char* name) {
 
 void EffectTest::TearDown() {
     m_marks = Effect();
-    if (m_mesh) m_mesh->Release();
-    m_mesh = nullptr;
+    m_mesh.reset();
     vexiltest::DeviceTest::TearDown();
 }
 

@@ -60,7 +60,7 @@ protected:
     // Draws one pass inside the bracket a caller of renderPass opens.
     template <class Pass> bool drawnPass(const Technique& technique, Pass pass) {
         return drawn([&] {
-            bool ok = technique.activate() && technique.begin() && technique.renderPass(m_mesh, 0, pass);
+            bool ok = technique.activate() && technique.begin() && technique.renderPass(m_mesh.get(), 0, pass);
             technique.end();
             return ok;
         });
@@ -79,6 +79,6 @@ protected:
     static const D3DCOLOR kBlack = D3DCOLOR_XRGB(0, 0, 0), kRed = D3DCOLOR_XRGB(255, 0, 0), kBlue = D3DCOLOR_XRGB(0, 0, 255);
     static const unsigned kCentre = 32, kLeft = 16, kRight = 48, kBottomRow = 57;
 
-    ID3DXMesh* m_mesh = nullptr;
+    COMPtr<ID3DXMesh>::pointer m_mesh;
     Effect m_marks;
 };

@@ -61,18 +61,18 @@ TEST_F(EffectTest, TechniquesAndPassesAreListedInEffectOrderFoundByNameAndActiva
 
 TEST_F(EffectTest, RenderDrawsEveryPassAndGoesOnAfterAFailedOneAndSinglePassesDrawByIndexOrName) {
     vexiltest::LogCapture log;
-    ASSERT_TRUE(drawn([&] { return m_marks.technique(1).render(m_mesh, 0); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(1).render(m_mesh.get(), 0); }));
     EXPECT_TRUE(renderedPixelIs(kLeft, kCentre, kRed));
     EXPECT_TRUE(renderedPixelIs(kRight, kCentre, kBlue));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
-    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 1); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh.get(), 1); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kBottomRow, kRed)) << "subset 1 is the bottom strip";
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kBlack));
 
-    EXPECT_FALSE(drawn([&] { return m_marks.technique(3).render(m_mesh, 0); }));
+    EXPECT_FALSE(drawn([&] { return m_marks.technique(3).render(m_mesh.get(), 0); }));
     EXPECT_EQ(1u, log.count("VexilDX9", "14 ID3DXEffect::BeginPass ")) << log.dump();
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed)) << "the pass after the failed one still draws";
-    EXPECT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); })) << "the failed render ended its effect";
+    EXPECT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh.get(), 0); })) << "the failed render ended its effect";
 
     const Technique& two = m_marks.technique(1);
     ASSERT_TRUE(drawnPass(two, zeb::String("Right")));
@@ -172,7 +172,7 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
     EXPECT_EQ(5u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
     EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
     EXPECT_EQ(4u, m_marks.numTechniques());
-    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh, 0); }));
+    ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh.get(), 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed));
     EXPECT_TRUE(m_marks.reload(deviceHolder()));
     EXPECT_EQ(4u, m_marks.numTechniques());

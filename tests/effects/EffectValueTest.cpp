@@ -7,12 +7,10 @@
 #include <functional>
 namespace {
 
-// Sets a value of marks.fxo's parameter and reads it back as Out.
-template <class Out, class In> Out roundTrip(const Effect& effect, const char* name, const In& value) {
-    const char* handle = nullptr;
+// Sets a value of a parameter and reads it back as Out.
+template <class Out, class In> Out roundTrip(const Effect& effect, const char* handle, const In& value) {
     Out out{};
-    EXPECT_TRUE(getParameterHandle(effect, name, handle) && setParameter(effect, handle, value) &&
-                getParameter(effect, handle, out)) << name;
+    EXPECT_TRUE(setParameter(effect, handle, value) && getParameter(effect, handle, out));
     return out;
 }
 
@@ -22,20 +20,20 @@ TEST_F(EffectTest, ScalarsVectorsMatricesAndArraysRoundTrip) {
     float scale = 0.0f;
     ASSERT_TRUE(getParameter(m_marks, handle("Scale"), scale));
     EXPECT_EQ(2.5f, scale) << "default value from the effect file";
-    EXPECT_EQ(0.25f, roundTrip<float>(m_marks, "Scale", 0.25f));
-    EXPECT_TRUE(roundTrip<bool>(m_marks, "Enabled", true));
-    EXPECT_FALSE(roundTrip<bool>(m_marks, "Enabled", false));
+    EXPECT_EQ(0.25f, roundTrip<float>(m_marks, handle("Scale"), 0.25f));
+    EXPECT_TRUE(roundTrip<bool>(m_marks, handle("Enabled"), true));
+    EXPECT_FALSE(roundTrip<bool>(m_marks, handle("Enabled"), false));
     const int two = 2;  // raw bytes: SetInt/SetBool would normalise the flag
     ASSERT_EQ(D3D_OK, m_marks.effect()->SetValue(handle("Enabled"), &two, sizeof two));
     bool enabled = true;
     ASSERT_TRUE(getParameter(m_marks, handle("Enabled"), enabled));
     EXPECT_FALSE(enabled) << "only exactly 1 reads as true";
-    EXPECT_EQ(D3DXVECTOR4(1, 2, 3, 1), roundTrip<D3DXVECTOR4>(m_marks, "FillColour", D3DXVECTOR3(1, 2, 3)));
-    EXPECT_EQ(D3DXVECTOR3(4, 5, 6), roundTrip<D3DXVECTOR3>(m_marks, "FillColour", D3DXVECTOR4(4, 5, 6, 7)));
+    EXPECT_EQ(D3DXVECTOR4(1, 2, 3, 1), roundTrip<D3DXVECTOR4>(m_marks, handle("FillColour"), D3DXVECTOR3(1, 2, 3)));
+    EXPECT_EQ(D3DXVECTOR3(4, 5, 6), roundTrip<D3DXVECTOR3>(m_marks, handle("FillColour"), D3DXVECTOR4(4, 5, 6, 7)));
     D3DXMATRIX world;
     D3DXMatrixRotationYawPitchRoll(&world, 0.3f, 0.2f, 0.1f);
     world._41 = 5.0f;
-    EXPECT_EQ(world, roundTrip<D3DXMATRIX>(m_marks, "World", world)) << "no transposition on the way";
+    EXPECT_EQ(world, roundTrip<D3DXMATRIX>(m_marks, handle("World"), world)) << "no transposition on the way";
 
     // Arrays read as many elements as they hold.
     zeb::Array<int> counts, back;
