@@ -63,9 +63,7 @@ protected:
         m_texture->LockRect(0, &locked, nullptr, 0);
         std::copy(kTexels, kTexels + 2, static_cast<D3DCOLOR*>(locked.pBits));
         m_texture->UnlockRect(0);
-        const char* handle = nullptr;
-        IDirect3DBaseTexture9* base = m_texture.get();
-        ASSERT_TRUE(getParameterHandle(m_effect, "textureMap", handle) && setParameter(m_effect, handle, base));
+        ASSERT_TRUE(EffectValue<IDirect3DBaseTexture9*>(BorrowedEffect(&m_effect), "textureMap").set(m_texture.get()));
     }
 
     Effect m_effect;
