@@ -20,8 +20,6 @@ D3DXHANDLE WINAPI foreignPass(ID3DXEffect*, D3DXHANDLE, const char*) { return "a
 
 TEST_F(EffectTest, TechniquesAndPassesAreListedInEffectOrderFoundByNameAndActivated) {
     vexiltest::LogCapture log;
-    EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
-    EXPECT_EQ(13u, m_marks.numParameters());
     ASSERT_EQ(4u, m_marks.numTechniques());
     const char* names[] = {"Solid", "TwoPasses", "SHADOW", "BrokenFirst"};
     for (unsigned i = 0; i < 4; ++i) EXPECT_TRUE(m_marks.technique(i).name() == names[i]) << names[i];
