@@ -159,8 +159,8 @@ public:
         size_t at = 1;
         for (uint32_t i = 0; i < instructions; ++i)  // each takes words, so this ends with them
             if (!instruction(at)) return false;
-        for (uint32_t table : m_addressedTables)
-            if (table != Input && m_sizes[table] == 0) return false;
+        for (uint32_t table = 0; table < TableCount; ++table)
+            if ((m_addressedTables >> table & 1) && table != Input && m_sizes[table] == 0) return false;
         return hasLiterals || m_sizes[Literal] > 0;
     }
 
@@ -185,7 +185,7 @@ private:
         Operand operand = {};
         for (uint32_t i = 0; i <= inputs; ++i) {
             if (!this->operand(at, operand)) return false;
-            if (operand.relative) m_addressedTables.push_back(operand.table);
+            if (operand.relative) m_addressedTables |= 1u << operand.table;
         }
         if (operand.relative) return false;
         // Bool registers count one component each; the others four.
@@ -212,7 +212,7 @@ private:
     size_t m_words;
     const Reader& m_reader;
     uint32_t m_sizes[TableCount] = {};
-    std::vector<uint32_t> m_addressedTables;
+    uint32_t m_addressedTables = 0;  // a bit per table read through an address register
 };
 
 enum class Search { Found, Absent, Broken };
@@ -224,8 +224,6 @@ public:
         : m_code(code), m_words(size / 4), m_reader(reader) {}
 
     bool shader() {
-        uint32_t kind = token(0) >> 16;
-        if ((kind != 0xFFFE && kind != 0xFFFF) || token(m_words - 1) != kEndToken) return false;
         if (!isSoundInstructionStream(m_code, m_words) || !constantTableAt(0)) return false;
         size_t preshader = 0, preshaderWords = 0;
         return !leadingComment(1, m_words - 1, kPreshaderTag, preshader, preshaderWords) ||
