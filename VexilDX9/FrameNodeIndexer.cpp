@@ -23,27 +23,6 @@ FrameNode::FrameNode() : m_renderFrame(true), m_frame(nullptr), m_parentIndex(no
     D3DXMatrixIdentity(&m_invTransposeTransform);
 }
 
-FrameNode::FrameNode(const FrameNode& other)
-    : m_renderFrame(other.m_renderFrame),
-      m_frame(other.m_frame),
-      m_parentIndex(other.m_parentIndex),
-      m_combinedTransform(other.m_combinedTransform),
-      m_inverseTransform(other.m_inverseTransform),
-      m_invTransposeTransform(other.m_invTransposeTransform),
-      m_containerTextures(other.m_containerTextures) {}
-
-FrameNode& FrameNode::operator=(const FrameNode& other) {
-    if (this == &other) return *this;
-    m_renderFrame = other.m_renderFrame;
-    m_frame = other.m_frame;
-    m_parentIndex = other.m_parentIndex;
-    m_combinedTransform = other.m_combinedTransform;
-    m_inverseTransform = other.m_inverseTransform;
-    m_invTransposeTransform = other.m_invTransposeTransform;
-    m_containerTextures = other.m_containerTextures;
-    return *this;
-}
-
 FrameNode::~FrameNode() {
     ZEB_TRACE(fileLogger, "FrameNode::~FrameNode");
     cleanup();

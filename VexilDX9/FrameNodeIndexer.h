@@ -13,8 +13,8 @@ struct VEXILDX9_API FrameNode {
     static const unsigned int noParent = 0xFFFFFFFFu;
 
     FrameNode();
-    FrameNode(const FrameNode& other);
-    FrameNode& operator=(const FrameNode& other);
+    FrameNode(const FrameNode& other) = default;
+    FrameNode& operator=(const FrameNode& other) = default;
     ~FrameNode();
     // Releases the container textures and forgets the frame.
     void cleanup();
