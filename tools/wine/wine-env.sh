@@ -10,7 +10,9 @@ export WINEPREFIX="$VEXIL_WINE_STATE/prefix"
 export WINEDEBUG="${VEXIL_WINEDEBUG:--all}"
 export WINEARCH=win64
 # No Mono/Gecko installers (they would wait on a dialog); our own d3dx9_37.dll wins over Wine's.
-export WINEDLLOVERRIDES="mscoree=;mshtml=;d3dx9_37=n,b"
+# No debugger: a crashing program would start winedbg --auto, which holds the caller's pipe open,
+# so the crash would hang the run instead of failing it.
+export WINEDLLOVERRIDES="mscoree=;mshtml=;winedbg.exe=d;d3dx9_37=n,b"
 if [ -f "$VEXIL_WINE_STATE/display" ]; then
   DISPLAY="$(cat "$VEXIL_WINE_STATE/display")"
   export DISPLAY
