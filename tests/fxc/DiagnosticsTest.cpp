@@ -144,6 +144,7 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {"vs_3_0\ndcl_position o0\nmad r0, c1, c1, c1\nmov o0, r0", 0, ""},
         {"vs_2_0\nmad r0, c1, c1, c1\nmov oPos, r0", 2, "read ports: mad reads c# registers 3 times"},
         {"vs_2_0\nmad r0, c1, c1, r1\nmov oPos, r0", 0, ""},
+        {"vs_2_0\nsincos r0.xy, c2.x, c0, c1\nmov oPos, r0", 0, ""},
         {"ps_2_0\ndcl v0\ndcl v1\nadd r0, v0, v1\nmov oC0, r0", 4, "read ports"},
         {"vs_2_0\nmov oPos, c256", 2, "register range"},
         {"vs_2_0\nmov oPos, c255", 0, ""},

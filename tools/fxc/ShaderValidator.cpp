@@ -49,8 +49,8 @@ public:
     bool opcode(std::string& name, int& line) {
         skipBlank();
         if (peek() == '(') {
-            while (m_position < m_text.size() && m_text[m_position] != ')') ++m_position;
-            ++m_position;
+            size_t close = m_text.find(')', m_position);
+            countLines(close == std::string::npos ? m_text.size() : close + 1);
             skipBlank();
         }
         line = m_line;
@@ -615,7 +615,10 @@ private:
             ++reads[kind];
         };
         if (instruction.predicated) read(instruction.predicate.kind, instruction.predicate.index, false);
-        for (const ShaderOperand& source : instruction.sources) {
+        // The two constants of sincos in the 2 models are its own operands, not reads of the program.
+        size_t counted = instruction.opcode == D3DSIO_SINCOS ? 1 : instruction.sources.size();
+        for (size_t i = 0; i < counted; ++i) {
+            const ShaderOperand& source = instruction.sources[i];
             read(source.kind, source.index, source.relative);
             if (source.relative) read(source.addressKind, source.addressIndex, false);
         }
@@ -804,20 +807,23 @@ private:
         if (colours == 0) failAt(kWholeShader, kOutputs, std::string(m_model.name) + " writes oC0");
     }
 
-    // Call depth of a routine: the longest chain of calls it starts.
-    uint32_t callDepth(int routine, std::set<int>& active) const {
+    // Call depth of a routine: the longest chain of calls it starts (each routine reckoned once).
+    uint32_t callDepth(int routine, std::set<int>& active, std::map<int, uint32_t>& known) const {
+        auto found = known.find(routine);
+        if (found != known.end()) return found->second;
         uint32_t depth = 0;
         for (const Call& call : m_calls) {
             if (call.routine != routine) continue;
             int target = static_cast<int>(call.label);
             if (!active.insert(target).second) failAt(call.at, kFlow, "l" + std::to_string(call.label) + " calls itself back");
-            uint32_t below = 1 + callDepth(target, active);
+            uint32_t below = 1 + callDepth(target, active, known);
             active.erase(target);
             if (routine == -1 && below > m_model.flow.callNesting)
                 failAt(call.at, kFlow, "calls nest " + std::to_string(below) + " deep; " + m_model.name + " allows " +
                                            std::to_string(m_model.flow.callNesting));
             depth = std::max(depth, below);
         }
+        known[routine] = depth;
         return depth;
     }
 
@@ -828,7 +834,8 @@ private:
             if (m_model.vertex && label->second < call.at) failAt(call.at, kFlow, "vertex shaders call forward only");
         }
         std::set<int> active{-1};
-        callDepth(-1, active);
+        std::map<int, uint32_t> known;
+        callDepth(-1, active, known);
     }
 
     const ShaderCode& m_code;
