@@ -100,8 +100,7 @@ bool readInstruction(TokenReader& reader, uint32_t token, ShaderInstruction& ins
     }
     if (instruction.predicated && !readOperand(reader, left, false, instruction.predicate)) return false;
     while (left > 0) {
-        instruction.sources.emplace_back();
-        if (!readOperand(reader, left, false, instruction.sources.back())) return false;
+        if (instruction.sources.full() || !readOperand(reader, left, false, instruction.sources.add())) return false;
     }
     instruction.writtenOperands = (instruction.hasDestination ? 1 : 0) + instruction.sources.size();
     return true;
@@ -118,6 +117,7 @@ bool decodeShader(const std::vector<uint8_t>& bytes, ShaderCode& code) {
     if (!code.vertex && (token >> 16) != 0xFFFF) return false;
     // Models before 2_0 encode no instruction lengths; the validator refuses them by version.
     if (code.version < 0x200) return true;
+    code.instructions.reserve(bytes.size() / 16);
     while (reader.read(token)) {
         uint32_t opcode = token & D3DSI_OPCODE_MASK;
         if (opcode == D3DSIO_END) return true;

@@ -22,6 +22,29 @@ struct ShaderOperand {
     bool sameRegister(const ShaderOperand& other) const { return kind == other.kind && index == other.index; }
 };
 
+// The sources of one instruction, held in place: instructions of these models take four at most
+// (texldd).
+class SourceList {
+public:
+    static const size_t kCapacity = 4;
+    size_t size() const { return m_count; }
+    bool empty() const { return m_count == 0; }
+    bool full() const { return m_count == kCapacity; }
+    ShaderOperand& add() { return m_items[m_count++]; }
+    void assignOne(const ShaderOperand& operand) {
+        m_items[0] = operand;
+        m_count = 1;
+    }
+    const ShaderOperand& operator[](size_t position) const { return m_items[position]; }
+    const ShaderOperand& back() const { return m_items[m_count - 1]; }
+    const ShaderOperand* begin() const { return m_items; }
+    const ShaderOperand* end() const { return m_items + m_count; }
+
+private:
+    ShaderOperand m_items[kCapacity];
+    size_t m_count = 0;
+};
+
 struct ShaderInstruction {
     uint32_t opcode = 0;    // D3DSIO_*
     uint32_t controls = 0;  // comparison of ifc, breakc and setp; texldp (1) and texldb (2)
@@ -29,7 +52,7 @@ struct ShaderInstruction {
     ShaderOperand predicate;
     bool hasDestination = false;
     ShaderOperand destination;
-    std::vector<ShaderOperand> sources;
+    SourceList sources;
     uint32_t declaration = 0;  // dcl: the usage token (usage and index, or the sampler type)
     size_t writtenOperands = 0;  // operands the source text lists, literals of def included
 };

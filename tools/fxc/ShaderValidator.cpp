@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <set>
@@ -34,6 +35,12 @@ const uint32_t kIdentity = 0xE4;
 // The swizzles ps_2_0 offers besides .xyzw and the replicates: .yzxw, .zxyw, .wzyx.
 const uint32_t kPs20Swizzles[] = {0xC9, 0xD2, 0x1B};
 
+// Character classes of the asm text, ASCII only (the C library's take a call per character).
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isAlphanumeric(char c) { return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+char lowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // Reads the asm text as the assembler splits it into instructions: an optional predicate in
 // parentheses, an opcode, then operands separated by commas; line breaks do not matter.
 class AsmScanner {
@@ -56,19 +63,19 @@ public:
         line = m_line;
         size_t start = m_position;
         if (!word()) return false;
-        name = m_text.substr(start, m_position - start);
+        name.assign(m_text, start, m_position - start);
         return true;
     }
 
-    // Reads past `count` operands; `first` takes the register the first one names.
-    bool operands(size_t count, std::string& first) {
+    // Reads past `count` operands; `first`, when given, takes the register the first one names.
+    bool operands(size_t count, std::string* first) {
         for (size_t i = 0; i < count; ++i) {
             skipBlank();
             if (i > 0 && peek() != ',') return false;
             if (i > 0) ++m_position;
             size_t start = skipSign();
             if (!operand()) return false;
-            if (i == 0) first = registerName(start);
+            if (i == 0 && first) *first = registerName(start);
         }
         return true;
     }
@@ -87,12 +94,15 @@ private:
 
     void skipBlank() {
         while (m_position < m_text.size()) {
-            char c = m_text[m_position];
-            if (std::isspace(static_cast<unsigned char>(c))) {
-                countLines(m_position + 1);
-            } else if (c == ';' || c == '#' || m_text.compare(m_position, 2, "//") == 0) {
+            char c = m_text[m_position], after = m_position + 1 < m_text.size() ? m_text[m_position + 1] : '\0';
+            if (c == '\n') {
+                ++m_line;
+                ++m_position;
+            } else if (isBlank(c)) {
+                ++m_position;
+            } else if (c == ';' || c == '#' || (c == '/' && after == '/')) {
                 skipToLineEnd();
-            } else if (m_text.compare(m_position, 2, "/*") == 0) {
+            } else if (c == '/' && after == '*') {
                 size_t end = m_text.find("*/", m_position + 2);
                 countLines(end == std::string::npos ? m_text.size() : end + 2);
             } else {
@@ -101,18 +111,15 @@ private:
         }
     }
 
-    static bool isWordCharacter(char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.';
-    }
+    static bool isWordCharacter(char c) { return isAlphanumeric(c) || c == '_' || c == '.'; }
 
     // A register name, an opcode or a number (an exponent's sign included).
     bool word() {
         size_t start = m_position;
         while (m_position < m_text.size()) {
             char c = m_text[m_position];
-            bool exponentSign = (c == '-' || c == '+') && m_position > start &&
-                                std::tolower(static_cast<unsigned char>(m_text[m_position - 1])) == 'e' &&
-                                (std::isdigit(static_cast<unsigned char>(m_text[start])) || m_text[start] == '.');
+            bool exponentSign = (c == '-' || c == '+') && m_position > start && lowerCase(m_text[m_position - 1]) == 'e' &&
+                                (isDigit(m_text[start]) || m_text[start] == '.');
             if (!isWordCharacter(c) && !exponentSign) break;
             ++m_position;
         }
@@ -140,8 +147,7 @@ private:
 
     std::string registerName(size_t start) const {
         std::string name;
-        for (size_t i = start; i < m_text.size() && std::isalnum(static_cast<unsigned char>(m_text[i])); ++i)
-            name += static_cast<char>(std::tolower(static_cast<unsigned char>(m_text[i])));
+        for (size_t i = start; i < m_text.size() && isAlphanumeric(m_text[i]); ++i) name += lowerCase(m_text[i]);
         return name;
     }
 
@@ -154,12 +160,18 @@ bool isSetup(uint32_t opcode) {
     return opcode == D3DSIO_DCL || opcode == D3DSIO_DEF || opcode == D3DSIO_DEFI || opcode == D3DSIO_DEFB;
 }
 
+bool equalsNoCase(const std::string& text, size_t length, const char* word) {
+    if (text.size() < length || std::strlen(word) != length) return false;
+    for (size_t i = 0; i < length; ++i)
+        if (lowerCase(text[i]) != word[i]) return false;
+    return true;
+}
+
 // Operands of a declaration or definition as written; 0 for other opcodes.
-size_t setupOperands(std::string opcode) {
-    for (char& c : opcode) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (opcode.compare(0, 3, "dcl") == 0) return 1;
-    if (opcode == "def" || opcode == "defi") return 5;
-    return opcode == "defb" ? 2 : 0;
+size_t setupOperands(const std::string& opcode) {
+    if (equalsNoCase(opcode, 3, "dcl")) return 1;
+    if (equalsNoCase(opcode, opcode.size(), "def") || equalsNoCase(opcode, opcode.size(), "defi")) return 5;
+    return equalsNoCase(opcode, opcode.size(), "defb") ? 2 : 0;
 }
 
 struct SetupLine {
@@ -192,7 +204,8 @@ SourceLines instructionLines(const std::string& text, const ShaderCode& code, in
         int line = 0;
         if (!scanner.opcode(opcode, line)) return result;
         size_t operands = setupOperands(opcode);
-        if (operands == 0) {
+        bool declaration = operands != 0;
+        if (!declaration) {
             while (next < code.instructions.size() && isSetup(code.instructions[next].opcode)) ++next;
             if (next == code.instructions.size()) return result;
             operands = code.instructions[next++].writtenOperands;
@@ -200,8 +213,8 @@ SourceLines instructionLines(const std::string& text, const ShaderCode& code, in
         } else if (!executable.empty() && !result.lateSetup) {
             result.lateSetup = line;
         }
-        if (!scanner.operands(operands, first)) return result;
-        if (setupOperands(opcode)) setup.push_back({first, line, false});
+        if (!scanner.operands(operands, declaration ? &first : nullptr)) return result;
+        if (declaration) setup.push_back({first, line, false});
     }
     std::vector<int> lines{versionLine};
     size_t executed = 0;
@@ -212,7 +225,7 @@ SourceLines instructionLines(const std::string& text, const ShaderCode& code, in
             continue;
         }
         std::string name = nameOf(instruction.destination);
-        for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (char& c : name) c = lowerCase(c);
         auto found = std::find_if(setup.begin(), setup.end(), [&](const SetupLine& s) { return !s.used && s.reg == name; });
         if (found == setup.end()) return result;
         found->used = true;
@@ -320,31 +333,35 @@ private:
     }
 
     // ---- one instruction -------------------------------------------------------------------------
-    void check(ShaderInstruction instruction) {
-        const InstructionRule* rule = findInstruction(instruction.opcode, instruction.controls);
+    void check(const ShaderInstruction& assembled) {
+        const InstructionRule* rule = findInstruction(assembled.opcode, assembled.controls);
         if (!rule || !m_model.is(rule->models))
-            fail(kInstructionSet, instructionName(instruction) + " is not an instruction of " + m_model.name);
+            fail(kInstructionSet, instructionName(assembled) + " is not an instruction of " + m_model.name);
+        if (assembled.opcode != D3DSIO_TEXKILL) return checkInstruction(*rule, assembled);
         // texkill names the register it tests where other instructions name their destination.
-        if (instruction.opcode == D3DSIO_TEXKILL) {
-            ShaderOperand tested = instruction.destination;
-            tested.swizzle = kIdentity;
-            tested.modifier = 0;
-            instruction.sources.assign(1, tested);
-            instruction.hasDestination = false;
-        }
-        checkPlacement(*rule, instruction);
+        ShaderInstruction instruction = assembled;
+        ShaderOperand tested = instruction.destination;
+        tested.swizzle = kIdentity;
+        tested.modifier = 0;
+        instruction.sources.assignOne(tested);
+        instruction.hasDestination = false;
+        checkInstruction(*rule, instruction);
+    }
+
+    void checkInstruction(const InstructionRule& rule, const ShaderInstruction& instruction) {
+        checkPlacement(rule, instruction);
         if (instruction.sources.size() < minimumSources(instruction.opcode))
-            fail(kOperands, std::string(rule->name) + " lacks operands");
+            fail(kOperands, std::string(rule.name) + " lacks operands");
         if (instruction.opcode == D3DSIO_DCL) return declare(instruction);
-        countSlots(*rule, instruction);
-        if (rule->kind == InstructionKind::Setup) return checkDefinition(*rule, instruction);
-        if (instruction.predicated) checkPredicate(*rule, instruction);
-        if (instruction.hasDestination) checkDestination(*rule, instruction);
-        for (size_t i = 0; i < instruction.sources.size(); ++i) checkSource(*rule, instruction, i);
-        checkReadPorts(*rule, instruction);
-        checkOperands(*rule, instruction);
-        checkFlow(*rule, instruction);
-        if (!m_model.vertex) checkPixelOutput(*rule, instruction);
+        countSlots(rule, instruction);
+        if (rule.kind == InstructionKind::Setup) return checkDefinition(rule, instruction);
+        if (instruction.predicated) checkPredicate(rule, instruction);
+        if (instruction.hasDestination) checkDestination(rule, instruction);
+        for (size_t i = 0; i < instruction.sources.size(); ++i) checkSource(rule, instruction, i);
+        checkReadPorts(rule, instruction);
+        checkOperands(rule, instruction);
+        checkFlow(rule, instruction);
+        if (!m_model.vertex) checkPixelOutput(rule, instruction);
     }
 
     // Sources the checks below rely on; the assembler gives at least these.
@@ -606,41 +623,58 @@ private:
         return position == 0 && usesW ? 4 : dimension;
     }
 
+    struct Read {
+        uint32_t kind;
+        uint32_t index;  // relatively addressed registers apart from the plain ones
+    };
+    // The predicate, the sources and the registers that index them.
+    static const size_t kMostReads = 1 + 2 * SourceList::kCapacity;
+
     // Distinct registers of a kind one instruction reads, and reads of that kind in all.
     void checkReadPorts(const InstructionRule& rule, const ShaderInstruction& instruction) const {
-        std::map<uint32_t, std::set<uint32_t>> distinct;
-        std::map<uint32_t, uint32_t> reads;
-        auto read = [&](uint32_t kind, uint32_t index, bool relative) {
-            distinct[kind].insert(index | (relative ? 0x10000u : 0u));
-            ++reads[kind];
-        };
-        if (instruction.predicated) read(instruction.predicate.kind, instruction.predicate.index, false);
+        Read reads[kMostReads];
+        size_t count = 0;
+        if (instruction.predicated) reads[count++] = {instruction.predicate.kind, instruction.predicate.index};
         // The two constants of sincos in the 2 models are its own operands, not reads of the program.
         size_t counted = instruction.opcode == D3DSIO_SINCOS ? 1 : instruction.sources.size();
         for (size_t i = 0; i < counted; ++i) {
             const ShaderOperand& source = instruction.sources[i];
-            read(source.kind, source.index, source.relative);
-            if (source.relative) read(source.addressKind, source.addressIndex, false);
+            reads[count++] = {source.kind, source.index | (source.relative ? 0x10000u : 0u)};
+            if (source.relative) reads[count++] = {source.addressKind, source.addressIndex};
         }
-        for (const auto& kind : distinct) {
-            const RegisterRule* registers = m_model.registerRule(kind.first);
-            if (!registers) continue;
+        for (size_t i = 0; i < count; ++i) {
+            auto sameKind = [&](const Read& read) { return read.kind == reads[i].kind; };
+            if (std::none_of(reads, reads + i, sameKind)) checkReadsOfKind(rule, reads, count, reads[i].kind);
+        }
+    }
+
+    void checkReadsOfKind(const InstructionRule& rule, const Read* reads, size_t count, uint32_t kind) const {
+        const RegisterRule* registers = m_model.registerRule(kind);
+        if (!registers) return;
+        uint32_t distinct[kMostReads];
+        size_t distinctCount = 0, readCount = 0;
+        for (size_t i = 0; i < count; ++i) {
+            if (reads[i].kind != kind) continue;
+            ++readCount;
+            if (std::find(distinct, distinct + distinctCount, reads[i].index) == distinct + distinctCount)
+                distinct[distinctCount++] = reads[i].index;
+        }
+        if (distinctCount > registers->readPorts) {
             std::string names;
-            for (uint32_t index : kind.second) names += (names.empty() ? "" : ", ") + nameOf(kind.first, index & 0xFFFF);
-            if (kind.second.size() > registers->readPorts)
-                fail(kReadPorts, std::string(rule.name) + " reads " + std::to_string(kind.second.size()) + " different " +
-                                     registers->name + " registers (" + names + "); " + m_model.name + " reads " +
-                                     std::to_string(registers->readPorts) + " per instruction");
-            uint32_t count = reads.at(kind.first);
-            if (registers->readsPerInstruction && count > registers->readsPerInstruction)
-                fail(kReadPorts, std::string(rule.name) + " reads " + registers->name + " registers " + std::to_string(count) +
-                                     " times; " + m_model.name + " allows " + std::to_string(registers->readsPerInstruction));
+            for (size_t i = 0; i < distinctCount; ++i) names += (i ? ", " : "") + nameOf(kind, distinct[i] & 0xFFFF);
+            fail(kReadPorts, std::string(rule.name) + " reads " + std::to_string(distinctCount) + " different " +
+                                 registers->name + " registers (" + names + "); " + m_model.name + " reads " +
+                                 std::to_string(registers->readPorts) + " per instruction");
         }
+        if (registers->readsPerInstruction && readCount > registers->readsPerInstruction)
+            fail(kReadPorts, std::string(rule.name) + " reads " + registers->name + " registers " +
+                                 std::to_string(readCount) + " times; " + m_model.name + " allows " +
+                                 std::to_string(registers->readsPerInstruction));
     }
 
     // Rules of single instructions that the flags do not cover.
     void checkOperands(const InstructionRule& rule, const ShaderInstruction& instruction) const {
-        const std::vector<ShaderOperand>& sources = instruction.sources;
+        const SourceList& sources = instruction.sources;
         const ShaderOperand& target = instruction.destination;
         bool model3 = m_model.is(kVs30 | kPs30);
         for (size_t i = 0; i < sources.size() && (rule.flags & kDestinationNotSource); ++i) {
@@ -657,7 +691,7 @@ private:
             fail(kOperands, std::string(rule.name) + " takes its sampler without a modifier");
     }
 
-    void checkSinCos(const std::vector<ShaderOperand>& sources, bool model3) const {
+    void checkSinCos(const SourceList& sources, bool model3) const {
         size_t expected = model3 ? 1 : 3;
         if (sources.size() != expected)
             fail(kOperands, std::string("sincos takes ") + std::to_string(expected) + " sources in " + m_model.name);
