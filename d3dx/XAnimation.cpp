@@ -283,8 +283,8 @@ std::string withEdits(const char* data, size_t begin, size_t end, const std::vec
     std::string text;
     size_t at = begin;
     for (const Edit& edit : edits) {
-        if (!contains({begin, end, {}}, edit))
-            continue;
+        if (!contains({begin, end, {}}, edit) || edit.begin < at)
+            continue;  // outside, or inside one already made
         text.append(data + at, edit.begin - at);
         text += edit.text;
         at = edit.end;
@@ -305,26 +305,32 @@ std::vector<Edit> materialListEdits(const XFileOutline& file, bool binary)
 
 // Material lists are written out face by face; animation objects go; a frame's "{ CubeMesh }"
 // becomes the top-level mesh it names, which then goes from the top level so that it is not
-// loaded twice.
+// loaded twice. What lies inside an object that goes is not edited.
 std::vector<Edit> editsForSystemLoader(const char* data, bool binary, const XFileOutline& file)
 {
     const std::vector<Edit> lists = materialListEdits(file, binary);
     std::vector<Edit> edits, removals;
+    for (const XObject& object : file.topLevel) {
+        if (isAnimationType(object.type))
+            removals.push_back({object.begin, object.end, std::string()});
+    }
+    const auto removed = [&](const Edit& edit) {
+        return std::any_of(removals.begin(), removals.end(), [&](const Edit& gone) { return contains(gone, edit); });
+    };
     std::set<const XObject*> inlined;
     for (const XFrameReference& reference : file.frameReferences) {
-        if (const XObject* mesh = topLevelMesh(file, reference.name)) {
+        const XObject* mesh = topLevelMesh(file, reference.name);
+        if (mesh && !removed({reference.begin, reference.end, {}})) {
             edits.push_back({reference.begin, reference.end, withEdits(data, mesh->begin, mesh->end, lists)});
             inlined.insert(mesh);
         }
     }
     for (const XObject& object : file.topLevel) {
-        if (isAnimationType(object.type) || inlined.count(&object))
+        if (inlined.count(&object))
             removals.push_back({object.begin, object.end, std::string()});
     }
-    for (const Edit& list : lists) {
-        if (std::none_of(removals.begin(), removals.end(), [&](const Edit& gone) { return contains(gone, list); }))
-            edits.push_back(list);
-    }
+    edits.insert(edits.end(), lists.begin(), lists.end());
+    edits.erase(std::remove_if(edits.begin(), edits.end(), removed), edits.end());
     edits.insert(edits.end(), removals.begin(), removals.end());
     std::sort(edits.begin(), edits.end(), [](const Edit& a, const Edit& b) { return a.begin < b.begin; });
     return edits;
