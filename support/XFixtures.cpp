@@ -292,7 +292,9 @@ std::vector<std::pair<std::string, std::string>> seedFiles()
             {"cube-reference.x", textFile({kReferencedCube})},
             {"binary.x", binary},
             {"scene-tzip.x", compressed(scene, 200)},
-            {"binary-bzip.x", compressed(binary)}};
+            {"binary-bzip.x", compressed(binary)},
+            {"short-list.x", materialListFile(6, {1, 0}, false, true)},
+            {"short-list-bzip.x", compressed(materialListFile(6, {1}, true))}};
 }
 
 }  // namespace xfixtures
