@@ -156,4 +156,59 @@ TEST_F(XMeshLoad, FrameUtilitiesMeasureCountAndRegisterTheHierarchy)
     EXPECT_FLOAT_EQ(4, leaf->TransformationMatrix._42);
 }
 
+// A box (position, normal; material 0) and a textured quad (position, texture coordinates;
+// material 1) moved 5 along x, its coordinates scaled by 2: one mesh holding both, the quad's
+// indices after the box's vertices, the declaration the union of theirs, both attribute tables.
+TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
+{
+    Ref<ID3DXMesh> box, quad, joined;
+    ASSERT_EQ(D3D_OK, D3DXCreateBox(device(), 2, 2, 2, box.out(), nullptr));
+    ASSERT_EQ(D3D_OK, D3DXCreateMeshFVF(2, 4, D3DXMESH_SYSTEMMEM, D3DFVF_XYZ | D3DFVF_TEX1, device(), quad.out()));
+    float* v = nullptr;
+    WORD* i = nullptr;
+    DWORD* a = nullptr;
+    quad->LockVertexBuffer(0, reinterpret_cast<void**>(&v));
+    const float corners[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    for (int c = 0; c < 4; ++c) {
+        const float vertex[5] = {corners[c][0], corners[c][1], 0, corners[c][0], corners[c][1]};
+        std::copy(vertex, vertex + 5, v + 5 * c);
+    }
+    quad->UnlockVertexBuffer();
+    quad->LockIndexBuffer(0, reinterpret_cast<void**>(&i));
+    const WORD indices[6] = {0, 1, 2, 0, 2, 3};
+    std::copy(indices, indices + 6, i);
+    quad->UnlockIndexBuffer();
+    quad->LockAttributeBuffer(0, &a);
+    a[0] = a[1] = 1;
+    quad->UnlockAttributeBuffer();
+    const D3DXATTRIBUTERANGE quadRange = {1, 0, 2, 0, 4};
+    ASSERT_EQ(D3D_OK, quad->SetAttributeTable(&quadRange, 1));
+
+    ID3DXMesh* both[2] = {box.get(), quad.get()};
+    D3DXMATRIX geometry[2], texture[2];
+    D3DXMatrixTranslation(&geometry[1], 5, 0, 0);
+    D3DXMatrixScaling(&texture[1], 2, 2, 1);
+    D3DXMatrixIdentity(&geometry[0]);
+    D3DXMatrixIdentity(&texture[0]);
+    ASSERT_EQ(D3D_OK, D3DXConcatenateMeshes(both, 2, D3DXMESH_SYSTEMMEM, geometry, texture, nullptr, device(),
+                                            joined.out()));
+    ASSERT_EQ(28u, joined->GetNumVertices());
+    ASSERT_EQ(14u, joined->GetNumFaces());
+    EXPECT_EQ(D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1, joined->GetFVF());
+    joined->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
+    const float* corner = v + 8 * 26;  // the quad's (1, 1): x, y, z, normal, u, v
+    EXPECT_TRUE(corner[0] == 6 && corner[1] == 1 && corner[6] == 2 && corner[7] == 2);
+    EXPECT_NEAR(1, D3DXVec3Length(reinterpret_cast<const D3DXVECTOR3*>(v + 3)), 1e-5) << "box normals kept";
+    EXPECT_TRUE(v[6] == 0 && v[7] == 0) << "no texture coordinates for the box";
+    joined->UnlockVertexBuffer();
+    joined->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&i));
+    EXPECT_TRUE(i[36] == 24 && i[37] == 25 && i[38] == 26);
+    joined->UnlockIndexBuffer();
+    D3DXATTRIBUTERANGE table[2] = {};
+    DWORD entries = 2;
+    ASSERT_EQ(D3D_OK, joined->GetAttributeTable(table, &entries));
+    ASSERT_EQ(2u, entries);
+    EXPECT_TRUE(table[1].AttribId == 1 && table[1].FaceStart == 12 && table[1].VertexStart == 24);
+}
+
 }  // namespace
