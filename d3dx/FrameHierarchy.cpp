@@ -82,6 +82,15 @@ std::vector<PlacedMesh> meshesOf(const D3DXFRAME* root)
     return meshes;
 }
 
+// D3DXVec3TransformCoord, inline: the sphere's loop places every vertex of the hierarchy.
+D3DXVECTOR3 placedPoint(const D3DXVECTOR3& p, const D3DXMATRIX& m)
+{
+    const float w = p.x * m._14 + p.y * m._24 + p.z * m._34 + m._44;
+    return D3DXVECTOR3(p.x * m._11 + p.y * m._21 + p.z * m._31 + m._41, p.x * m._12 + p.y * m._22 + p.z * m._32 + m._42,
+                       p.x * m._13 + p.y * m._23 + p.z * m._33 + m._43) /
+           w;
+}
+
 // Calls see(position) for each vertex of the mesh, in the mesh's own space.
 template <class See>
 HRESULT forEachPosition(const PlacedMesh& placed, See see)
@@ -120,8 +129,7 @@ extern "C" HRESULT WINAPI D3DXFrameCalculateBoundingSphere(const D3DXFRAME* root
             return hr;
         const double count = placed.mesh->GetNumVertices();
         const D3DXVECTOR3 meshMean(float(meshSum[0] / count), float(meshSum[1] / count), float(meshSum[2] / count));
-        D3DXVECTOR3 mean;
-        D3DXVec3TransformCoord(&mean, &meshMean, &placed.combined);
+        const D3DXVECTOR3 mean = placedPoint(meshMean, placed.combined);
         sum[0] += mean.x * count;
         sum[1] += mean.y * count;
         sum[2] += mean.z * count;
@@ -133,9 +141,8 @@ extern "C" HRESULT WINAPI D3DXFrameCalculateBoundingSphere(const D3DXFRAME* root
     float farthest = 0;
     for (const PlacedMesh& placed : meshes) {
         const HRESULT hr = forEachPosition(placed, [&](const D3DXVECTOR3& p) {
-            D3DXVECTOR3 world, offset;
-            D3DXVec3TransformCoord(&world, &p, &placed.combined);
-            farthest = std::max(farthest, D3DXVec3LengthSq(D3DXVec3Subtract(&offset, &world, center)));
+            const D3DXVECTOR3 offset = placedPoint(p, placed.combined) - *center;
+            farthest = std::max(farthest, D3DXVec3LengthSq(&offset));
         });
         if (FAILED(hr))
             return hr;
