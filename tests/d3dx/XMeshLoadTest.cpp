@@ -71,6 +71,14 @@ TEST_F(XMeshLoad, ShortMaterialListsGiveTheLastIndexToTheRemainingFaces)
             EXPECT_EQ(list.expected, quadMaterials(container->MeshData.pMesh));
         }
     }
+    const std::string file = compressed(materialListFile(4, {1}, true));
+    Ref<ID3DXMesh> mesh;
+    Ref<ID3DXBuffer> materials;
+    DWORD materialCount = 0;
+    ASSERT_EQ(D3D_OK, D3DXLoadMeshFromXInMemory(file.data(), DWORD(file.size()), D3DXMESH_SYSTEMMEM, device(),
+                                                nullptr, materials.out(), nullptr, &materialCount, mesh.out()));
+    EXPECT_EQ(2u, materialCount);
+    EXPECT_EQ((std::vector<DWORD>{1, 1, 1, 1}), quadMaterials(mesh.get())) << "the single-mesh loader reads them too";
 }
 
 // A single index over many faces draws every face in that material.

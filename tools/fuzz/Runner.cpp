@@ -59,10 +59,14 @@ void operator delete(void* pointer, size_t) noexcept
 
 namespace {
 
-// Loads the hierarchy, measures it, registers its frames on a controller of its own, plays the
-// file's animation a little, and lets it all go.
+// Loads the file as one mesh, then as a hierarchy, measures that, registers its frames on a
+// controller of its own, plays the file's animation a little, and lets it all go.
 bool loadX(const std::string& path, IDirect3DDevice9* device)
 {
+    ID3DXMesh* mesh = nullptr;
+    if (SUCCEEDED(D3DXLoadMeshFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, nullptr, nullptr, nullptr, nullptr,
+                                     &mesh)))
+        mesh->Release();
     vexiltest::TestAllocator allocator;
     D3DXFRAME* root = nullptr;
     ID3DXAnimationController* controller = nullptr;
