@@ -211,6 +211,8 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
         bool sound;
     } cases[] = {
         {0, 0, true},
+        {0, 0xFFFF03FF, true},            // ps_3_sw: the software models are 2.sw and 3.sw
+        {0, 0xFFFF0301, false},           // there is no shader model 3.1
         {1, 0xFFFE, false},               // an empty comment reads as a table of 4 GB
         {1, 0xFFFE | (200u << 16), false},  // past the end token
         {3, 32, false},                   // header size
@@ -225,8 +227,8 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
         {12, 4, true},                    // register counts are D3DX's to clamp
         {10, 72, true},                   // a constant of no parameter is skipped
         {17, 0xFFFF, false},              // 65535 elements, where the parameter it names has one
-        {15, D3DXPC_SCALAR | (D3DXPT_INT << 16), false},  // not the parameter's type
-        {16, 1 | (4u << 16), false},      // nor its columns
+        {15, D3DXPC_MATRIX_ROWS | (D3DXPT_INT << 16), true},  // D3DX converts and reshapes a value into
+        {16, 1 | (4u << 16), true},       // registers of another type, class, rows or columns
         {25, 0x7FFFFFFF, false},          // an instruction 15 tokens long walks past the end token
         {25, 0x03000001, false},          // mov with three operand tokens
         {25, 0x02000031, false},          // no such opcode
@@ -234,7 +236,7 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
     };
     for (const auto& c : cases) {
         Words code = shaderWithTable();
-        if (c.word) code[c.word] = c.value;
+        if (c.word || c.value) code[c.word] = c.value;
         EXPECT_EQ(c.sound, shaderEffect(code).wellFormed()) << "word " << c.word << " = " << c.value;
     }
 
