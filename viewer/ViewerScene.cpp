@@ -11,11 +11,6 @@ namespace {
 
 const char* const kCameraFrame = "CameraDummy";
 
-// D3DX hands rigid meshes an empty skin information; only bones make a mesh skinned.
-bool isSkinned(const D3DXMESHCONTAINER& container) {
-    return container.pSkinInfo && container.pSkinInfo->GetNumBones() > 0;
-}
-
 // Positions of a mesh's vertices: the first element of every vertex that is not pre-transformed.
 std::vector<D3DXVECTOR3> vertexPositions(ID3DXMesh* mesh) {
     std::vector<D3DXVECTOR3> positions;
@@ -83,7 +78,7 @@ void ViewerScene::computeBounds() {
         for (D3DXMESHCONTAINER* c = node.m_frame->pMeshContainer; c; c = c->pNextMeshContainer) {
             if (c->MeshData.Type != D3DXMESHTYPE_MESH) continue;
             const std::vector<D3DXVECTOR3> positions = vertexPositions(c->MeshData.pMesh);
-            if (isSkinned(*c)) {
+            if (MeshManagerD3DX9::isSkinnedContainer(*c)) {
                 addSkinnedPoints(points, *c, positions, frames);
             } else {
                 for (const D3DXVECTOR3& p : positions) addTransformed(points, p, node.m_combinedTransform);
@@ -151,7 +146,7 @@ unsigned ViewerScene::triangleCount() const {
         const FrameNode& node = frames[static_cast<int>(i)];
         if (!node.m_renderFrame) continue;
         for (D3DXMESHCONTAINER* c = node.m_frame->pMeshContainer; c; c = c->pNextMeshContainer)
-            if (!isSkinned(*c) && c->MeshData.Type == D3DXMESHTYPE_MESH && c->MeshData.pMesh)
+            if (!MeshManagerD3DX9::isSkinnedContainer(*c) && c->MeshData.Type == D3DXMESHTYPE_MESH && c->MeshData.pMesh)
                 triangles += c->MeshData.pMesh->GetNumFaces();
     }
     for (const SkinnedMesh& skinned : meshManager().skinnedMesh())
