@@ -87,8 +87,8 @@ protected:
     Lights m_lights;
 };
 
-// Made, replaced, dropped for a device reset and made again, the map still shadows the ground.
-TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterAReset) {
+// Made, replaced, and dropped and made again around device resets, the map shadows the ground.
+TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterResets) {
     ASSERT_TRUE(m_map->initialize(deviceHolder()));
     EXPECT_FALSE(m_map->isInitialized()) << "no map yet";
     ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), 200));
@@ -102,17 +102,21 @@ TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterARese
     EXPECT_TRUE(desc.Format == D3DFMT_R32F && desc.Width == 256 && desc.Height == 256);
     expectShadowOfTheBox();
 
-    m_map->effect().effect()->OnLostDevice();
-    m_map->releaseShadowMapResources();
-    COMPtr<IDirect3DSwapChain9>::pointer chain;
-    D3DPRESENT_PARAMETERS parameters;
-    device()->GetSwapChain(0, chain.receive());
-    chain->GetPresentParameters(&parameters);
-    chain.reset();
-    ASSERT_EQ(D3D_OK, device()->Reset(&parameters));
-    m_map->effect().effect()->OnResetDevice();
-    ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));
-    expectShadowOfTheBox();
+    // Dropped for a device reset and made again, cycle after cycle: the first picture every time,
+    // and no more device references than after the first cycle.
+    const std::vector<uint32_t> picture = vexiltest::readRenderTarget(device()).pixels;
+    ULONG references = 0;
+    for (unsigned cycle = 1; cycle <= vexiltest::resetCycles(); ++cycle) {
+        m_map->effect().effect()->OnLostDevice();
+        m_map->releaseShadowMapResources();
+        ASSERT_EQ(D3D_OK, vexiltest::resetDevice(device()));
+        m_map->effect().effect()->OnResetDevice();
+        ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));
+        render();
+        ASSERT_TRUE(vexiltest::readRenderTarget(device()).pixels == picture) << "cycle " << cycle;
+        if (cycle == 1) references = vexiltest::referencesOf(device());
+    }
+    EXPECT_EQ(vexiltest::referencesOf(device()), references);
 }
 
 class ShadowMapScriptedTest : public vexiltest::ScriptedDirect3DTest {};
