@@ -10,6 +10,8 @@ namespace vexilview {
 
 namespace {
 
+const int kQuiet = 5;  // above every priority the library logs at
+
 std::wstring fullPath(const std::string& path) {
     const std::wstring wide = widen(path);
     wchar_t buffer[MAX_PATH * 4] = {};
@@ -48,7 +50,9 @@ std::wstring widen(const std::string& utf8) {
 }
 
 ExitCode Session::open(HWND window, bool depthStencil) {
-    zeb::LogFactory::setPriority(m_options.verbose ? 1 : 4);  // the library's failures only
+    // The viewer reports what the library's messages would tell a user (missing textures, skins it
+    // cannot build, meshes it skips); --verbose shows the library's own lines.
+    zeb::LogFactory::setPriority(m_options.verbose ? 1 : kQuiet);
     if (!m_options.k2mFile.empty()) {
         std::vector<std::string> entries;
         const std::string problem = readFrameList(m_options.k2mFile, entries);
@@ -108,10 +112,12 @@ ExitCode Session::loadScene() {
         return kExitRefused;
     }
     m_loadMilliseconds = (secondsNow() - start) * 1000.0;
-    if (m_textures)
-        for (const zeb::String& name : m_scene.meshManager().failedTextures())
-            warn(std::string("texture ") + name.getUTF8String().c_str() + " did not load: drawn without it");
     m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    const ExitCode animation = applyAnimationOptions();
+    if (animation != kExitOk) return animation;
+    m_report = describeScene(m_scene, m_textures);
+    if (!m_options.info)  // --info lists them itself
+        for (const std::string& warning : m_report.warnings) warn(warning);
     if (m_options.skin == SkinPath::Effect) {
         std::string problem;
         if (!m_renderer.useSkinEffect(m_device.holder(), problem)) {
@@ -121,7 +127,24 @@ ExitCode Session::loadScene() {
     }
     const ExitCode shading = loadShading();
     if (shading != kExitOk) return shading;
-    if (!m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
+    if (m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
+    return kExitOk;
+}
+
+ExitCode Session::applyAnimationOptions() {
+    Playback& playback = m_scene.playback();
+    playback.setOnce(m_options.once);
+    playback.setSpeed(m_options.speed);
+    if (m_options.animation.empty()) return kExitOk;
+    const int index = playback.find(m_options.animation);
+    if (index < 0) {
+        std::string names;
+        for (const AnimationSetFacts& set : playback.sets()) names += (names.empty() ? "'" : ", '") + set.name + "'";
+        complain("no animation set '" + m_options.animation + "' in " + m_options.scene +
+                 (names.empty() ? " (it has none)" : " (it has " + names + ")"));
+        return kExitRefused;
+    }
+    m_scene.selectAnimation(static_cast<unsigned>(index));
     return kExitOk;
 }
 
@@ -141,17 +164,26 @@ ExitCode Session::loadShading() {
 
 bool Session::reopen() {
     if (!m_renderer.lit().restoreDeviceResources(m_device.holder())) return false;
+    const unsigned animation = m_scene.playback().current();
     if (!m_scene.reallocateRenderResources(m_device.holder(), m_frameList)) return false;
     m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    m_scene.selectAnimation(animation);  // the playback keeps its speed and --once
     std::string problem;
     return m_options.skin != SkinPath::Effect || m_renderer.useSkinEffect(m_device.holder(), problem);
 }
 
 std::string Session::describe() const {
+    std::string animation = "not animated";
+    const Playback& playback = m_scene.playback();
+    if (!playback.sets().empty()) {
+        const AnimationSetFacts& set = playback.sets()[playback.current()];
+        char text[96];
+        std::snprintf(text, sizeof text, "%.2f s, %s", set.seconds, m_options.once ? "once" : "looped");
+        animation = "animation set '" + set.name + "' (" + text + ")";
+    }
     char line[256];
-    std::snprintf(line, sizeof line, "%u triangles, %s, %s", m_scene.triangleCount(),
-                  m_scene.isAnimated() ? "animated" : "not animated",
-                  m_scene.hasCameraFrame() ? "camera on \"CameraDummy\"" : "camera framing the bounding sphere");
+    std::snprintf(line, sizeof line, "%u triangles, %s, %s", m_scene.triangleCount(), animation.c_str(),
+                  m_scene.hasCameraFrame() ? "camera on \"CameraDummy\"" : "camera framing the whole run");
     return m_options.scene + ": " + line;
 }
 

@@ -45,5 +45,5 @@ int main() {
         std::fputs(vexilview::kUsage, stderr);
         return vexilview::kExitRefused;
     }
-    return options.headless() ? vexilview::runHeadless(options) : vexilview::runWindow(options);
+    return options.headless() || options.info ? vexilview::runHeadless(options) : vexilview::runWindow(options);
 }

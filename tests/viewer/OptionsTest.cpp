@@ -20,7 +20,7 @@ TEST(ViewerOptions, HeadlessRunTakesEveryOption) {
     Options o;
     ASSERT_EQ("", parse({"scene.x", "--textures", "t", "--k2m", "f.k2m", "--size", "320x200", "--skin", "effect",
                          "--no-textures", "--lighting", "blinn-phong", "--shadows", "--frames", "12", "--fps", "7.5",
-                         "--out", "o"}, o));
+                         "--out", "o", "--animation", "1", "--once", "--speed", "0.5"}, o));
     EXPECT_EQ("scene.x", o.scene);
     EXPECT_EQ("t", o.textureDirectory);
     EXPECT_EQ("f.k2m", o.k2mFile);
@@ -34,6 +34,9 @@ TEST(ViewerOptions, HeadlessRunTakesEveryOption) {
     EXPECT_EQ(12u, o.frames);
     EXPECT_DOUBLE_EQ(7.5, o.fps);
     EXPECT_EQ("o", o.outputDirectory);
+    EXPECT_EQ("1", o.animation);
+    EXPECT_TRUE(o.once);
+    EXPECT_DOUBLE_EQ(0.5, o.speed);
 }
 
 TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
@@ -55,6 +58,8 @@ TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
         {{"a.x", "--frames", "5", "--out", "o", "--fps", "0"}, "--fps"},
         {{"a.x", "--textures"}, "needs a value"},
         {{"a.x", "--fast"}, "unknown option"},
+        {{"a.x", "--speed", "0"}, "--speed"},
+        {{"a.x", "--info", "--frames", "5", "--out", "o"}, "--info draws nothing"},
     };
     for (const auto& c : cases) {
         Options o;
