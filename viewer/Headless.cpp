@@ -2,6 +2,7 @@
 // DIR/frame_0001.png ..., then the contact sheet, the animated preview and a summary. --info
 // loads the file the same way and describes it instead.
 #include "ContactSheet.h"
+#include "Gallery.h"
 #include "Modes.h"
 #include "Session.h"
 
@@ -13,14 +14,6 @@
 namespace vexilview {
 
 namespace {
-
-bool createDirectories(const std::wstring& path) {
-    for (size_t at = path.find_first_of(L"\\/", 3); at != std::wstring::npos; at = path.find_first_of(L"\\/", at + 1))
-        CreateDirectoryW(path.substr(0, at).c_str(), nullptr);
-    CreateDirectoryW(path.c_str(), nullptr);
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 std::string frameFileName(const std::string& directory, unsigned frame) {
     char name[32];
@@ -92,20 +85,28 @@ bool drawAndWrite(Session& session, const OffscreenTarget& target, unsigned fram
         return false;
     }
     times.add(secondsNow() - start);
-    if (!vexilsupport::writePng(frameFileName(o.outputDirectory, frame), picture)) {
+    if (!o.card && !vexilsupport::writePng(frameFileName(o.outputDirectory, frame), picture)) {
         complain("cannot write " + frameFileName(o.outputDirectory, frame));
         return false;
     }
-    if (sheet.wants(frame)) sheet.add(picture);
+    if (sheet.wants(frame) && !o.card) sheet.add(picture);
     if (preview.wants(frame)) preview.add(picture);
     return true;
+}
+
+// The contact sheet and the preview, or for a gallery the preview and the card.
+bool writeSummaryFiles(const Session& session, const ContactSheet& sheet, const Preview& preview) {
+    const Options& o = session.options();
+    if (!preview.write(o.outputDirectory + "\\animation.png")) return false;
+    if (o.card) return writeCard(o.outputDirectory + "\\card.txt", cardOf(session.report(), session.loadMilliseconds()));
+    return vexilsupport::writePng(o.outputDirectory + "\\contact.png", sheet.compose());
 }
 
 void printSummary(const Session& session, const FrameTimes& times) {
     const Options& o = session.options();
     const unsigned triangles = session.scene().triangleCount();
-    std::printf("%svexil-view: %u frames of %ux%u, contact.png and animation.png written to %s\n",
-                onTerminal() ? "\n" : "", o.frames, o.width, o.height, o.outputDirectory.c_str());
+    std::printf("%svexil-view: %u frames of %ux%u, %s written to %s\n", onTerminal() ? "\n" : "", o.frames, o.width,
+                o.height, o.card ? "animation.png and card.txt" : "contact.png and animation.png", o.outputDirectory.c_str());
     std::printf("vexil-view: load %.1f ms, %u frames, frame time average %.2f ms, worst %.2f ms, "
                 "%u triangles a frame (%llu drawn)\n",
                 session.loadMilliseconds(), o.frames, times.total * 1000.0 / o.frames, times.worst * 1000.0, triangles,
@@ -150,9 +151,8 @@ int renderFrames(Session& session) {
         if (!drawAndWrite(session, target, frame, sheet, preview, times)) return kExitFailure;
         reportProgress(frame, o.frames);
     }
-    if (!vexilsupport::writePng(o.outputDirectory + "\\contact.png", sheet.compose()) ||
-        !preview.write(o.outputDirectory + "\\animation.png")) {
-        complain("cannot write the contact sheet or the animated preview");
+    if (!writeSummaryFiles(session, sheet, preview)) {
+        complain("cannot write the contact sheet, the animated preview or the card into " + o.outputDirectory);
         return kExitFailure;
     }
     printSummary(session, times);

@@ -26,6 +26,9 @@ struct Options {
     bool once = false;      // play the set once and hold its last pose (else loop)
     double speed = 1.0;     // scene seconds a second
     bool info = false;      // describe the file, draw nothing
+    std::string gallery;    // a folder whose X files become one web page in outputDirectory
+    bool card = false;      // one file of a gallery: its preview and facts only
+    double timeout = 30.0;  // seconds a gallery gives each file
 
     bool headless() const { return frames > 0; }
 };

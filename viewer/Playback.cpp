@@ -34,6 +34,8 @@ void Playback::attach(ID3DXAnimationController* controller, D3DXFRAME* root) {
     m_controller = controller;
     m_handles.clear();
     m_sets.clear();
+    m_current = 0;
+    m_clock = 0.0;
     if (!controller) return;
     for (UINT i = 0; i < controller->GetNumAnimationSets(); ++i) {
         ID3DXAnimationSet* set = nullptr;

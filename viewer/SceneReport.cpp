@@ -120,7 +120,7 @@ private:
             if (m_scene.skinMaterials()[i].empty()) continue;
             const D3DXMESHCONTAINER* c = const_cast<SkinnedMesh&>(skins[i]).sourceMeshContainer();  // reads only
             warn("skinned mesh " + quoted(c ? c->Name : nullptr) +
-                 ": the library leaves a skin black when its file loads no texture; drawn with the file's material");
+                 " is left black by the library (the file loads no texture): drawn with the file's material");
         }
     }
 

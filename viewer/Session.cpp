@@ -12,6 +12,19 @@ namespace {
 
 const int kQuiet = 5;  // above every priority the library logs at
 
+}  // namespace
+
+void complain(const std::string& message) { std::fprintf(stderr, "vexil-view: %s\n", message.c_str()); }
+void warn(const std::string& message) { std::fprintf(stderr, "vexil-view: warning: %s\n", message.c_str()); }
+
+double secondsNow() {
+    static LARGE_INTEGER frequency = {};
+    if (!frequency.QuadPart) QueryPerformanceFrequency(&frequency);
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
 std::wstring fullPath(const std::string& path) {
     const std::wstring wide = widen(path);
     wchar_t buffer[MAX_PATH * 4] = {};
@@ -29,17 +42,18 @@ bool isFile(const std::wstring& path) {
     return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-}  // namespace
+bool createDirectories(const std::wstring& path) {
+    for (size_t at = path.find_first_of(L"\\/", 3); at != std::wstring::npos; at = path.find_first_of(L"\\/", at + 1))
+        CreateDirectoryW(path.substr(0, at).c_str(), nullptr);
+    CreateDirectoryW(path.c_str(), nullptr);
+    return isDirectory(path);
+}
 
-void complain(const std::string& message) { std::fprintf(stderr, "vexil-view: %s\n", message.c_str()); }
-void warn(const std::string& message) { std::fprintf(stderr, "vexil-view: warning: %s\n", message.c_str()); }
-
-double secondsNow() {
-    static LARGE_INTEGER frequency = {};
-    if (!frequency.QuadPart) QueryPerformanceFrequency(&frequency);
-    LARGE_INTEGER now;
-    QueryPerformanceCounter(&now);
-    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+std::string narrow(const std::wstring& wide) {
+    const int size = WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr);
+    std::vector<char> text(static_cast<size_t>(size > 0 ? size : 1));
+    WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, text.data(), size, nullptr, nullptr);
+    return text.data();
 }
 
 std::wstring widen(const std::string& utf8) {

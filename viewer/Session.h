@@ -57,5 +57,11 @@ void complain(const std::string& message);
 void warn(const std::string& message);
 double secondsNow();
 std::wstring widen(const std::string& utf8);
+std::string narrow(const std::wstring& wide);
+// Files and folders, by the operating system's names.
+std::wstring fullPath(const std::string& path);
+bool isDirectory(const std::wstring& path);
+bool isFile(const std::wstring& path);
+bool createDirectories(const std::wstring& path);  // and every folder above; true when it is there
 
 }  // namespace vexilview

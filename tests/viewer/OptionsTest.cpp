@@ -39,6 +39,16 @@ TEST(ViewerOptions, HeadlessRunTakesEveryOption) {
     EXPECT_DOUBLE_EQ(0.5, o.speed);
 }
 
+TEST(ViewerOptions, GalleryDrawsSmallPreviewsUnlessTold) {
+    Options o;
+    ASSERT_EQ("", parse({"--gallery", "models", "--out", "o", "--fps", "4", "--timeout", "5"}, o));
+    EXPECT_EQ("models", o.gallery);
+    EXPECT_EQ(24u, o.frames);
+    EXPECT_DOUBLE_EQ(4.0, o.fps);
+    EXPECT_EQ(240u, o.width);
+    EXPECT_DOUBLE_EQ(5.0, o.timeout);
+}
+
 TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
     const struct {
         std::vector<std::string> arguments;
@@ -60,6 +70,9 @@ TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
         {{"a.x", "--fast"}, "unknown option"},
         {{"a.x", "--speed", "0"}, "--speed"},
         {{"a.x", "--info", "--frames", "5", "--out", "o"}, "--info draws nothing"},
+        {{"--gallery", "d"}, "--gallery needs --out"},
+        {{"a.x", "--gallery", "d", "--out", "o"}, "not a scene file"},
+        {{"a.x", "--timeout", "5"}, "--timeout needs --gallery"},
     };
     for (const auto& c : cases) {
         Options o;
