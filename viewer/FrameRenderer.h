@@ -9,6 +9,7 @@
 #include <VexilDX9/Effect.h>
 
 #include <string>
+#include <vector>
 
 namespace vexilview {
 
@@ -36,6 +37,9 @@ private:
     bool drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
     bool drawRigid(IDirect3DDevice9* device, bool textures);
     bool drawSkin(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
+    void drawBareMeshes(IDirect3DDevice9* device) const;
+    void drawBlended(IDirect3DDevice9* device, const SkinnedMesh& skin, const std::vector<D3DMATERIAL9>& materials,
+                     bool textures) const;
 
     ViewerScene& m_scene;
     Effect m_skinEffect;

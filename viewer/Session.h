@@ -3,6 +3,7 @@
 #include "Device.h"
 #include "FrameRenderer.h"
 #include "Options.h"
+#include "SceneReport.h"
 #include "ViewerScene.h"
 
 #include <string>
@@ -30,12 +31,15 @@ public:
     FrameRenderer& renderer() { return m_renderer; }
     bool textures() const { return m_textures; }
     double loadMilliseconds() const { return m_loadMilliseconds; }
-    std::string describe() const;  // one line: file, triangles, camera
+    // What the file holds and the warnings about it, as loaded.
+    const SceneReport& report() const { return m_report; }
+    std::string describe() const;  // one line: file, triangles, animation, camera
 
 private:
     ExitCode resolveTextures();
     ExitCode loadScene();
     ExitCode loadShading();  // the lighting and shadow effects the options ask for
+    ExitCode applyAnimationOptions();
 
     Options m_options;
     ViewerDevice m_device;
@@ -45,6 +49,7 @@ private:
     zeb::String m_textureRoot;
     bool m_textures = true;
     double m_loadMilliseconds = 0.0;
+    SceneReport m_report;
 };
 
 // Messages to standard error, prefixed with the program name.
@@ -52,5 +57,11 @@ void complain(const std::string& message);
 void warn(const std::string& message);
 double secondsNow();
 std::wstring widen(const std::string& utf8);
+std::string narrow(const std::wstring& wide);
+// Files and folders, by the operating system's names.
+std::wstring fullPath(const std::string& path);
+bool isDirectory(const std::wstring& path);
+bool isFile(const std::wstring& path);
+bool createDirectories(const std::wstring& path);  // and every folder above; true when it is there
 
 }  // namespace vexilview
