@@ -57,6 +57,8 @@ void FrameRenderer::setStates(IDirect3DDevice9* device) const {
     device->SetTransform(D3DTS_PROJECTION, &m_scene.perspectiveViewer().projection());
 }
 
+void FrameRenderer::switchOffKeyLight(IDirect3DDevice9* device) const { device->LightEnable(kKeyLightIndex, FALSE); }
+
 bool FrameRenderer::drawRigid(IDirect3DDevice9* device, bool textures) {
     bool drawn = true;
     if (m_shadows && m_lit.hasShadows()) {

@@ -31,6 +31,8 @@ public:
 
     // Clears the current target and draws the scene into it, between BeginScene and EndScene.
     bool draw(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
+    // Before a device reset: Wine keeps the slot of a light left on through a reset for good.
+    void switchOffKeyLight(IDirect3DDevice9* device) const;
 
 private:
     void setStates(IDirect3DDevice9* device) const;

@@ -176,6 +176,12 @@ ExitCode Session::loadShading() {
     return kExitOk;
 }
 
+void Session::releaseForReset() {
+    m_renderer.lit().releaseDeviceResources();
+    m_renderer.switchOffKeyLight(m_device.get());
+    m_scene.cleanup();  // also switches off the scene's own lights
+}
+
 bool Session::reopen() {
     if (!m_renderer.lit().restoreDeviceResources(m_device.holder())) return false;
     const unsigned animation = m_scene.playback().current();

@@ -20,8 +20,10 @@ public:
     // Frame list, device on window, scene and skin path; prints what is wrong and returns the
     // exit code when something is.
     ExitCode open(HWND window, bool depthStencil);
-    // After a device reset (the renderer's lit().releaseDeviceResources() before it): the scene's
-    // render resources and the effects again.
+    // Before a device reset: the effects' and the scene's device resources, and every light
+    // switched off (Wine never frees the slot of a light left on through a reset).
+    void releaseForReset();
+    // After a device reset: the scene's render resources and the effects again.
     bool reopen();
 
     const Options& options() const { return m_options; }

@@ -93,7 +93,7 @@ void showStatus(HWND window, Session& session, const Controls& c, double frameSe
 // device can no longer be used.
 bool recoverDevice(Session& session) {
     HRESULT state = D3D_OK;
-    session.renderer().lit().releaseDeviceResources();
+    session.releaseForReset();
     if (!session.device().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
     return session.reopen();
 }
