@@ -242,6 +242,9 @@ bool VirtualRealityDX9::setupAnimation(IDirect3DDevice9* renderDevice) {
     m_viewer.setTranslation(kCameraPosition);
     renderDevice->SetTransform(D3DTS_VIEW, &m_viewer.matrixLookAtLH());
     renderDevice->SetTransform(D3DTS_PROJECTION, &m_viewer.matrixPerspectiveFovLH());
+    switchOffLights();
+    renderDevice->AddRef();
+    m_litDevice.reset(renderDevice);
     m_lights = zeb::Array<D3DLIGHT9>();
     for (DWORD index = 0; index < sizeof kLights / sizeof kLights[0]; ++index) {
         m_lights.append(placedLight(kLights[index]));
@@ -263,8 +266,18 @@ bool VirtualRealityDX9::reallocateRenderResources(const COMPtr<IDirect3DDevice9>
     return true;
 }
 
+// A light left on through IDirect3DDevice9::Reset keeps one of the device's few active-light
+// slots for good under Wine (the light itself is gone), so after a few resets no light can be
+// switched on and the scene draws black: the lights go off with the scene.
+void VirtualRealityDX9::switchOffLights() {
+    if (!m_litDevice) return;
+    for (DWORD index = 0; index < m_lights.size(); ++index) m_litDevice->LightEnable(index, FALSE);
+    m_litDevice.reset();
+}
+
 void VirtualRealityDX9::cleanup() {
     ZEB_TRACE(sceneLogger, "VirtualRealityDX9::cleanup");
+    switchOffLights();
     // The indexes point into the frame tree: they go before it, so nothing refers to freed frames.
     m_meshManager.cleanup();
     if (m_frameRoot) D3DXFrameDestroy(m_frameRoot, &m_loader);

@@ -49,7 +49,8 @@ public:
     bool reallocateRenderResources(const COMPtr<IDirect3DDevice9>::pointer& device,
                                    const zeb::Array<zeb::String>& frameList);
 
-    // Fixed camera and the three scene lights.
+    // Fixed camera and the three scene lights, switched on on the device (and off on the device
+    // of an earlier call). The scene holds a reference to that device until cleanup().
     bool setupAnimation(IDirect3DDevice9* device);
     const D3DLIGHT9& light(unsigned int index) const { return m_lights[index]; }
     unsigned int numberOfLights() const { return m_lights.size(); }
@@ -62,6 +63,9 @@ public:
     const PerspectiveViewer& perspectiveViewer() const { return m_viewer; }
     D3DXFRAME* frameRoot() const { return m_frameRoot; }
 
+    // Releases the scene and switches its lights off; every load runs it first. Call it before
+    // IDirect3DDevice9::Reset (Wine never frees the slot of a light left on through a reset),
+    // then after the reset reallocateRenderResources and setupAnimation.
     void cleanup();
 
     // Full white, opaque, no power: the material of a subset that has none.
@@ -83,6 +87,7 @@ private:
     void startTracks();
     void placeCamera();
     static void drawSubsets(IDirect3DDevice9* renderDevice, const MeshContainerTuple& container);
+    void switchOffLights();
 
     D3DXFRAME* m_frameRoot;
     ID3DXAnimationController* m_animationController;
@@ -93,4 +98,5 @@ private:
     SceneLoaderX m_loader;
     PerspectiveViewer m_viewer;
     zeb::Array<D3DLIGHT9> m_lights;
+    COMPtr<IDirect3DDevice9>::pointer m_litDevice;  // where setupAnimation switched the lights on
 };

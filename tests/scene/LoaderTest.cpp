@@ -92,27 +92,6 @@ TEST_F(LoaderTest, ContainersCarryCopiedMaterialsRerootedTexturesAdjacencyAndSki
     EXPECT_STREQ(skinInfo->GetBoneName(1), "BoneB");
 }
 
-TEST_F(LoaderTest, DestroyingTheTreeReturnsEveryByteAndReference) {
-    for (const std::string& path : {namingFixture(), writeFixture("scene.x", sceneText())}) {
-        AllocationSpy spy;
-        ASSERT_TRUE(spy.registered());
-        LoadedHierarchy scene(device(), path, loader);
-        ASSERT_TRUE(scene.ok()) << path;
-        EXPECT_GT(spy.liveBlocks(), 0u);
-        std::vector<IUnknown*> held;  // a reference of our own on everything the containers keep
-        for (D3DXFRAME* f : framesPreOrder(scene.root()))
-            for (D3DXMESHCONTAINER* c : containersOf(f))
-                for (IUnknown* object : {static_cast<IUnknown*>(c->MeshData.pMesh), static_cast<IUnknown*>(c->pSkinInfo)})
-                    if (object) {
-                        object->AddRef();
-                        held.push_back(object);
-                    }
-        EXPECT_EQ(scene.destroy(), S_OK);
-        EXPECT_EQ(spy.liveBlocks(), 0u) << path;
-        for (IUnknown* object : held) EXPECT_EQ(object->Release(), 0u) << path;
-    }
-}
-
 TEST_F(LoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
     vexiltest::LogCapture log;
     ID3DXMesh* box = nullptr;

@@ -100,11 +100,14 @@ TEST_P(LitSceneTest, PixelsFollowTheBlinnPhongEquation) {
     D3DXMATRIX scale, turn;
     D3DXMatrixMultiply(&turn, D3DXMatrixScaling(&scale, 1.6f, 0.5f, 1.2f), D3DXMatrixRotationYawPitchRoll(&turn, 0.7f, 0.4f, -0.3f));
     squashSphere(turn);
-    device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
-    device()->BeginScene();
-    if (!c.textured) draw(m_sphere.get(), turn * translation(kSphereCentre));
-    draw(m_ground.get(), translation(D3DXVECTOR3(0, 0, 0)));
-    device()->EndScene();
+    auto drawScene = [&] {
+        device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
+        device()->BeginScene();
+        if (!c.textured) draw(m_sphere.get(), turn * translation(kSphereCentre));
+        draw(m_ground.get(), translation(D3DXVECTOR3(0, 0, 0)));
+        device()->EndScene();
+    };
+    drawScene();
     int compared = compareWithReference(!c.textured, [&](const Surface& s, D3DCOLOR& expected, int& tolerance) {
         D3DXVECTOR4 base = c.textured ? sampleTexture((s.p.x + kGroundHalf) / (2 * kGroundHalf)) : D3DXVECTOR4(1, 1, 1, 1);
         expected = blinnPhong(material, lights, s.p, s.n, m_eye, base);
@@ -112,6 +115,17 @@ TEST_P(LitSceneTest, PixelsFollowTheBlinnPhongEquation) {
         return true;
     });
     EXPECT_GT(compared, 500);
+
+    // The effect lets go of the device before each reset and takes it back after, as
+    // LightingEffect's owner does: the same picture every cycle.
+    const std::vector<uint32_t> picture = vexiltest::readRenderTarget(device()).pixels;
+    for (unsigned cycle = 1; c.textured && cycle <= vexiltest::resetCycles(); ++cycle) {
+        m_effect.effect()->OnLostDevice();
+        ASSERT_EQ(D3D_OK, vexiltest::resetDevice(device()));
+        m_effect.effect()->OnResetDevice();
+        drawScene();
+        ASSERT_TRUE(vexiltest::readRenderTarget(device()).pixels == picture) << "cycle " << cycle;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Lights, LitSceneTest,
