@@ -26,6 +26,10 @@ public:
 
     // Loads with managed buffers, then in system memory; the previous scene goes first. Texture
     // paths are re-rooted into textureRootDirectory; frameList holds the "k:frameName" entries.
+    // A load leaves the scene whole or empty: when indexing throws (a skinned mesh that cannot be
+    // built and has no frameList entry raises zeb::IndexOutOfBounds), the scene is emptied before
+    // the exception reaches the caller, and what was remembered of the last successful load
+    // (file, directory, device) stays.
     bool loadVirtualReality(const zeb::String& textureRootDirectory, const zeb::String& fileName,
                             IDirect3DDevice9* device, const zeb::Array<zeb::String>& frameList);
     bool loadVirtualReality(const zeb::String& textureRootDirectory, const zeb::String& fileName,
@@ -35,12 +39,13 @@ public:
     // on "CameraDummy" (a scene without it raises zeb::HashKeyMissing after the update).
     virtual bool animate(unsigned int time);
 
-    bool renderRigid(IDirect3DDevice9* device, bool useTextures);
+    bool renderRigid(IDirect3DDevice9* renderDevice, bool useTextures);
     // View transform from the viewer, rigid geometry, then the skinned meshes.
-    bool render(IDirect3DDevice9* device, bool useTextures);
-    bool renderSkin(IDirect3DDevice9* device, bool useTextures);
+    bool render(IDirect3DDevice9* renderDevice, bool useTextures);
+    bool renderSkin(IDirect3DDevice9* renderDevice, bool useTextures);
 
-    // After a device reset: loads the last scene again onto the device.
+    // After a device reset: loads the last scene again onto the device. The skin effect given to
+    // meshManager().setSkinEffect is handed to the reloaded skinned meshes.
     bool reallocateRenderResources(const COMPtr<IDirect3DDevice9>::pointer& device,
                                    const zeb::Array<zeb::String>& frameList);
 
@@ -81,6 +86,7 @@ private:
     HRESULT loadHierarchy(const zeb::String& fileName, IDirect3DDevice9* device);
     void startTracks();
     void placeCamera();
+    static void drawSubsets(IDirect3DDevice9* renderDevice, const MeshContainerTuple& container);
     void switchOffLights();
 
     D3DXFRAME* m_frameRoot;

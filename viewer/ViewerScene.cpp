@@ -84,9 +84,8 @@ void addSkinnedPoints(std::vector<D3DXVECTOR3>& points, const D3DXMESHCONTAINER&
 const D3DMATERIAL9 kNeutralMaterial = {
     {0.72f, 0.72f, 0.7f, 1.0f}, {0.72f, 0.72f, 0.7f, 1.0f}, {0.15f, 0.15f, 0.15f, 1.0f}, {0.0f, 0.0f, 0.0f, 0.0f}, 8.0f};
 
-bool isSkinned(const D3DXMESHCONTAINER& container) {
-    return container.pSkinInfo && container.pSkinInfo->GetNumBones() > 0;
-}
+// The library's rule (at least one bone), kept in one place.
+bool isSkinned(const D3DXMESHCONTAINER& container) { return MeshManagerD3DX9::isSkinnedContainer(container); }
 
 std::vector<unsigned> facesPerSubset(ID3DXMesh* mesh) {
     std::vector<unsigned> faces;
