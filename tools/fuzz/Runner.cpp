@@ -67,14 +67,27 @@ void operator delete(void* pointer, size_t) noexcept
 
 namespace {
 
-// Loads the hierarchy, plays its animation a little, and lets it all go.
+// Loads the file as one mesh, then as a hierarchy, measures that, registers its frames on a
+// controller of its own, plays the file's animation a little, and lets it all go.
 bool loadX(const std::string& path, IDirect3DDevice9* device)
 {
+    ID3DXMesh* mesh = nullptr;
+    if (SUCCEEDED(D3DXLoadMeshFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, nullptr, nullptr, nullptr, nullptr,
+                                     &mesh)))
+        mesh->Release();
     vexiltest::TestAllocator allocator;
     D3DXFRAME* root = nullptr;
     ID3DXAnimationController* controller = nullptr;
     const HRESULT hr = D3DXLoadMeshHierarchyFromXA(path.c_str(), D3DXMESH_SYSTEMMEM, device, &allocator, nullptr,
                                                    &root, &controller);
+    D3DXVECTOR3 center;
+    float radius;
+    ID3DXAnimationController* named = nullptr;
+    if (root && SUCCEEDED(D3DXFrameCalculateBoundingSphere(root, &center, &radius)) &&
+        SUCCEEDED(D3DXCreateAnimationController(D3DXFrameNumNamedMatrices(root) + 1, 1, 1, 1, &named))) {
+        D3DXFrameRegisterNamedMatrices(root, named);
+        named->Release();
+    }
     if (controller) {
         for (int step = 0; step < 4; ++step)
             controller->AdvanceTime(0.3, nullptr);
