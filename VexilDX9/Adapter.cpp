@@ -433,7 +433,10 @@ void AdapterD3D9::downgradeResolution(unsigned int headIndex, D3DPRESENT_PARAMET
     ZEB_TRACE(fileLogger, "AdapterD3D9::downgradeResolution");
     ZEB_ASSERT(kSource, 1005, headIndex < m_headList.size());
     const zeb::Array<D3DDISPLAYMODE>& modes = m_headList[headIndex].modes;
-    if (modes.empty()) return;
+    if (modes.empty()) {
+        ZEB_LOG(fileLogger, 4, __LINE__, "No display mode to downgrade to on head " + headIndex);
+        return;
+    }
     const unsigned long long target = 1ull * pp.BackBufferWidth * pp.BackBufferHeight;
     unsigned int best = 0;
     unsigned long long bestPixels = 0;
@@ -476,8 +479,8 @@ IDirect3DDevice9* AdapterD3D9::defaultD3DDevice(unsigned long adapter, HWND wind
     return nullptr;
 }
 
-// Short video memory shrinks the group's back buffers and retries at once, without limit; a lost or
-// busy device is waited for, ten times at most.
+// Short video memory shrinks the group's back buffers and retries at once, without limit unless the
+// head has no modes to shrink to; a lost or busy device is waited for, ten times at most.
 HRESULT AdapterD3D9::createDeviceRetrying(unsigned long adapter, D3DDEVTYPE deviceType, HWND window, DWORD flags,
                                           IDirect3DDevice9** device) {
     zeb::Array<D3DPRESENT_PARAMETERS>& set = m_swapChainGroup.m_presentParam;
@@ -486,7 +489,7 @@ HRESULT AdapterD3D9::createDeviceRetrying(unsigned long adapter, D3DDEVTYPE devi
         const HRESULT hr = m_direct3D9->CreateDevice(adapter, deviceType, window, flags, &set[0], device);
         logD3DFunction(fileLogger, "IDirect3D9::CreateDevice", hr, false);
         if (hr == D3DERR_OUTOFVIDEOMEMORY) {
-            downgradeGroupResolution(adapter);
+            if (!downgradeGroupResolution(adapter)) return hr;  // nothing smaller to try
             continue;
         }
         if (hr == D3DERR_DEVICELOST) ZEB_LOG(fileLogger, 4, 907, "Device is lost at creation time");
@@ -496,14 +499,20 @@ HRESULT AdapterD3D9::createDeviceRetrying(unsigned long adapter, D3DDEVTYPE devi
     }
 }
 
-// Every entry of the group is matched against the mode list of the creating head.
-void AdapterD3D9::downgradeGroupResolution(unsigned long adapter) {
+// Every entry of the group is matched against the mode list of the creating head; false when
+// that head has no modes, so that the retry ends.
+bool AdapterD3D9::downgradeGroupResolution(unsigned long adapter) {
     zeb::Array<D3DPRESENT_PARAMETERS>& set = m_swapChainGroup.m_presentParam;
-    const unsigned int groupSize = adapter < headCount() ? m_headList[adapter].caps.NumberOfAdaptersInGroup : 0;
+    if (adapter >= headCount() || m_headList[adapter].modes.empty()) {
+        ZEB_LOG(fileLogger, 4, __LINE__, "No display mode to downgrade to on head " + static_cast<unsigned>(adapter));
+        return false;
+    }
+    const unsigned int groupSize = m_headList[adapter].caps.NumberOfAdaptersInGroup;
     for (unsigned int e = 0; e < groupSize && e < set.size(); ++e) {
         downgradeResolution(adapter, set[e]);
         ZEB_LOG(fileLogger, 2, 901, "Downgraded dimension " + set[e].BackBufferWidth + " x " + set[e].BackBufferHeight);
     }
+    return true;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -662,8 +671,10 @@ long AdapterD3D9::reset() {
     ZEB_TRACE(fileLogger, "AdapterD3D9::reset");
     SwapChainGroup& group = m_swapChainGroup;
     group.m_depthBuffer.clear();
-    if (!group.m_device || group.m_presentParam.empty())
-        return logD3DFunction(fileLogger, "IDirect3DDevice9::TestCooperativeLevel()", D3DERR_INVALIDCALL, false);
+    if (!group.m_device || group.m_presentParam.empty()) {
+        ZEB_LOG(fileLogger, 3, __LINE__, "No device to reset: createSwapChain has not made one");
+        return D3DERR_INVALIDCALL;
+    }
     IDirect3DDevice9* device = group.m_device.get();
     // A lost device is reset until it stops reporting the loss.
     while (device->TestCooperativeLevel() == D3DERR_DEVICELOST) device->Reset(&group.m_presentParam[0]);

@@ -89,13 +89,18 @@ public:
     static bool isAdapterFormatValid(D3DFORMAT format);
     unsigned int formatBitDepth(D3DFORMAT format) const;
     unsigned long getFastestPresentationInterval(const D3DCAPS9& caps) const;
-    // Shrinks the back buffer to the largest mode of the head below it.
+    // Shrinks the back buffer to the largest mode of the head below it; a head without modes
+    // leaves it as it is (logged). Device creation retries on short video memory without limit,
+    // shrinking each time, and stops (failed) only when the creating head has no modes.
     void downgradeResolution(unsigned int headIndex, D3DPRESENT_PARAMETERS& pp);
     // A new device (the caller owns its reference) or null.
     IDirect3DDevice9* defaultD3DDevice(unsigned long adapter, HWND window, bool windowed, D3DDEVTYPE deviceType);
     D3DPRESENT_PARAMETERS d3dDeviceParams() const { return m_d3dDeviceParams; }
 
     // --- swap chains, depth buffers, reset -------------------------------------------------
+    // Several names need their card's master head among them: without it there is no master
+    // index (0xFFFFFFFF) and building the group's present parameters raises
+    // zeb::IndexOutOfBounds, after the previous device was released.
     bool createSwapChain(const zeb::Array<zeb::String>& osLocatorList, HWND focusWindow,
                          const zeb::Array<HWND>& deviceWindow, bool windowed, D3DDEVTYPE deviceType);
     bool createDepthStencilBuffer();
@@ -119,7 +124,7 @@ private:
     const DisplayHead* storedHead(unsigned long ordinal, unsigned int outOfBoundTag) const;
     HRESULT createDeviceRetrying(unsigned long adapter, D3DDEVTYPE deviceType, HWND window, DWORD flags,
                                  IDirect3DDevice9** device);
-    void downgradeGroupResolution(unsigned long adapter);
+    bool downgradeGroupResolution(unsigned long adapter);
     void releaseDeviceResources();
     bool attachSwapChains(bool windowed);
     void waitWhileLost();

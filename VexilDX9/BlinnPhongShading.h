@@ -7,17 +7,14 @@
 
 class LightingEffect;
 
-// The "BlinnPhongShading" technique of the lighting effect. Only LightingEffect makes one; it
-// stays bound to that LightingEffect's effect.
+// The "BlinnPhongShading" technique of the lighting effect. Only LightingEffect makes, copies and
+// destroys one: it points at that LightingEffect's effect, so it is reached by reference through
+// LightingEffect::blinnPhongShading() and lives exactly as long as its LightingEffect.
 //
 // Every operation fetches the technique from the effect, so before a successful initialisation
 // they throw zeb::IndexOutOfBounds.
 class VEXILDX9_API BlinnPhongShading {
 public:
-    BlinnPhongShading(const BlinnPhongShading& other) = default;
-    BlinnPhongShading& operator=(const BlinnPhongShading& other) = default;
-    ~BlinnPhongShading() = default;
-
     bool isInitialized() const;
     const zeb::String& techniqueName() const { return m_techniqueName; }
     unsigned int techniqueIndex() const { return m_techniqueIndex; }
@@ -35,6 +32,9 @@ public:
 private:
     friend class LightingEffect;
     BlinnPhongShading();
+    BlinnPhongShading(const BlinnPhongShading& other) = default;
+    BlinnPhongShading& operator=(const BlinnPhongShading& other) = default;
+    ~BlinnPhongShading() = default;
     // Throws zeb::AssertionFailure when the effect has no such technique.
     explicit BlinnPhongShading(const Effect& lightEffect);
     bool initialize(const Effect& lightEffect);

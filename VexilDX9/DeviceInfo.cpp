@@ -120,10 +120,17 @@ COMPtr<IDirect3D9>::pointer direct3D9Object() {
     return d3d;
 }
 
+// Without a place for the answer there is nothing to report: false, logged.
+static bool hasOutput(const unsigned int* version) {
+    if (version) return true;
+    ZEB_LOG(fileLogger, 3, __LINE__, "NULL output pointer for the shader version");
+    return false;
+}
+
 extern "C" bool vertexShaderVersion(const zeb::String& name, unsigned int* version) {
-    return enumerateHALDeviceInformation()->vertexShaderVersion(name, *version);
+    return hasOutput(version) && enumerateHALDeviceInformation()->vertexShaderVersion(name, *version);
 }
 
 extern "C" bool pixelShaderVersion(const zeb::String& name, unsigned int* version) {
-    return enumerateHALDeviceInformation()->pixelShaderVersion(name, *version);
+    return hasOutput(version) && enumerateHALDeviceInformation()->pixelShaderVersion(name, *version);
 }

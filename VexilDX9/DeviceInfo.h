@@ -56,7 +56,8 @@ VEXILDX9_API SharedDeviceInfo& enumerateHALDeviceInformation();
 // A fresh Direct3D object, or an empty holder when Direct3D cannot be created.
 VEXILDX9_API COMPtr<IDirect3D9>::pointer direct3D9Object();
 
-// Shader versions of a HAL adapter, by display device name, from the shared snapshot.
+// Shader versions of a HAL adapter, by display device name, from the shared snapshot; false
+// (logged) for a null version pointer.
 extern "C" {
 VEXILDX9_API bool vertexShaderVersion(const zeb::String& name, unsigned int* version);
 VEXILDX9_API bool pixelShaderVersion(const zeb::String& name, unsigned int* version);

@@ -3,6 +3,7 @@
 #include <VexilDX9/SiblingLog.h>
 #include <zeb/Exception.h>
 
+#include <string>
 #include <vector>
 
 namespace {
@@ -28,8 +29,8 @@ bool carriesEffectTag(HANDLE file) {
 // True when the file is a compiled effect (it carries the fx_2_0 tag) that does not hold together,
 // or is far too large to be one: D3DX reads compiled effects without bounds checks. Every other
 // file, effect source included (D3DX compiles it itself on Windows), goes to D3DX as it is, as
-// does a file that cannot be read.
-bool isRefusedEffectFile(const zeb::String& effectFile) {
+// does a file that cannot be read. A refusal names its reason.
+bool isRefusedEffectFile(const zeb::String& effectFile, std::string& reason) {
     HANDLE file = CreateFileW(effectFile.getWideBuffer(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
@@ -38,7 +39,8 @@ bool isRefusedEffectFile(const zeb::String& effectFile) {
     bool refused = GetFileSizeEx(file, &size) && carriesEffectTag(file) &&
                    (size.QuadPart > kLargestEffectFile ||
                     (readWholeFile(file, size.QuadPart, bytes) &&
-                     !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size())));
+                     !VexilDX9::isWellFormedEffectBinary(bytes.data(), bytes.size(), nullptr, &reason)));
+    if (refused && reason.empty()) reason = "it is larger than any compiled effect";
     CloseHandle(file);
     return refused;
 }
@@ -57,7 +59,10 @@ void Effect::setPool(const COMPtr<ID3DXEffectPool>::pointer& pool) { m_pool = po
 bool Effect::load(const zeb::String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device) {
     ZEB_TRACE_AT(effectLogger, "Effect::load(const String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device)",
                  kSource, 36);
-    if (isRefusedEffectFile(effectFile)) {
+    std::string reason;
+    if (isRefusedEffectFile(effectFile, reason)) {
+        ZEB_LOG(effectLogger, 3, __LINE__,
+                "Compiled effect " + effectFile + " refused before D3DX reads it: " + zeb::String(reason.c_str()));
         logD3DFunction(effectLogger, "D3DXCreateEffectFromFile", D3DXERR_INVALIDDATA, false);
         return false;
     }
@@ -88,6 +93,7 @@ bool Effect::reload(const COMPtr<IDirect3DDevice9>::pointer& device) {
 void Effect::cleanup() {
     m_techniques = zeb::Array<Technique>();
     m_effect.reset();
+    m_desc = D3DXEFFECT_DESC();  // the counts describe the effect held, and there is none
 }
 
 unsigned int Effect::techniqueIndex(const zeb::String& name) const {
@@ -98,7 +104,7 @@ unsigned int Effect::techniqueIndex(const zeb::String& name) const {
 }
 
 bool Effect::setActiveTechnique(const zeb::String& name) const {
-    D3DXHANDLE handle = m_effect->GetTechniqueByName(name.getUTF8String());
+    D3DXHANDLE handle = m_effect ? m_effect->GetTechniqueByName(name.getUTF8String()) : nullptr;
     if (!handle) {
         ZEB_LOG(effectLogger, 3, 122, name + " technique does not exist in the effect.");
         return false;

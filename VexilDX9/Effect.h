@@ -25,6 +25,8 @@ public:
     // whose counts, offsets or sizes do not hold together is refused (D3DXERR_INVALIDDATA, logged)
     // before D3DX reads it.
     bool load(const zeb::String& effectFile, const COMPtr<IDirect3DDevice9>::pointer& device);
+    // Drops the effect, then loads the file again; after a failure no effect is held and the
+    // counts are 0.
     bool reload(const COMPtr<IDirect3DDevice9>::pointer& device);
 
     const zeb::String& effectFileName() const { return m_effectFileName; }

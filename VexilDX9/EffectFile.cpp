@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace VexilDX9 {
 namespace {
@@ -85,15 +86,24 @@ public:
         uint32_t parameterCount = 0, techniqueCount = 0, unused = 0, objectCount = 0;
         if (!count(at, parameterCount, kParameterRecord) || !count(at, techniqueCount, kTechniqueRecord) ||
             !plain(at, unused) || !structural(at, objectCount))
-            return false;
+            return refuse("its parameter, technique or object count exceeds the file");
         // Object 0 is scratch space; every other one is named by a value word.
-        if (objectCount > m_size / 4 + 1) return false;
+        if (objectCount > m_size / 4 + 1) return refuse("its parameter, technique or object count exceeds the file");
         m_objectUsers.assign(objectCount, kNoUser);
         m_objectFilled.assign(objectCount, false);
         return parameters(at, parameterCount) && techniques(at, techniqueCount) && objectsAndResources(at);
     }
 
+    // The first reason given is the one the walk stopped for.
+    const std::string& reason() const { return m_reason; }
+
 private:
+    bool refuse(const std::string& why) const {
+        if (m_reason.empty()) m_reason = why;
+        return false;
+    }
+    static std::string numbered(const char* what, size_t index) { return what + std::to_string(index); }
+
     size_t remaining(size_t at) const { return at <= m_size ? m_size - at : 0; }
     bool fits(size_t at, uint64_t bytes) const { return at <= m_size && bytes <= m_size - at; }
 
@@ -269,8 +279,9 @@ private:
 
     bool parameters(size_t& at, uint32_t parameterCount) {
         m_parameters.resize(parameterCount);
-        for (ParameterInfo& parameter : m_parameters)
-            if (!this->parameter(at, parameter)) return false;
+        for (size_t i = 0; i < m_parameters.size(); ++i)
+            if (!parameter(at, m_parameters[i]))
+                return refuse(numbered("parameter ", i) + " (type, value or annotations) does not hold together");
         return true;
     }
 
@@ -286,14 +297,16 @@ private:
 
     bool techniques(size_t& at, uint32_t techniqueCount) {
         m_techniques.resize(techniqueCount);
-        for (TechniqueInfo& technique : m_techniques) {
+        for (size_t t = 0; t < m_techniques.size(); ++t) {
+            TechniqueInfo& technique = m_techniques[t];
             uint32_t nameOffset = 0, annotationCount = 0, passCount = 0;
             if (!structural(at, nameOffset) || !count(at, annotationCount, kAnnotationRecord) ||
                 !count(at, passCount, kPassRecord) || !name(nameOffset, false) || !annotations(at, annotationCount, 0))
-                return false;
+                return refuse(numbered("technique ", t) + " (name, annotations or pass count) does not hold together");
             technique.resize(passCount);
-            for (StateList& pass : technique)
-                if (!this->pass(at, pass)) return false;
+            for (size_t p = 0; p < technique.size(); ++p)
+                if (!pass(at, technique[p]))
+                    return refuse(numbered("pass ", p) + numbered(" of technique ", t) + " does not hold together");
         }
         return true;
     }
@@ -311,11 +324,15 @@ private:
 
     bool objectsAndResources(size_t& at) {
         uint32_t objectCount = 0, resourceCount = 0;
-        if (!count(at, objectCount, kObjectRecord) || !count(at, resourceCount, kResourceRecord)) return false;
+        if (!count(at, objectCount, kObjectRecord) || !count(at, resourceCount, kResourceRecord))
+            return refuse("its object data or resource count exceeds the file");
         for (uint32_t i = 0; i < objectCount; ++i)
-            if (!objectData(at)) return false;
+            if (!objectData(at))
+                return refuse(numbered("object data ", i) + " (an object named twice or by no parameter, or shader "
+                                                           "code that does not hold together) is refused");
         for (uint32_t i = 0; i < resourceCount; ++i)
-            if (!resource(at)) return false;
+            if (!resource(at))
+                return refuse(numbered("resource ", i) + " (its state, shader code or expression) is refused");
         return true;
     }
 
@@ -348,16 +365,17 @@ private:
         return isSoundEffectCode(bytes, size, kind, agrees, m_base - kHeaderBytes, m_structuralWords);
     }
 
-    // A constant names a top-level parameter by its name; D3DX sizes the copy of a numeric value by
-    // both, so they must describe the same value.
+    // A constant names a top-level parameter by its name. D3DX reshapes a numeric value into the
+    // constant's registers whatever the two say of class, type, rows and columns (it transposes,
+    // converts and bounds the copy by the parameter), so those may differ; it refuses constants
+    // whose elements differ from the parameter's, and so does this.
     bool parameterAgrees(const ConstantShape& shape) const {
         for (const ParameterInfo& parameter : m_parameters) {
             const TypeDef& type = parameter.type;
             if (std::strcmp(reinterpret_cast<const char*>(m_base + type.nameOffset + 4), shape.name) != 0) continue;
-            if (type.cls > D3DXPC_MATRIX_COLUMNS) return true;  // D3DX checks samplers itself
-            return shape.cls <= D3DXPC_MATRIX_COLUMNS && shape.type == type.type && shape.rows == type.rows &&
-                   shape.columns == type.columns &&
-                   std::max<uint32_t>(shape.elements, 1) == std::max<uint32_t>(type.elements, 1);
+            if (type.cls > D3DXPC_MATRIX_COLUMNS) return true;  // D3DX checks samplers and structs itself
+            if (std::max<uint32_t>(shape.elements, 1) == std::max<uint32_t>(type.elements, 1)) return true;
+            return refuse(std::string("constant ") + shape.name + " has other elements than its parameter");
         }
         return true;
     }
@@ -424,16 +442,24 @@ private:
     uint32_t m_lastObjectId = 0;
     std::vector<ParameterInfo> m_parameters;
     std::vector<TechniqueInfo> m_techniques;
+    mutable std::string m_reason;  // the checks of shader code are const walks that may refuse
 };
 
 }  // namespace
 
 bool hasEffectBinaryTag(const uint8_t* data, size_t size) { return data && size >= 4 && wordAt(data) == kEffectTag; }
 
-bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords) {
-    if (size < kHeaderBytes || !hasEffectBinaryTag(data, size)) return false;
+bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords,
+                              std::string* reason) {
+    if (size < kHeaderBytes || !hasEffectBinaryTag(data, size)) {
+        if (reason) *reason = "it is shorter than an effect header or lacks the fx_2_0 tag";
+        return false;
+    }
     if (structuralWords) structuralWords->push_back(4);
-    return EffectWalker(data, size, structuralWords).walk(wordAt(data + 4));
+    EffectWalker walker(data, size, structuralWords);
+    const bool sound = walker.walk(wordAt(data + 4));
+    if (!sound && reason) *reason = walker.reason().empty() ? "its structure does not hold together" : walker.reason();
+    return sound;
 }
 
 }  // namespace VexilDX9

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace VexilDX9 {
@@ -11,7 +12,9 @@ namespace VexilDX9 {
 // Shader code and compiled expressions are checked as far as D3DX walks them (see EffectShaderCheck.h).
 // When structuralWords is given, it receives the byte position of every count, offset and size
 // word the walk read (not names, values, instructions or other blob contents).
-bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords = nullptr);
+// When reason is given and the effect is refused, it receives what was refused, in words.
+bool isWellFormedEffectBinary(const uint8_t* data, size_t size, std::vector<size_t>* structuralWords = nullptr,
+                              std::string* reason = nullptr);
 
 // Whether the data starts with the tag of a compiled effect; other files are effect source.
 bool hasEffectBinaryTag(const uint8_t* data, size_t size);

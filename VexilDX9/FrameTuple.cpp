@@ -4,12 +4,12 @@
 
 ZEB_FILE_LOGGER(fileLogger, "VexilDX9")
 
-FrameTuple::FrameTuple() : m_frame(nullptr) {}
+FrameTuple::FrameTuple() : m_ownerFrame(nullptr) {}
 
-void FrameTuple::setFrame(FrameNode* frame) { m_frame = frame; }
+void FrameTuple::setFrame(FrameNode* frame) { m_ownerFrame = frame; }
 
 zeb::String FrameTuple::name() const {
-    return zeb::String(m_frame && m_frame->m_frame ? m_frame->m_frame->Name : nullptr);
+    return zeb::String(m_ownerFrame && m_ownerFrame->m_frame ? m_ownerFrame->m_frame->Name : nullptr);
 }
 
 bool FrameTuple::addMeshContainer(const MeshContainerTuple& tuple) {
@@ -26,12 +26,12 @@ bool FrameTuple::addMeshContainer(const MeshContainerTuple& tuple) {
 }
 
 bool FrameTuple::drawFrame() const {
-    ZEB_ASSERT("VexilDX9/FrameTuple", __LINE__, m_frame);
-    return m_frame->m_renderFrame;
+    ZEB_ASSERT("VexilDX9/FrameTuple", __LINE__, m_ownerFrame);
+    return m_ownerFrame->m_renderFrame;
 }
 
-const D3DXMATRIX& FrameTuple::transformMatrix() const { return m_frame->m_combinedTransform; }
+const D3DXMATRIX& FrameTuple::transformMatrix() const { return m_ownerFrame->m_combinedTransform; }
 
-const D3DXMATRIX& FrameTuple::inverseTransformMatrix() const { return m_frame->m_inverseTransform; }
+const D3DXMATRIX& FrameTuple::inverseTransformMatrix() const { return m_ownerFrame->m_inverseTransform; }
 
-const D3DXMATRIX& FrameTuple::invTransposeTransformMatrix() const { return m_frame->m_invTransposeTransform; }
+const D3DXMATRIX& FrameTuple::invTransposeTransformMatrix() const { return m_ownerFrame->m_invTransposeTransform; }

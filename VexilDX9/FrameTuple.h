@@ -10,7 +10,7 @@ public:
     FrameTuple();
 
     void setFrame(FrameNode* frame);
-    FrameNode* frame() const { return m_frame; }
+    FrameNode* frame() const { return m_ownerFrame; }
     zeb::String name() const;
     const zeb::OrderedHashTable<zeb::String, MeshContainerTuple>& childMeshTable() const { return m_childMeshTable; }
 
@@ -24,6 +24,6 @@ public:
     const D3DXMATRIX& invTransposeTransformMatrix() const;
 
 private:
-    FrameNode* m_frame;
+    FrameNode* m_ownerFrame;
     zeb::OrderedHashTable<zeb::String, MeshContainerTuple> m_childMeshTable;
 };

@@ -16,8 +16,9 @@ class AdapterD3D9;
 // setParameter; the effect's texture is its "textureMap" parameter, used when "hasTexture" is set.
 //
 // Every initialize() replaces the four blocks, deleting the old ones: references taken from the
-// accessors before it dangle. The accessors need a block, so call them after initialize(). A
-// missing parameter name throws the EffectValue assertion out of initialize().
+// accessors before it dangle. The block accessors need a block: before a successful initialize()
+// they throw zeb::AssertionFailure. A missing parameter name throws the EffectValue assertion out
+// of initialize().
 //
 // Device reset: the effect lives in D3DX's managed state, so around IDirect3DDevice9::Reset call
 // effect().effect()->OnLostDevice() before and OnResetDevice() after; the blocks, their handles

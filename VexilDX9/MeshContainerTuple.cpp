@@ -15,7 +15,11 @@ MeshContainerTuple::MeshContainerTuple() : m_meshContainer(nullptr) {}
 
 void MeshContainerTuple::setMeshContainer(D3DXMESHCONTAINER* meshContainer) { m_meshContainer = meshContainer; }
 
-ID3DXMesh* MeshContainerTuple::mesh() const { return m_meshContainer ? m_meshContainer->MeshData.pMesh : nullptr; }
+ID3DXMesh* MeshContainerTuple::mesh() const {
+    if (!m_meshContainer) return nullptr;
+    const D3DXMESHDATA& data = m_meshContainer->MeshData;
+    return data.Type == D3DXMESHTYPE_MESH || data.Type == D3DXMESHTYPE_PMESH ? data.pMesh : nullptr;
+}
 
 D3DXMATERIAL* MeshContainerTuple::material() const { return m_meshContainer ? m_meshContainer->pMaterials : nullptr; }
 

@@ -24,6 +24,8 @@ public:
 
     void setMeshContainer(D3DXMESHCONTAINER* meshContainer);
     D3DXMESHCONTAINER* meshContainer() const { return m_meshContainer; }
+    // The container's mesh when it holds one that draws subsets (a mesh or a progressive mesh);
+    // null without one or for a patch mesh.
     ID3DXMesh* mesh() const;
     D3DXMATERIAL* material() const;
     zeb::String name() const;

@@ -15,12 +15,6 @@ void require(bool holds, unsigned long long line, const char* expression) {
     if (!holds) throw zeb::AssertionFailure(kSource, line, expression);
 }
 
-// D3DX gives every mesh container a skin information, an empty one (no bones) to rigid meshes:
-// only one with bones makes a skinned mesh.
-bool isSkinned(const D3DXMESHCONTAINER* container) {
-    return container->pSkinInfo && container->pSkinInfo->GetNumBones() > 0;
-}
-
 zeb::String textureFileOf(const D3DXMATERIAL& material) {
     return zeb::String(material.pTextureFilename ? material.pTextureFilename : "");
 }
@@ -37,7 +31,26 @@ const MaterialSetting kSkinMaterial[] = {
 };
 const D3DXVECTOR3 kSkinLightDirection(-1.0f, -1.0f, 1.0f);
 
+// A skinned container whose mesh ConvertToBlendedMesh can take; others cannot be built.
+bool hasBlendableMesh(const D3DXMESHCONTAINER& container) {
+    if (container.MeshData.Type == D3DXMESHTYPE_MESH && container.MeshData.pMesh) return true;
+    ZEB_LOG(managerLogger, 4, __LINE__, "Skinned mesh container " + zeb::String(container.Name) + " has no mesh to blend");
+    return false;
+}
+
+// The decimal number that starts text (0 without digits), or limit when it reaches limit.
+unsigned int boundedNumber(const zeb::String& text, unsigned int limit) {
+    unsigned long long value = 0;
+    for (unsigned int i = 0; i < text.size() && text[i] >= '0' && text[i] <= '9' && value < limit; ++i)
+        value = value * 10 + static_cast<unsigned>(text[i] - '0');
+    return value < limit ? static_cast<unsigned int>(value) : limit;
+}
+
 }  // namespace
+
+bool MeshManagerD3DX9::isSkinnedContainer(const D3DXMESHCONTAINER& container) {
+    return container.pSkinInfo && container.pSkinInfo->GetNumBones() > 0;
+}
 
 MeshManagerD3DX9::MeshManagerD3DX9() : m_device(nullptr) {}
 
@@ -49,10 +62,12 @@ MeshManagerD3DX9::MeshManagerD3DX9(const MeshManagerD3DX9& other)
       m_textureResources(other.m_textureResources),
       m_failedTextures(other.m_failedTextures),
       m_frameIndex(other.m_frameIndex) {
+    ZEB_TRACE(managerLogger, "MeshManagerD3DX9::MeshManagerD3DX9");
     copyTextureTableOf(other);
 }
 
 MeshManagerD3DX9& MeshManagerD3DX9::operator=(const MeshManagerD3DX9& other) {
+    ZEB_TRACE(managerLogger, "MeshManagerD3DX9::operator=");
     if (this == &other) return *this;
     m_textureTable.clear();  // its frame tuples point into the frame table replaced below
     m_device = other.m_device;
@@ -66,7 +81,10 @@ MeshManagerD3DX9& MeshManagerD3DX9::operator=(const MeshManagerD3DX9& other) {
     return *this;
 }
 
-MeshManagerD3DX9::~MeshManagerD3DX9() { cleanup(); }
+MeshManagerD3DX9::~MeshManagerD3DX9() {
+    ZEB_TRACE(managerLogger, "MeshManagerD3DX9::~MeshManagerD3DX9");
+    cleanup();
+}
 
 // The texture groups again, with every frame tuple moved from the other's frame table to the
 // node at the same position of ours.
@@ -89,22 +107,37 @@ void MeshManagerD3DX9::copyTextureTableOf(const MeshManagerD3DX9& other) {
 }
 
 bool MeshManagerD3DX9::parseSkinnedFrameExternalFrame(const zeb::Array<zeb::String>& entries) {
+    unsigned int containers = 0;
+    for (const FrameNode& node : m_frameIndex.m_frameList)
+        for (D3DXMESHCONTAINER* c = node.m_frame->pMeshContainer; c; c = c->pNextMeshContainer) ++containers;
+    return parseSkinnedFrameExternalFrame(entries, containers);
+}
+
+bool MeshManagerD3DX9::parseSkinnedFrameExternalFrame(const zeb::Array<zeb::String>& entries,
+                                                      unsigned int meshContainerCount) {
     ZEB_TRACE(managerLogger, "MeshManagerD3DX9::parseSkinnedFrameExternalFrame");
     if (entries.empty()) {
         ZEB_LOG(managerLogger, 2, __LINE__, "Frame list is empty in the k2m");
         return true;
     }
+    bool allRead = true;
     for (const zeb::String& entry : entries) {
         const unsigned int colon = entry.find(':');
         if (colon == 0xFFFFFFFFu || entry.find(':', colon + 1) != 0xFFFFFFFFu) {
             ZEB_LOG(managerLogger, 2, __LINE__, "Frame list in k2m is malformed");
             return false;
         }
-        const unsigned int k = zeb::String::strToUInt(entry.subString(0, colon), 10);
+        const unsigned int k = boundedNumber(entry.subString(0, colon), meshContainerCount);
+        if (k == meshContainerCount) {  // a list no container could ever use, however large
+            ZEB_LOG(managerLogger, 3, __LINE__,
+                    "Frame list entry " + entry + " refused: the scene has " + meshContainerCount + " mesh containers");
+            allRead = false;
+            continue;
+        }
         while (m_externalFrameLists.size() < k + 1) m_externalFrameLists.append(zeb::Array<zeb::String>());
         m_externalFrameLists[k].append(entry.subString(colon + 1, entry.size() - colon - 1));
     }
-    return true;
+    return allRead;
 }
 
 bool MeshManagerD3DX9::initialize(D3DXFRAME* root) {
@@ -114,6 +147,7 @@ bool MeshManagerD3DX9::initialize(D3DXFRAME* root) {
     ZEB_LOG(managerLogger, 1, __LINE__, "Number of textures added = " + created);
     const bool allTexturesFound = indexMeshRootByTexture();
     const bool skinsListed = createSkinInfoList();
+    if (m_skinEffect) setSkinEffect(m_skinEffect);  // the new skinned meshes take the effect kept
     return allTexturesFound && skinsListed;
 }
 
@@ -141,10 +175,13 @@ void MeshManagerD3DX9::addTexturesOfContainer(const FrameNode& node, D3DXMESHCON
     }
 }
 
-// The texture made from the file, made on first use: one texture per distinct file.
+// The texture made from the file, made on first use: one texture per distinct file. A file that
+// failed once is not tried again.
 COMPtr<IDirect3DTexture9>::pointer MeshManagerD3DX9::textureOf(const FrameNode& node, const zeb::String& fileName,
                                                                unsigned int& created) {
     if (const COMPtr<IDirect3DTexture9>::pointer* known = m_textureResources.find(fileName)) return *known;
+    for (const zeb::String& failed : m_failedTextures)
+        if (failed == fileName) return COMPtr<IDirect3DTexture9>::pointer();
     COMPtr<IDirect3DTexture9>::pointer texture = createTextureFromFile(fileName);
     if (!texture) {
         ZEB_LOG(managerLogger, 4, __LINE__, "Fail to create texture" + fileName);
@@ -189,12 +226,18 @@ bool MeshManagerD3DX9::indexMeshRootByTexture() {
 // Files each material subset of a rigid container under its texture file ("NULL" without one).
 bool MeshManagerD3DX9::indexContainer(FrameNode& node, D3DXMESHCONTAINER* container, zeb::Array<zeb::String>& missing) {
     const zeb::String containerName(container->Name);
-    if (isSkinned(container)) {
+    if (isSkinnedContainer(*container)) {
         ZEB_LOG(managerLogger, 1, __LINE__, "Encounters a skin info in mesh container " + containerName);
         return false;
     }
     if (!container->pMaterials || container->NumMaterials == 0) {
         ZEB_LOG(managerLogger, 1, __LINE__, "This mesh container has no material " + containerName);
+        return false;
+    }
+    MeshContainerTuple drawable;
+    drawable.setMeshContainer(container);
+    if (!drawable.mesh()) {
+        ZEB_LOG(managerLogger, 1, __LINE__, "This mesh container has no mesh to draw " + containerName);
         return false;
     }
     for (DWORD a = 0; a < container->NumMaterials; ++a) {
@@ -233,11 +276,12 @@ bool MeshManagerD3DX9::createSkinInfoList() {
     for (FrameNode& node : m_frameIndex.m_frameList) {
         for (D3DXMESHCONTAINER* container = node.m_frame->pMeshContainer; container;
              container = container->pNextMeshContainer) {
-            if (!isSkinned(container)) continue;
+            if (!isSkinnedContainer(*container)) continue;
             m_skinnedMeshes.append(SkinnedMesh());
             SkinnedMesh& skinned = m_skinnedMeshes.last();
             skinned.setSourceMeshContainer(container);
-            if (!skinned.constructSkinnedMesh(m_frameIndex.frameListIndex(), m_textureResources)) {
+            if (!hasBlendableMesh(*container) ||
+                !skinned.constructSkinnedMesh(m_frameIndex.frameListIndex(), m_textureResources)) {
                 // The frames listed for this container stand in for it; without the mesh they hide.
                 for (const zeb::String& name : m_externalFrameLists[k]) m_frameIndex.disableFrameRendering(name);
                 m_skinnedMeshes.removeAt(m_skinnedMeshes.size() - 1);
@@ -302,10 +346,8 @@ void MeshManagerD3DX9::cleanup() {
     ZEB_TRACE(managerLogger, "MeshManagerD3DX9::cleanup");
     if (m_frameIndex.size() > 0) m_frameIndex.clear();
     if (!m_textureTable.empty()) m_textureTable.clear();
-    if (!m_textureResources.empty()) {
-        m_textureResources.clear();
-        m_failedTextures.clear();
-    }
+    if (!m_textureResources.empty()) m_textureResources.clear();
+    m_failedTextures.clear();  // each load tries its files afresh
     if (!m_skinnedMeshes.empty()) m_skinnedMeshes.clear();
     // Each load hands in its own frame list.
     m_externalFrameLists.clear();

@@ -28,8 +28,15 @@ public:
 
     // Entries "k:frameName" put the frame into the list of the k-th skinned mesh container: the
     // frames hidden when that skinned mesh cannot be built. Stops with false at a malformed entry.
+    // k must name one of the tree's mesh containers: an entry past meshContainerCount is refused
+    // (logged, false) and the others still read. Without a count, the containers of the frame
+    // index held are counted.
     bool parseSkinnedFrameExternalFrame(const zeb::Array<zeb::String>& entries);
-    // Builds every index for a freshly loaded tree; false when a texture could not be found.
+    bool parseSkinnedFrameExternalFrame(const zeb::Array<zeb::String>& entries, unsigned int meshContainerCount);
+    // Builds every index for a freshly loaded tree; false when a texture could not be found. A
+    // skinned container whose mesh cannot be built and that has no frame list raises
+    // zeb::IndexOutOfBounds. The skin effect given to setSkinEffect is handed to the new skinned
+    // meshes.
     bool initialize(D3DXFRAME* root);
     // World, inverse and inverse-transpose matrices of every frame, parents first.
     void updateTransformation();
@@ -37,7 +44,9 @@ public:
     FrameNode& frameByName(const zeb::String& name) { return m_frameIndex.frameByName(name); }
     const FrameNode& frameByName(const zeb::String& name) const { return m_frameIndex.frameByName(name); }
 
-    // Hands the effect to every skinned mesh and gives them the library's material and light.
+    // Hands the effect to every skinned mesh and gives them the library's material and light;
+    // the manager keeps it for the skinned meshes of later loads (a reload after a device reset
+    // included), so the effect must outlive the manager or be replaced first.
     bool setSkinEffect(const BorrowedEffect& effect);
     bool renderSkin(IDirect3DDevice9* device, bool useTexture) const;
     bool renderSkin(const COMPtr<IDirect3DDevice9>::pointer& device, const VirtualRealityDX9& scene, bool useTexture,
@@ -51,6 +60,10 @@ public:
     const zeb::Array<zeb::Array<zeb::String>>& externalFrameLists() const { return m_externalFrameLists; }
 
     void cleanup();
+
+    // D3DX gives every mesh container it loads a skin information, an empty one (no bones) to
+    // rigid meshes: only a container whose skin has at least one bone is a skinned mesh.
+    static bool isSkinnedContainer(const D3DXMESHCONTAINER& container);
 
 private:
     unsigned int populateTextureResource();

@@ -38,7 +38,14 @@ public:
     unsigned int createRenderDevice(D3DDEVTYPE type, const zeb::Array<RenderDeviceParameterDX9>& params,
                                     HWND focusWindow);
     // The device that serves window, or an empty holder.
+    //
+    // Borrowed, not shared: renderDevice and renderDevices hand out the manager's own devices
+    // without taking a share of them. A reference dangles as soon as the manager lets its device
+    // go: at the next createRenderDevice of that type, at clear() and when the manager is
+    // destroyed. Take a fresh one after each of these, and keep the device alive by keeping the
+    // manager (or a holder of d3dDevice(), which shares the IDirect3DDevice9 itself).
     RenderDeviceReference renderDevice(D3DDEVTYPE type, HWND window);
+    // Replaces out by borrowed references to every device of type, in group order (see above).
     unsigned int renderDevices(D3DDEVTYPE type, zeb::Array<RenderDeviceReference>& out);
     // The current display format of a HAL adapter, or 0xFFFFFFFF.
     unsigned int currentAdapterFormat(const zeb::String& adapterId);

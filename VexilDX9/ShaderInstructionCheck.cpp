@@ -11,6 +11,7 @@ const uint32_t kVertexShaderKind = 0xFFFE, kPixelShaderKind = 0xFFFF;
 const uint32_t kRelativeAddress = 1u << 13;  // a register token followed by its address token
 const uint32_t kPredicated = 1u << 28;       // an instruction with a predicate register after its destination
 const uint32_t kUnknown = 0xFF;
+const unsigned kSoftware = 0xFF;  // the minor version of the software shader models
 
 enum Opcode : uint32_t { Dcl = 31, Sincos = 37, Defb = 47, Defi = 48, Texcoord = 64, Tex = 66, Def = 81 };
 
@@ -77,7 +78,9 @@ public:
         uint32_t kind = versionToken >> 16;
         m_version = {(versionToken >> 8) & 0xFF, versionToken & 0xFF};
         if (kind != kVertexShaderKind && kind != kPixelShaderKind) return false;
-        if (m_version.major > 3 || (m_version.major == 3 && m_version.minor != 0)) return false;
+        // Shader model 3 is 3.0, or 3.sw (minor 0xFF) for software vertex processing, as 2.sw is.
+        if (m_version.major > 3 || (m_version.major == 3 && m_version.minor != 0 && m_version.minor != kSoftware))
+            return false;
         for (size_t at = 1; at < m_words;) {
             uint32_t current = token(at);
             if (current == kEndToken) return at == m_words - 1;

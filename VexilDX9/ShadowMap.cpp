@@ -38,6 +38,25 @@ ShadowMap::ShadowMap(const COMPtr<IDirect3DDevice9>::pointer& device) : ShadowMa
     ZEB_ASSERT(kSource, 166, initialize(device));
 }
 
+ShadowMap::ShadowMap(const ShadowMap& other) : ShadowMap() { *this = other; }
+
+ShadowMap& ShadowMap::operator=(const ShadowMap& other) {
+    if (this == &other) return *this;
+    m_effect = other.m_effect;
+    m_shadowDepthMap = other.m_shadowDepthMap;
+    m_shadowDepthMapSurface = other.m_shadowDepthMapSurface;
+    m_shadowDepthMapFormat = other.m_shadowDepthMapFormat;
+    m_zStencil = other.m_zStencil;
+    m_zStencilFormat = other.m_zStencilFormat;
+    m_shadowMapDimension = other.m_shadowMapDimension;
+    if (other.m_light) {
+        bindBlocks();  // ours, bound to our own effect: the other's would dangle when it goes
+    } else {
+        m_light.reset(), m_material.reset(), m_texture.reset(), m_shadowMapResource.reset(), m_transformation.reset();
+    }
+    return *this;
+}
+
 bool ShadowMap::initialize(const COMPtr<IDirect3DDevice9>::pointer& device) {
     ZEB_TRACE_AT(shadowLogger, "bool ShadowMap::initialize(const COMPtr<IDirect3DDevice9>::pointer& device)", kSource,
                  100);
@@ -45,13 +64,17 @@ bool ShadowMap::initialize(const COMPtr<IDirect3DDevice9>::pointer& device) {
         ZEB_LOG(shadowLogger, 3, 104, "Unable to load " + kEffectFile);
         return false;
     }
+    bindBlocks();
+    return areHandlesInitialized();
+}
+
+void ShadowMap::bindBlocks() {
     BorrowedEffect effect(&m_effect);
     m_light.reset(new DirectionalLight(effect));
     m_material.reset(new GeneralMaterial(effect));
     m_texture.reset(new GeneralTexture(effect));
     m_shadowMapResource.reset(new ShadowMapSingleLamp(effect));
     m_transformation.reset(new GeneralTransformation(effect));
-    return areHandlesInitialized();
 }
 
 bool ShadowMap::areHandlesInitialized() const {
@@ -68,6 +91,11 @@ bool ShadowMap::allocateShadowMapResources(const COMPtr<IDirect3DDevice9>::point
                  "zeb::Uint32 dimension)",
                  kSource, 27);
     m_shadowMapDimension = dimension;
+    releaseShadowMapResources();  // nothing of the old size may outlive a failure below
+    if (!device) {
+        ZEB_LOG(shadowLogger, 3, __LINE__, "NULL render device not allowed");
+        return false;
+    }
     if (!createDepthStencil(device.get())) return false;
     checkMapFormat(device.get());
     if (!createMap(device.get()) || !m_shadowMapResource) return false;  // no effect to hand the map to

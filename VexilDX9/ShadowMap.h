@@ -33,6 +33,10 @@ struct VEXILDX9_API ShadowMapSingleLamp {
 // or begin / renderPass / end). The effect's second technique, "ShadowReceiver", draws the scene
 // darkened where the map says the lamp is hidden.
 //
+// A copy shares the effect, the map and the surfaces, and binds parameter blocks of its own to
+// its own effect, so it stays usable when the original goes. The block accessors need the blocks
+// of a successful initialize(); before it they throw zeb::AssertionFailure.
+//
 // Device reset: the map and the depth-stencil surface live in the default pool. Before
 // IDirect3DDevice9::Reset call effect().effect()->OnLostDevice() and
 // releaseShadowMapResources() (and drop any reference of your own to the map and surfaces);
@@ -43,14 +47,15 @@ public:
     ShadowMap();
     // Loads the effect; throws zeb::AssertionFailure when that fails. Allocates no map.
     explicit ShadowMap(const COMPtr<IDirect3DDevice9>::pointer& device);
-    ShadowMap(const ShadowMap& other) = default;
-    ShadowMap& operator=(const ShadowMap& other) = default;
+    ShadowMap(const ShadowMap& other);
+    ShadowMap& operator=(const ShadowMap& other);
 
     // Loads "shadowMap.fxo" and binds the blocks; a parameter missing from it throws the
     // EffectValue assertion.
     bool initialize(const COMPtr<IDirect3DDevice9>::pointer& device);
-    // Makes the depth-stencil surface, then the map (replacing earlier ones), and hands the map
-    // and its dimension to the effect. The dimension is stored even when creation fails.
+    // Drops the earlier map and surfaces, makes the depth-stencil surface, then the map, and hands
+    // the map and its dimension to the effect. The dimension is stored even when creation fails;
+    // what a failure leaves (at most the new depth-stencil surface) is of that dimension.
     bool allocateShadowMapResources(const COMPtr<IDirect3DDevice9>::pointer& device, unsigned int dimension);
     // Drops the map, its surface and the depth-stencil surface, and takes the map from the
     // effect, so that the device can be reset.
@@ -87,6 +92,7 @@ public:
 private:
     template <class Block> using Holder = zeb::SharedResource<zeb::PointerStorage<Block, 0, 3>>;
 
+    void bindBlocks();
     bool areHandlesInitialized() const;
     bool createDepthStencil(IDirect3DDevice9* device);
     void checkMapFormat(IDirect3DDevice9* device) const;

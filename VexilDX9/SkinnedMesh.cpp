@@ -119,7 +119,7 @@ bool SkinnedMesh::constructSkinnedMesh(const zeb::OrderedHashTable<zeb::String, 
         const D3DXBONECOMBINATION& combination = m_boneCombinations[b];
         BoneArray bones{};  // without a texture table the material stays zero: no texture, black
         bones.attributeId = combination.AttribId;
-        createBoneMaterial(m_sourceMeshContainer->pMaterials[combination.AttribId], textureTable, bones.material);
+        createBoneMaterial(materialOf(combination.AttribId), textureTable, bones.material);
         for (unsigned int i = 0; i < m_maxFaceInfluences; ++i) {
             const DWORD boneId = combination.BoneId[i];
             // Less-or-equal: the unused-slot marker is skipped, a bone id equal to the count is not.
@@ -131,6 +131,16 @@ bool SkinnedMesh::constructSkinnedMesh(const zeb::OrderedHashTable<zeb::String, 
         m_boneArrays.append(bones);
     }
     return true;
+}
+
+// The container's material of a combination's attribute; a container without that material (none
+// at all, or fewer than its faces name) draws the attribute in plain white.
+D3DXMATERIAL SkinnedMesh::materialOf(unsigned int attributeId) const {
+    if (m_sourceMeshContainer->pMaterials && attributeId < m_sourceMeshContainer->NumMaterials)
+        return m_sourceMeshContainer->pMaterials[attributeId];
+    ZEB_LOG(skinLogger, 3, __LINE__, "No material " + attributeId + " in skinned mesh container, drawn in white");
+    D3DXMATERIAL white = {VirtualRealityDX9::s_whiteMaterial, nullptr};
+    return white;
 }
 
 bool SkinnedMesh::createBoneNode(unsigned int boneId, ID3DXSkinInfo* skinInfo, unsigned int influenceIndex,
@@ -190,21 +200,22 @@ bool SkinnedMesh::setEffect(const BorrowedEffect& effect) {
            m_vertexBlend->isInitialized() && m_light->isInitialized();
 }
 
-bool SkinnedMesh::renderSkin(IDirect3DDevice9* device, const FrameNodeIndexer& frames, bool useTexture) const {
-    ZEB_ASSERT(kSource, 166, device != NULL);
+bool SkinnedMesh::renderSkin(IDirect3DDevice9* renderDevice, const FrameNodeIndexer& frames, bool useTexture) const {
+    ZEB_ASSERT(kSource, 155, renderDevice != NULL);
     for (unsigned int b = 0; b < m_boneArrays.size(); ++b) {
         const BoneArray& bones = m_boneArrays[b];
         for (const BoneNode& node : bones.nodes) {
             const D3DXMATRIX world = boneWorld(node, frames);
-            device->SetTransform(D3DTS_WORLDMATRIX(node.influenceIndex), &world);
+            renderDevice->SetTransform(D3DTS_WORLDMATRIX(node.influenceIndex), &world);
         }
-        device->SetMaterial(&bones.material.material);
+        renderDevice->SetMaterial(&bones.material.material);
         const bool textured = bones.material.texture && useTexture;
-        if (textured) device->SetTexture(0, bones.material.texture);
-        device->SetRenderState(D3DRS_VERTEXBLEND, bones.nodes.size() - 1);
+        if (textured) renderDevice->SetTexture(0, bones.material.texture);
+        // One matrix fewer than the bones; a combination left without bones blends nothing.
+        renderDevice->SetRenderState(D3DRS_VERTEXBLEND, bones.nodes.empty() ? 0 : bones.nodes.size() - 1);
         m_mesh->DrawSubset(b);
-        if (textured) device->SetTexture(0, nullptr);
-        device->SetRenderState(D3DRS_VERTEXBLEND, 0);
+        if (textured) renderDevice->SetTexture(0, nullptr);
+        renderDevice->SetRenderState(D3DRS_VERTEXBLEND, 0);
     }
     return true;
 }

@@ -114,7 +114,7 @@ public:
     bool setEffect(const BorrowedEffect& effect);
 
     // Fixed-function vertex blending, every bone of a combination.
-    bool renderSkin(IDirect3DDevice9* device, const FrameNodeIndexer& frames, bool useTexture) const;
+    bool renderSkin(IDirect3DDevice9* renderDevice, const FrameNodeIndexer& frames, bool useTexture) const;
     // Technique 0 of the effect, the given passes, at most three bones per combination; the
     // camera matrices come from the scene's viewer as they stand.
     bool renderSkin(const COMPtr<IDirect3DDevice9>::pointer& device, const FrameNodeIndexer& frames, bool useTexture,
@@ -143,6 +143,7 @@ public:
 private:
     bool createBoneNode(unsigned int boneId, ID3DXSkinInfo* skinInfo, unsigned int influenceIndex,
                         const zeb::OrderedHashTable<zeb::String, unsigned int>& frameIndexTable, BoneNode& node) const;
+    D3DXMATERIAL materialOf(unsigned int attributeId) const;
     bool createBoneMaterial(const D3DXMATERIAL& material, const TextureResourceTable& textureTable,
                             BoneMaterial& result) const;
     bool renderCombination(const COMPtr<IDirect3DDevice9>::pointer& device, unsigned int combination,

@@ -38,21 +38,30 @@ bool Technique::initialize(ID3DXEffect* effect, unsigned int index) {
     return true;
 }
 
-bool Technique::activate() const { return SUCCEEDED(m_effect->SetTechnique(m_handle)); }
+// A technique left unread by a failed load has no effect: everything on it fails, logged.
+bool Technique::hasEffect() const {
+    if (m_effect) return true;
+    ZEB_LOG(techniqueLogger, 3, __LINE__, "Effect is invalid.");
+    return false;
+}
+
+bool Technique::activate() const { return hasEffect() && SUCCEEDED(m_effect->SetTechnique(m_handle)); }
 
 bool Technique::begin() const {
     UINT passes = 0;
-    if (FAILED(m_effect->Begin(&passes, 0))) {
+    if (!m_effect || FAILED(m_effect->Begin(&passes, 0))) {
         ZEB_LOG(techniqueLogger, 3, 72, "Cannot begin technique " + m_name);
         return false;
     }
     return true;
 }
 
-void Technique::end() const { m_effect->End(); }
+void Technique::end() const {
+    if (m_effect) m_effect->End();
+}
 
 bool Technique::render(ID3DXMesh* mesh, unsigned int subset) const {
-    if (FAILED(m_effect->SetTechnique(m_handle))) return false;
+    if (!hasEffect() || FAILED(m_effect->SetTechnique(m_handle))) return false;
     if (!begin()) return false;
     bool allPassesDrawn = true;
     for (unsigned int i = 0; i < m_desc.Passes; ++i) {
@@ -75,6 +84,7 @@ bool Technique::render(ID3DXMesh* mesh, unsigned int subset) const {
 }
 
 bool Technique::renderPass(ID3DXMesh* mesh, unsigned int subset, unsigned int passIndex) const {
+    if (!hasEffect()) return false;
     HRESULT hr = m_effect->BeginPass(passIndex);
     if (FAILED(hr)) {
         logD3DFunction(techniqueLogger, "BeginPass", hr, false);
@@ -93,6 +103,7 @@ bool Technique::renderPass(ID3DXMesh* mesh, unsigned int subset, const zeb::Stri
 }
 
 unsigned int Technique::passIndexByName(const zeb::String& name) const {
+    if (!hasEffect()) return 0xFFFFFFFF;
     D3DXHANDLE pass = m_effect->GetPassByName(m_handle, name.getUTF8String());
     if (!pass) {
         ZEB_LOG(techniqueLogger, 3, 176, "Cannot find " + name + " pass in technique " + m_name);

@@ -6,7 +6,8 @@
 #include <d3dx9.h>
 
 // One technique of an effect: its handle, description and passes, and the rendering of a mesh
-// subset through all passes or through one.
+// subset through all passes or through one. A technique that a failed load left unread has no
+// effect: its operations fail (logging "Effect is invalid.") instead of touching one.
 class VEXILDX9_API Technique {
 public:
     struct Pass {
@@ -44,6 +45,7 @@ public:
 private:
     friend class zeb::Array<Technique>;  // fills the technique table before initialisation
     Technique();
+    bool hasEffect() const;
 
     D3DXHANDLE m_handle;
     D3DXTECHNIQUE_DESC m_desc;

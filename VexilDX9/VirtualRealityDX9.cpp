@@ -47,6 +47,21 @@ void createLight(const D3DCOLORVALUE& colour, D3DLIGHT9& light) {
     light.Attenuation0 = 1.0f;
 }
 
+// Every mesh container of the tree under root (root's siblings included).
+unsigned int meshContainerCount(D3DXFRAME* root) {
+    unsigned int count = 0;
+    zeb::Array<D3DXFRAME*> pending;
+    if (root) pending.append(root);
+    while (!pending.empty()) {
+        D3DXFRAME* frame = pending.last();
+        pending.removeAt(pending.size() - 1);
+        for (D3DXMESHCONTAINER* c = frame->pMeshContainer; c; c = c->pNextMeshContainer) ++count;
+        if (frame->pFrameSibling) pending.append(frame->pFrameSibling);
+        if (frame->pFrameFirstChild) pending.append(frame->pFrameFirstChild);
+    }
+    return count;
+}
+
 D3DLIGHT9 placedLight(const LightPlacement& placement) {
     D3DLIGHT9 light;
     createLight(kLightColour, light);
@@ -102,12 +117,17 @@ bool VirtualRealityDX9::loadVirtualRealityImpl(const zeb::String& textureRootDir
         return false;
     }
     startTracks();
+    m_meshManager.setDevice(device);
+    try {
+        m_meshManager.parseSkinnedFrameExternalFrame(frameList, meshContainerCount(m_frameRoot));
+        m_meshManager.initialize(m_frameRoot);
+    } catch (...) {
+        cleanup();  // no half-built scene: the next render finds nothing to draw
+        throw;
+    }
     m_fileName = file;
     m_textureRootDirectory = root;
     m_device = device;
-    m_meshManager.setDevice(device);
-    m_meshManager.parseSkinnedFrameExternalFrame(frameList);
-    m_meshManager.initialize(m_frameRoot);
     return true;
 }
 
@@ -136,6 +156,7 @@ void VirtualRealityDX9::startTracks() {
 }
 
 bool VirtualRealityDX9::animate(unsigned int time) {
+    ZEB_TRACE(sceneLogger, "VirtualRealityDX9::animate");
     if (!m_animationController) {
         ZEB_LOG(sceneLogger, 4, __LINE__, "m_animationController is NULL");
         return false;
@@ -163,25 +184,34 @@ void VirtualRealityDX9::placeCamera() {
     m_viewer.calculateViewProjectionLH();
 }
 
-bool VirtualRealityDX9::renderRigid(IDirect3DDevice9* device, bool useTextures) {
-    ZEB_ASSERT(kSource, __LINE__, device != NULL);
+bool VirtualRealityDX9::renderRigid(IDirect3DDevice9* renderDevice, bool useTextures) {
+    ZEB_TRACE(sceneLogger, "VirtualRealityDX9::renderRigid");
+    ZEB_ASSERT(kSource, 359, renderDevice != NULL);
     ZEB_LOG(sceneLogger, 3, __LINE__, "Entering VirtualRealityDX9::renderRigid");
     const zeb::OrderedHashTable<zeb::String, TextureTuple>& groups = m_meshManager.textureTable();
     for (const TextureTuple& group : groups.values()) {
-        device->SetTexture(0, nullptr);
-        if (group.texture() && useTextures) device->SetTexture(0, group.texture());
+        renderDevice->SetTexture(0, nullptr);
+        if (group.texture() && useTextures) renderDevice->SetTexture(0, group.texture());
         for (const FrameTuple& frame : group.frameTable().values()) {
             if (!frame.drawFrame()) continue;
-            device->SetTransform(D3DTS_WORLD, &frame.transformMatrix());
-            for (const MeshContainerTuple& container : frame.childMeshTable().values())
-                for (unsigned int i = 0; i < container.numAttribute(); ++i) {
-                    const unsigned int id = container[static_cast<int>(i)];
-                    device->SetMaterial(&container.material()[id].MatD3D);
-                    container.mesh()->DrawSubset(id);
-                }
+            renderDevice->SetTransform(D3DTS_WORLD, &frame.transformMatrix());
+            for (const MeshContainerTuple& container : frame.childMeshTable().values()) drawSubsets(renderDevice, container);
         }
     }
     return true;
+}
+
+// A container that lost its mesh, or a subset past its materials, is left out.
+void VirtualRealityDX9::drawSubsets(IDirect3DDevice9* renderDevice, const MeshContainerTuple& container) {
+    ID3DXMesh* mesh = container.mesh();
+    const D3DXMESHCONTAINER* source = container.meshContainer();
+    if (!mesh || !container.material()) return;
+    for (unsigned int i = 0; i < container.numAttribute(); ++i) {
+        const unsigned int id = container[static_cast<int>(i)];
+        if (id >= source->NumMaterials) continue;
+        renderDevice->SetMaterial(&container.material()[id].MatD3D);
+        mesh->DrawSubset(id);
+    }
 }
 
 bool VirtualRealityDX9::render(IDirect3DDevice9* renderDevice, bool useTextures) {
@@ -199,8 +229,10 @@ bool VirtualRealityDX9::render(IDirect3DDevice9* renderDevice, bool useTextures)
     return true;
 }
 
-bool VirtualRealityDX9::renderSkin(IDirect3DDevice9* device, bool useTextures) {
-    return m_meshManager.renderSkin(device, useTextures);
+bool VirtualRealityDX9::renderSkin(IDirect3DDevice9* renderDevice, bool useTextures) {
+    ZEB_TRACE(sceneLogger, "VirtualRealityDX9::renderSkin");
+    ZEB_ASSERT(kSource, __LINE__, renderDevice != NULL);
+    return m_meshManager.renderSkin(renderDevice, useTextures);
 }
 
 bool VirtualRealityDX9::setupAnimation(IDirect3DDevice9* renderDevice) {
@@ -210,6 +242,9 @@ bool VirtualRealityDX9::setupAnimation(IDirect3DDevice9* renderDevice) {
     m_viewer.setTranslation(kCameraPosition);
     renderDevice->SetTransform(D3DTS_VIEW, &m_viewer.matrixLookAtLH());
     renderDevice->SetTransform(D3DTS_PROJECTION, &m_viewer.matrixPerspectiveFovLH());
+    switchOffLights();
+    renderDevice->AddRef();
+    m_litDevice.reset(renderDevice);
     m_lights = zeb::Array<D3DLIGHT9>();
     for (DWORD index = 0; index < sizeof kLights / sizeof kLights[0]; ++index) {
         m_lights.append(placedLight(kLights[index]));
@@ -231,13 +266,24 @@ bool VirtualRealityDX9::reallocateRenderResources(const COMPtr<IDirect3DDevice9>
     return true;
 }
 
+// A light left on through IDirect3DDevice9::Reset keeps one of the device's few active-light
+// slots for good under Wine (the light itself is gone), so after a few resets no light can be
+// switched on and the scene draws black: the lights go off with the scene.
+void VirtualRealityDX9::switchOffLights() {
+    if (!m_litDevice) return;
+    for (DWORD index = 0; index < m_lights.size(); ++index) m_litDevice->LightEnable(index, FALSE);
+    m_litDevice.reset();
+}
+
 void VirtualRealityDX9::cleanup() {
     ZEB_TRACE(sceneLogger, "VirtualRealityDX9::cleanup");
+    switchOffLights();
+    // The indexes point into the frame tree: they go before it, so nothing refers to freed frames.
+    m_meshManager.cleanup();
     if (m_frameRoot) D3DXFrameDestroy(m_frameRoot, &m_loader);
     m_frameRoot = nullptr;
     // Every load names its nameless frames from dummy_0 again.
     SceneLoaderX::m_namelessFrameCount = 0;
     if (m_animationController) m_animationController->Release();
     m_animationController = nullptr;
-    m_meshManager.cleanup();
 }

@@ -26,6 +26,10 @@ public:
 
     // Loads with managed buffers, then in system memory; the previous scene goes first. Texture
     // paths are re-rooted into textureRootDirectory; frameList holds the "k:frameName" entries.
+    // A load leaves the scene whole or empty: when indexing throws (a skinned mesh that cannot be
+    // built and has no frameList entry raises zeb::IndexOutOfBounds), the scene is emptied before
+    // the exception reaches the caller, and what was remembered of the last successful load
+    // (file, directory, device) stays.
     bool loadVirtualReality(const zeb::String& textureRootDirectory, const zeb::String& fileName,
                             IDirect3DDevice9* device, const zeb::Array<zeb::String>& frameList);
     bool loadVirtualReality(const zeb::String& textureRootDirectory, const zeb::String& fileName,
@@ -35,16 +39,18 @@ public:
     // on "CameraDummy" (a scene without it raises zeb::HashKeyMissing after the update).
     virtual bool animate(unsigned int time);
 
-    bool renderRigid(IDirect3DDevice9* device, bool useTextures);
+    bool renderRigid(IDirect3DDevice9* renderDevice, bool useTextures);
     // View transform from the viewer, rigid geometry, then the skinned meshes.
-    bool render(IDirect3DDevice9* device, bool useTextures);
-    bool renderSkin(IDirect3DDevice9* device, bool useTextures);
+    bool render(IDirect3DDevice9* renderDevice, bool useTextures);
+    bool renderSkin(IDirect3DDevice9* renderDevice, bool useTextures);
 
-    // After a device reset: loads the last scene again onto the device.
+    // After a device reset: loads the last scene again onto the device. The skin effect given to
+    // meshManager().setSkinEffect is handed to the reloaded skinned meshes.
     bool reallocateRenderResources(const COMPtr<IDirect3DDevice9>::pointer& device,
                                    const zeb::Array<zeb::String>& frameList);
 
-    // Fixed camera and the three scene lights.
+    // Fixed camera and the three scene lights, switched on on the device (and off on the device
+    // of an earlier call). The scene holds a reference to that device until cleanup().
     bool setupAnimation(IDirect3DDevice9* device);
     const D3DLIGHT9& light(unsigned int index) const { return m_lights[index]; }
     unsigned int numberOfLights() const { return m_lights.size(); }
@@ -57,6 +63,9 @@ public:
     const PerspectiveViewer& perspectiveViewer() const { return m_viewer; }
     D3DXFRAME* frameRoot() const { return m_frameRoot; }
 
+    // Releases the scene and switches its lights off; every load runs it first. Call it before
+    // IDirect3DDevice9::Reset (Wine never frees the slot of a light left on through a reset),
+    // then after the reset reallocateRenderResources and setupAnimation.
     void cleanup();
 
     // Full white, opaque, no power: the material of a subset that has none.
@@ -77,6 +86,8 @@ private:
     HRESULT loadHierarchy(const zeb::String& fileName, IDirect3DDevice9* device);
     void startTracks();
     void placeCamera();
+    static void drawSubsets(IDirect3DDevice9* renderDevice, const MeshContainerTuple& container);
+    void switchOffLights();
 
     D3DXFRAME* m_frameRoot;
     ID3DXAnimationController* m_animationController;
@@ -87,4 +98,5 @@ private:
     SceneLoaderX m_loader;
     PerspectiveViewer m_viewer;
     zeb::Array<D3DLIGHT9> m_lights;
+    COMPtr<IDirect3DDevice9>::pointer m_litDevice;  // where setupAnimation switched the lights on
 };

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include "BenchDevice.h"
+#include "BenchFrames.h"
 #include "BenchTimer.h"
 
 #include <algorithm>
@@ -16,25 +17,12 @@
 
 namespace {
 
-struct Allocator : ID3DXAllocateHierarchy {
-    STDMETHOD(CreateFrame)(THIS_ const char* name, D3DXFRAME** frame) override
-    {
-        *frame = new D3DXFRAME{};
-        (*frame)->Name = name ? _strdup(name) : nullptr;
-        D3DXMatrixIdentity(&(*frame)->TransformationMatrix);
-        return S_OK;
-    }
+struct Allocator : vexilbench::FrameAllocator {
     STDMETHOD(CreateMeshContainer)(THIS_ const char*, const D3DXMESHDATA*, const D3DXMATERIAL*,
                                    const D3DXEFFECTINSTANCE*, DWORD, const DWORD*, ID3DXSkinInfo*,
                                    D3DXMESHCONTAINER** container) override
     {
         *container = nullptr;  // geometry plays no part in animation timing
-        return S_OK;
-    }
-    STDMETHOD(DestroyFrame)(THIS_ D3DXFRAME* frame) override
-    {
-        free(frame->Name);
-        delete frame;
         return S_OK;
     }
     STDMETHOD(DestroyMeshContainer)(THIS_ D3DXMESHCONTAINER*) override { return S_OK; }

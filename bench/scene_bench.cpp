@@ -1,6 +1,7 @@
 // The scene path against the bare D3D9/D3DX calls that do the same work, measured in one run:
 // render of a generated 500-subset rigid scene, animate of tiny.x, updateTransformation on large
-// generated trees, and loading tiny.x and Dwarf.x with their textures.
+// generated trees, loading tiny.x and Dwarf.x with their textures, and a hundred device-reset
+// cycles of the bundled scene.
 #include "BenchTimer.h"
 
 #include <VexilDX9/VirtualRealityDX9.h>
@@ -334,6 +335,72 @@ void benchLoad(IDirect3DDevice9* device, const std::string& file, const char* la
 
 }  // namespace
 
+// The back buffer's pixels, to hold every cycle's picture to the first.
+std::vector<D3DCOLOR> backBuffer(IDirect3DDevice9* device) {
+    std::vector<D3DCOLOR> pixels;
+    IDirect3DSurface9 *target = nullptr, *copy = nullptr;
+    D3DSURFACE_DESC desc;
+    D3DLOCKED_RECT locked;
+    if (SUCCEEDED(device->GetRenderTarget(0, &target)) && SUCCEEDED(target->GetDesc(&desc)) &&
+        SUCCEEDED(device->CreateOffscreenPlainSurface(desc.Width, desc.Height, desc.Format, D3DPOOL_SYSTEMMEM, &copy, nullptr)) &&
+        SUCCEEDED(device->GetRenderTargetData(target, copy)) && SUCCEEDED(copy->LockRect(&locked, nullptr, D3DLOCK_READONLY))) {
+        for (unsigned y = 0; y < desc.Height; ++y) {
+            const D3DCOLOR* row = reinterpret_cast<const D3DCOLOR*>(static_cast<const char*>(locked.pBits) + y * locked.Pitch);
+            pixels.insert(pixels.end(), row, row + desc.Width);
+        }
+        copy->UnlockRect();
+    }
+    if (copy) copy->Release();
+    if (target) target->Release();
+    return pixels;
+}
+
+// An application's reset cycle (cleanup, Reset, reallocateRenderResources, setupAnimation)
+// against the bare Reset: what releasing and reloading the scene adds. A hundred cycles, each
+// picture held to the first.
+void benchResetCycles(IDirect3DDevice9* device, const std::string& file) {
+    const char* label = "reset cycle, walker.x";
+    const std::string dir = file.substr(0, file.rfind('\\'));
+    const zeb::Array<zeb::String> frames;
+    VirtualRealityDX9 scene;
+    device->AddRef();
+    const COMPtr<IDirect3DDevice9>::pointer holder(device);
+    IDirect3DSwapChain9* chain = nullptr;
+    D3DPRESENT_PARAMETERS parameters = {};
+    if (FAILED(device->GetSwapChain(0, &chain)) || !scene.loadVirtualReality(dir.c_str(), file.c_str(), device, frames)) {
+        vexilbench::note(label, "FAILED: no swap chain or the scene did not load");
+        if (chain) chain->Release();
+        return;
+    }
+    chain->GetPresentParameters(&parameters);
+    chain->Release();
+    auto picture = [&] {
+        scene.setupAnimation(device);
+        scene.animate(1);
+        device->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0x203040, 1, 0);
+        device->BeginScene();
+        scene.render(device, true);
+        device->EndScene();
+        return backBuffer(device);
+    };
+    const std::vector<D3DCOLOR> first = picture();
+    unsigned differing = 0;
+    double ours = 1e30, bare = 1e30;
+    for (int cycle = 0; cycle < 100; ++cycle) {
+        ours = std::min(ours, vexilbench::bestOf(1, [&] {
+                            scene.cleanup();
+                            device->Reset(&parameters);
+                            scene.reallocateRenderResources(holder, frames);
+                        }));
+        differing += picture() != first;
+        scene.cleanup();
+        bare = std::min(bare, vexilbench::bestOf(1, [&] { device->Reset(&parameters); }));
+        scene.reallocateRenderResources(holder, frames);
+    }
+    if (differing) vexilbench::note(label, "FAILED: " + std::to_string(differing) + " of 100 cycles drew another picture");
+    vexilbench::report(label, ours, bare, "IDirect3DDevice9::Reset alone", 3.0);
+}
+
 int main() {
     zeb::LogFactory::setPriority(5);  // the library's messages are not part of what is measured
     Device d;
@@ -343,6 +410,7 @@ int main() {
     }
     benchRender(d.device, programDir());
     for (unsigned n : {10000u, 100000u, 1000000u}) benchUpdate(n);
+    benchResetCycles(d.device, vexilbench::besideProgram("scene\\walker.x"));
     std::string samples = samplesDir();
     if (samples.empty()) {
         vexilbench::note("scene_bench samples", "skipped: ../shared/samples is absent");

@@ -60,6 +60,27 @@ bool readWholeFile(const wchar_t* fileName, std::vector<char>& contents)
     return true;
 }
 
+// A file name in the ANSI code page, widened.
+std::vector<wchar_t> wideName(const char* fileName)
+{
+    const int length = MultiByteToWideChar(CP_ACP, 0, fileName, -1, nullptr, 0);
+    std::vector<wchar_t> wide(length > 0 ? length : 1);
+    MultiByteToWideChar(CP_ACP, 0, fileName, -1, wide.data(), length);
+    return wide;
+}
+
+// Reads the file and hands its bytes to `load`, as the in-memory loaders take them.
+template <class Load>
+HRESULT fromFile(const wchar_t* fileName, Load load)
+{
+    if (!fileName)
+        return D3DERR_INVALIDCALL;
+    std::vector<char> contents;
+    if (!readWholeFile(fileName, contents) || contents.empty())
+        return D3DXERR_INVALIDDATA;
+    return load(contents.data(), static_cast<DWORD>(contents.size()));
+}
+
 } // namespace
 
 extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXInMemory(const void* data, DWORD dataSize, DWORD flags,
@@ -95,13 +116,10 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXW(const WCHAR* fileName, DWO
                                                       ID3DXLoadUserData* userDataLoader, D3DXFRAME** frameRoot,
                                                       ID3DXAnimationController** controller)
 {
-    if (!fileName)
-        return D3DERR_INVALIDCALL;
-    std::vector<char> contents;
-    if (!readWholeFile(fileName, contents) || contents.empty())
-        return D3DXERR_INVALIDDATA;
-    return D3DXLoadMeshHierarchyFromXInMemory(contents.data(), static_cast<DWORD>(contents.size()), flags, device,
-                                              allocator, userDataLoader, frameRoot, controller);
+    return fromFile(fileName, [&](const void* data, DWORD size) {
+        return D3DXLoadMeshHierarchyFromXInMemory(data, size, flags, device, allocator, userDataLoader, frameRoot,
+                                                  controller);
+    });
 }
 
 extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXA(const char* fileName, DWORD flags, IDirect3DDevice9* device,
@@ -111,8 +129,50 @@ extern "C" HRESULT WINAPI D3DXLoadMeshHierarchyFromXA(const char* fileName, DWOR
 {
     if (!fileName)
         return D3DERR_INVALIDCALL;
-    int length = MultiByteToWideChar(CP_ACP, 0, fileName, -1, nullptr, 0);
-    std::vector<wchar_t> wide(length > 0 ? length : 1);
-    MultiByteToWideChar(CP_ACP, 0, fileName, -1, wide.data(), length);
-    return D3DXLoadMeshHierarchyFromXW(wide.data(), flags, device, allocator, userDataLoader, frameRoot, controller);
+    return D3DXLoadMeshHierarchyFromXW(wideName(fileName).data(), flags, device, allocator, userDataLoader, frameRoot,
+                                       controller);
+}
+
+// The single-mesh loaders read the same files: they get the same prepared copy (animation objects
+// out of it, which they would not read anyway).
+extern "C" HRESULT WINAPI D3DXLoadMeshFromXInMemory(const void* data, DWORD dataSize, DWORD flags,
+                                                    IDirect3DDevice9* device, ID3DXBuffer** adjacency,
+                                                    ID3DXBuffer** materials, ID3DXBuffer** effectInstances,
+                                                    DWORD* materialCount, ID3DXMesh** mesh)
+{
+    using LoadMesh = HRESULT(WINAPI*)(const void*, DWORD, DWORD, IDirect3DDevice9*, ID3DXBuffer**, ID3DXBuffer**,
+                                      ID3DXBuffer**, DWORD*, ID3DXMesh**);
+    static const auto systemLoad = systemD3DXFunction<LoadMesh>("D3DXLoadMeshFromXInMemory");
+    if (!systemLoad)
+        return E_FAIL;
+    XAnimationContent prepared;
+    const XPreparation preparation =
+        data && dataSize ? prepareXFile(static_cast<const char*>(data), dataSize, prepared) : XPreparation::Foreign;
+    if (preparation == XPreparation::Damaged)
+        return D3DXERR_INVALIDDATA;
+    if (preparation == XPreparation::Ready) {
+        data = prepared.loadableFile.data();
+        dataSize = DWORD(prepared.loadableFile.size());
+    }
+    return systemLoad(data, dataSize, flags, device, adjacency, materials, effectInstances, materialCount, mesh);
+}
+
+extern "C" HRESULT WINAPI D3DXLoadMeshFromXW(const WCHAR* fileName, DWORD flags, IDirect3DDevice9* device,
+                                             ID3DXBuffer** adjacency, ID3DXBuffer** materials,
+                                             ID3DXBuffer** effectInstances, DWORD* materialCount, ID3DXMesh** mesh)
+{
+    return fromFile(fileName, [&](const void* data, DWORD size) {
+        return D3DXLoadMeshFromXInMemory(data, size, flags, device, adjacency, materials, effectInstances,
+                                         materialCount, mesh);
+    });
+}
+
+extern "C" HRESULT WINAPI D3DXLoadMeshFromXA(const char* fileName, DWORD flags, IDirect3DDevice9* device,
+                                             ID3DXBuffer** adjacency, ID3DXBuffer** materials,
+                                             ID3DXBuffer** effectInstances, DWORD* materialCount, ID3DXMesh** mesh)
+{
+    if (!fileName)
+        return D3DERR_INVALIDCALL;
+    return D3DXLoadMeshFromXW(wideName(fileName).data(), flags, device, adjacency, materials, effectInstances,
+                              materialCount, mesh);
 }

@@ -96,3 +96,12 @@ extern "C" HRESULT WINAPI D3DXLoadSkinMeshFromXof(ID3DXFileData* fileData, DWORD
     system->Release();
     return *skinInfo ? hr : E_OUTOFMEMORY;
 }
+
+// The system D3DX reads a mesh object only through its skin loader; the skin info is not asked for.
+extern "C" HRESULT WINAPI D3DXLoadMeshFromXof(ID3DXFileData* fileData, DWORD flags, IDirect3DDevice9* device,
+                                              ID3DXBuffer** adjacency, ID3DXBuffer** materials,
+                                              ID3DXBuffer** effectInstances, DWORD* materialCount, ID3DXMesh** mesh)
+{
+    return D3DXLoadSkinMeshFromXof(fileData, flags, device, adjacency, materials, effectInstances, materialCount,
+                                   nullptr, mesh);
+}

@@ -1,6 +1,7 @@
 #include "XAnimation.h"
 
 #include "XCompressed.h"
+#include "XMaterialList.h"
 #include "XStructure.h"
 
 #include <algorithm>
@@ -178,16 +179,6 @@ XAnimationSet readAnimationSet(const XObject& object)
     return set;
 }
 
-void put16(std::string& out, uint16_t value)
-{
-    out.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-void put32(std::string& out, uint32_t value)
-{
-    out.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
 uint16_t binaryKeyword(const std::string& word)
 {
     static const std::pair<const char*, uint16_t> keywords[] = {
@@ -214,7 +205,7 @@ void putGuid(std::string& out, const std::string& text)
     guid.Data3 = uint16_t(parts[2]);
     for (int i = 0; i < 8; ++i)
         guid.Data4[i] = uint8_t(parts[3 + i]);
-    put16(out, 5);
+    appendXWord(out, 5);
     out.append(reinterpret_cast<const char*>(&guid), sizeof guid);
 }
 
@@ -237,8 +228,8 @@ std::string binaryTemplates(const std::string& text)
             size_t end = i;
             while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])))
                 ++end;
-            put16(out, 3);
-            put32(out, uint32_t(std::strtoul(text.substr(i, end - i).c_str(), nullptr, 10)));
+            appendXWord(out, 3);
+            appendXDword(out, uint32_t(std::strtoul(text.substr(i, end - i).c_str(), nullptr, 10)));
             i = end;
         } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
             size_t end = i;
@@ -246,10 +237,10 @@ std::string binaryTemplates(const std::string& text)
                 ++end;
             std::string word = text.substr(i, end - i);
             if (uint16_t keyword = binaryKeyword(word)) {
-                put16(out, keyword);
+                appendXWord(out, keyword);
             } else {
-                put16(out, 1);
-                put32(out, uint32_t(word.size()));
+                appendXWord(out, 1);
+                appendXDword(out, uint32_t(word.size()));
                 out += word;
             }
             i = end;
@@ -258,7 +249,7 @@ std::string binaryTemplates(const std::string& text)
             static const uint16_t codes[] = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20};
             size_t which = punctuation.find(c);
             if (which != std::string::npos)
-                put16(out, codes[which]);
+                appendXWord(out, codes[which]);
             ++i;
         }
     }
@@ -281,22 +272,66 @@ const XObject* topLevelMesh(const XFileOutline& file, const std::string& name)
     return nullptr;
 }
 
-// Animation objects go; a frame's "{ CubeMesh }" becomes the top-level mesh it names, which then
-// goes from the top level so that it is not loaded twice.
-std::vector<Edit> editsForSystemLoader(const char* data, const XFileOutline& file)
+bool contains(const Edit& outer, const Edit& inner)
+{
+    return inner.begin >= outer.begin && inner.end <= outer.end;
+}
+
+// The bytes [begin, end) of `data` with the edits among `edits` (sorted, apart) that lie inside.
+std::string withEdits(const char* data, size_t begin, size_t end, const std::vector<Edit>& edits)
+{
+    std::string text;
+    size_t at = begin;
+    for (const Edit& edit : edits) {
+        if (!contains({begin, end, {}}, edit) || edit.begin < at)
+            continue;  // outside, or inside one already made
+        text.append(data + at, edit.begin - at);
+        text += edit.text;
+        at = edit.end;
+    }
+    return text.append(data + at, end - at);
+}
+
+std::vector<Edit> materialListEdits(const XFileOutline& file, bool binary)
 {
     std::vector<Edit> edits;
+    std::string data;
+    for (const XMaterialList& entry : file.materialLists) {
+        if (faceByFaceMaterialList(entry, binary, data))
+            edits.push_back({entry.list.dataBegin, entry.list.dataEnd, data});
+    }
+    return edits;
+}
+
+// Material lists are written out face by face; animation objects go; a frame's "{ CubeMesh }"
+// becomes the top-level mesh it names, which then goes from the top level so that it is not
+// loaded twice. What lies inside an object that goes is not edited.
+std::vector<Edit> editsForSystemLoader(const char* data, bool binary, const XFileOutline& file)
+{
+    const std::vector<Edit> lists = materialListEdits(file, binary);
+    std::vector<Edit> edits, removals;
+    for (const XObject& object : file.topLevel) {
+        if (isAnimationType(object.type))
+            removals.push_back({object.begin, object.end, std::string()});
+    }
+    const auto removed = [&](const Edit& edit) {
+        return std::any_of(removals.begin(), removals.end(), [&](const Edit& gone) { return contains(gone, edit); });
+    };
     std::set<const XObject*> inlined;
     for (const XFrameReference& reference : file.frameReferences) {
-        if (const XObject* mesh = topLevelMesh(file, reference.name)) {
-            edits.push_back({reference.begin, reference.end, std::string(data + mesh->begin, mesh->end - mesh->begin)});
+        const XObject* mesh = topLevelMesh(file, reference.name);
+        if (mesh && !removed({reference.begin, reference.end, {}})) {
+            edits.push_back({reference.begin, reference.end, withEdits(data, mesh->begin, mesh->end, lists)});
             inlined.insert(mesh);
         }
     }
     for (const XObject& object : file.topLevel) {
-        if (isAnimationType(object.type) || inlined.count(&object))
-            edits.push_back({object.begin, object.end, std::string()});
+        if (inlined.count(&object))
+            removals.push_back({object.begin, object.end, std::string()});
     }
+    edits.insert(edits.end(), lists.begin(), lists.end());
+    edits.erase(std::remove_if(edits.begin(), edits.end(), removed), edits.end());
+    edits.insert(edits.end(), removals.begin(), removals.end());
     std::sort(edits.begin(), edits.end(), [](const Edit& a, const Edit& b) { return a.begin < b.begin; });
     return edits;
 }
@@ -304,11 +339,7 @@ std::vector<Edit> editsForSystemLoader(const char* data, const XFileOutline& fil
 std::string fileForSystemLoader(const char* data, size_t size, const XFileOutline& file)
 {
     const bool binary = isBinaryXFile(data, size);
-    std::string text(data, size);
-    const std::vector<Edit> edits = editsForSystemLoader(data, file);
-    // Back to front, so that earlier ranges stay where they are.
-    for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
-        text.replace(edit->begin, edit->end - edit->begin, edit->text);
+    std::string text = withEdits(data, 0, size, editsForSystemLoader(data, binary, file));
     static const std::vector<Template> implied = impliedTemplates();
     std::string templates;
     for (const Template& entry : implied) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace {
 
@@ -249,6 +250,32 @@ private:
     bool m_listFloats = false;
 };
 
+// Follows a mesh's data to its face count: the vertex count, three numbers a vertex, the face count,
+// then the faces.
+class MeshFaceCount {
+public:
+    void see(double number)
+    {
+        if (m_seen == 0)
+            m_countAt = 1 + 3 * number;
+        else if (double(m_seen) == m_countAt && number >= 0 && number <= double(UINT32_MAX))
+            m_faces = size_t(number);
+        ++m_seen;
+    }
+    // Known once the data holds at least a number for each face: a count of a damaged file
+    // promises no faces it does not hold.
+    bool known() const { return m_faces != kUnknown && double(m_seen) >= m_countAt + 1 + double(m_faces); }
+    size_t faces() const { return m_faces; }
+
+private:
+    static const size_t kUnknown = ~size_t(0);
+    size_t m_seen = 0;
+    double m_countAt = 0;
+    size_t m_faces = kUnknown;
+};
+
+// readObject and readBody recurse once per level of nesting, so what they call per token is kept
+// out of line (noinline): kMaxXNesting levels must fit in the stack of the caller's thread.
 class Reader {
 public:
     Reader(const char* data, size_t size, bool (*keepNumbers)(const std::string&))
@@ -317,8 +344,9 @@ private:
         }
         if (token != Token::OpenBrace || m_depth >= kMaxXNesting)
             return false;
+        object.dataBegin = m_tokens.position();
         ++m_depth;
-        const bool read = readBody(object, m_keepNumbers(object.type));
+        const bool read = readBody(object, m_keepNumbers(object.type) || object.type == "MeshMaterialList");
         --m_depth;
         object.end = m_tokens.position();
         return read;
@@ -326,8 +354,13 @@ private:
 
     bool readBody(XObject& object, bool keep)
     {
+        MeshFaceCount faces;
+        const bool mesh = object.type == "Mesh";
         for (;;) {
             Token token = m_tokens.next();
+            const bool child = token == Token::Name && startsObject();
+            if (!object.dataEnd && (child || token == Token::CloseBrace || token == Token::OpenBrace))
+                object.dataEnd = m_tokens.start();
             switch (token) {
             case Token::End:
             case Token::Bad:
@@ -337,19 +370,23 @@ private:
             case Token::Number:
                 if (keep)
                     object.numbers.push_back(m_tokens.number());
+                if (mesh && !object.dataEnd)
+                    faces.see(m_tokens.number());
                 break;
             case Token::OpenBrace:
                 if (!readReference(object, m_tokens.start()))
                     return false;
                 break;
             case Token::Name: {
-                if (!startsObject())
+                if (!child)
                     break;  // a bare word among the data
-                XObject child;
-                if (!readObject(m_tokens.text(), m_tokens.start(), child))
+                auto inner = std::make_unique<XObject>();
+                if (!readObject(m_tokens.text(), m_tokens.start(), *inner))
                     return false;
+                if (mesh && faces.known() && inner->type == "MeshMaterialList")
+                    noteMaterialList(faces.faces(), *inner);
                 if (keep)
-                    object.children.push_back(std::move(child));
+                    object.children.push_back(std::move(*inner));
                 break;
             }
             default:
@@ -358,8 +395,13 @@ private:
         }
     }
 
+    __attribute__((noinline)) void noteMaterialList(size_t meshFaces, const XObject& list)
+    {
+        m_file->materialLists.push_back({meshFaces, list});
+    }
+
     // After a word: does "[name] {" follow?
-    bool startsObject()
+    __attribute__((noinline)) bool startsObject()
     {
         Tokenizer::Mark word = m_tokens.mark();
         Token token = m_tokens.next();
@@ -370,7 +412,7 @@ private:
     }
 
     // "{ name }" or "{ name <guid> }" or "{ <guid> }". Frames' references keep their byte range.
-    bool readReference(XObject& object, size_t begin)
+    __attribute__((noinline)) bool readReference(XObject& object, size_t begin)
     {
         std::string name;
         for (;;) {
@@ -414,4 +456,14 @@ bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std
         return false;
     Reader reader(data, size, keepNumbers);
     return reader.readFile(file);
+}
+
+void appendXWord(std::string& out, uint16_t value)
+{
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+void appendXDword(std::string& out, uint32_t value)
+{
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }

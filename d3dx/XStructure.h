@@ -1,5 +1,6 @@
 #pragma once
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,15 @@ struct XObject {
     std::vector<XObject> children;
     size_t begin = 0;  // byte range of the whole object in the file, type name to closing brace
     size_t end = 0;
+    size_t dataBegin = 0;  // byte range of its data members: after the opening brace, up to the
+    size_t dataEnd = 0;    // first child object, reference or the closing brace
+};
+
+// A mesh's MeshMaterialList (material count, index count, face indices) with the face count of
+// its mesh.
+struct XMaterialList {
+    size_t meshFaces = 0;
+    XObject list;
 };
 
 // A "{ name }" reference inside a frame, with its byte range in the file.
@@ -27,6 +37,7 @@ struct XFileOutline {
     std::vector<std::string> declaredTemplates;
     std::vector<XObject> topLevel;
     std::vector<XFrameReference> frameReferences;
+    std::vector<XMaterialList> materialLists;  // of the meshes whose face count could be read
 };
 
 // Objects nested deeper than this are refused: the system loader walks the nesting recursively.
@@ -43,3 +54,7 @@ bool isBinaryXFile(const char* data, size_t size);
 // cut short, nests deeper than kMaxXNesting, holds a name or string longer than kMaxXNameLength or, in the
 // binary encoding, a token that does not exist; `file` then holds what came before the fault.
 bool readXStructure(const char* data, size_t size, bool (*keepNumbers)(const std::string& type), XFileOutline& file);
+
+// Append one word or double word of the binary encoding (little-endian, as the format is).
+void appendXWord(std::string& out, uint16_t value);
+void appendXDword(std::string& out, uint32_t value);

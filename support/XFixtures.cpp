@@ -111,7 +111,7 @@ BinaryX& BinaryX::string(const std::string& text)
     return word(20);
 }
 
-BinaryX& BinaryX::integers(std::initializer_list<uint32_t> values)
+BinaryX& BinaryX::integers(const std::vector<uint32_t>& values)
 {
     word(6).dword(uint32_t(values.size()));
     for (uint32_t v : values)
@@ -119,7 +119,7 @@ BinaryX& BinaryX::integers(std::initializer_list<uint32_t> values)
     return *this;
 }
 
-BinaryX& BinaryX::floats(std::initializer_list<float> values)
+BinaryX& BinaryX::floats(const std::vector<float>& values)
 {
     word(7).dword(uint32_t(values.size()));
     for (float v : values)
@@ -159,6 +159,63 @@ std::string binarySkinnedScene()
 }
 
 namespace {
+
+struct Strip {
+    std::vector<float> corners;     // x, y, z of each vertex
+    std::vector<uint32_t> quads;    // face count, then 4 and four corners a face
+};
+
+Strip strip(size_t faces)
+{
+    Strip out;
+    for (size_t i = 0; i <= faces; ++i)
+        out.corners.insert(out.corners.end(), {float(i), 0, 0, float(i), 1, 0});
+    out.quads.push_back(uint32_t(faces));
+    for (uint32_t i = 0; i < faces; ++i)
+        out.quads.insert(out.quads.end(), {4, 2 * i, 2 * i + 2, 2 * i + 3, 2 * i + 1});
+    return out;
+}
+
+// Diffuse colour, power, specular, emissive.
+const std::vector<float> kRed = {1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+const std::vector<float> kBlue = {0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0};
+const char* const kRedText = "Material Red { 1.0;0.0;0.0;1.0;; 0.0; 0.0;0.0;0.0;; 0.0;0.0;0.0;; }\n";
+const char* const kBlueText = "Material Blue { 0.0;0.0;1.0;1.0;; 0.0; 0.0;0.0;0.0;; 0.0;0.0;0.0;; }\n";
+
+// "a,b,c" of the numbers [from, from + count).
+std::string listed(const std::vector<uint32_t>& values, size_t from, size_t count)
+{
+    std::string text;
+    for (size_t i = 0; i < count; ++i)
+        text += (i ? "," : "") + std::to_string(values[from + i]);
+    return text;
+}
+
+std::string textStrip(size_t faces, const std::vector<uint32_t>& indices)
+{
+    const Strip s = strip(faces);
+    std::string text = "Mesh StripMesh {\n" + std::to_string(s.corners.size() / 3) + ";\n";
+    for (size_t v = 0; v < s.corners.size(); v += 3)
+        text += std::to_string(int(s.corners[v])) + ".0;" + std::to_string(int(s.corners[v + 1])) + ".0;0.0;" +
+                (v + 3 < s.corners.size() ? ",\n" : ";\n");
+    text += std::to_string(faces) + ";\n";
+    for (size_t f = 0; f < faces; ++f)
+        text += "4;" + listed(s.quads, 2 + 5 * f, 4) + (f + 1 < faces ? ";,\n" : ";;\n");
+    text += "MeshMaterialList {\n2;\n" + std::to_string(indices.size()) + ";\n" +
+            listed(indices, 0, indices.size()) + ";;\n";
+    return text + kRedText + kBlueText + "}\n}\n";
+}
+
+void binaryStrip(BinaryX& x, size_t faces, const std::vector<uint32_t>& indices)
+{
+    const Strip s = strip(faces);
+    std::vector<uint32_t> list = {2, uint32_t(indices.size())};
+    list.insert(list.end(), indices.begin(), indices.end());
+    x.object("Mesh", "StripMesh").integers({uint32_t(s.corners.size() / 3)}).floats(s.corners).integers(s.quads);
+    x.object("MeshMaterialList").integers(list);
+    x.object("Material", "Red").floats(kRed).close().object("Material", "Blue").floats(kBlue).close();
+    x.close().close();
+}
 
 // "CK" and one raw deflate stream. As in MSZIP, the chunk before is the history the stream may
 // refer back into.
@@ -206,6 +263,25 @@ std::string compressed(const std::string& plain, size_t chunk)
     return out;
 }
 
+std::string materialListFile(size_t faces, const std::vector<uint32_t>& indices, bool binary, bool referenced)
+{
+    const std::string identity = "FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }\n";
+    if (!binary) {
+        const std::string mesh = textStrip(faces, indices);
+        return referenced ? textFile({mesh, "Frame Strip {\n", identity, "{ StripMesh }\n}\n"})
+                          : textFile({"Frame Strip {\n", identity, mesh, "}\n"});
+    }
+    BinaryX x;
+    if (referenced)
+        binaryStrip(x, faces, indices);
+    x.object("Frame", "Strip").matrix(0, 0, 0);
+    if (referenced)
+        x.reference("StripMesh");
+    else
+        binaryStrip(x, faces, indices);
+    return x.close().bytes();
+}
+
 std::vector<std::pair<std::string, std::string>> seedFiles()
 {
     const std::string scene = textFile({"AnimTicksPerSecond { 10; }\n", kFrames, kWaveAndIdle});
@@ -216,7 +292,9 @@ std::vector<std::pair<std::string, std::string>> seedFiles()
             {"cube-reference.x", textFile({kReferencedCube})},
             {"binary.x", binary},
             {"scene-tzip.x", compressed(scene, 200)},
-            {"binary-bzip.x", compressed(binary)}};
+            {"binary-bzip.x", compressed(binary)},
+            {"short-list.x", materialListFile(6, {1, 0}, false, true)},
+            {"short-list-bzip.x", compressed(materialListFile(6, {1}, true))}};
 }
 
 }  // namespace xfixtures

@@ -30,8 +30,8 @@ public:
     BinaryX();
     BinaryX& name(const std::string& text);
     BinaryX& string(const std::string& text);
-    BinaryX& integers(std::initializer_list<uint32_t> values);
-    BinaryX& floats(std::initializer_list<float> values);
+    BinaryX& integers(const std::vector<uint32_t>& values);
+    BinaryX& floats(const std::vector<float>& values);
     BinaryX& open() { return word(10); }
     BinaryX& close() { return word(11); }
     BinaryX& object(const std::string& type, const std::string& objectName = std::string());
@@ -48,6 +48,12 @@ private:
 // The binary twin of kSkinnedTriangle's kind: a skinned triangle under frame Body, bone frame
 // Arm at (7,8,9), "Wave" moving Arm from (0,0,0) to (10,20,0) over 10 ticks at 10 per second.
 std::string binarySkinnedScene();
+
+// Frame "Strip" holding a row of `faces` unit quads along x (quad i from x = i to i + 1) with
+// the materials Red and Blue, whose MeshMaterialList lists `indices` (as many as given, however
+// many faces there are). `referenced`: the mesh stands at the top level and the frame names it.
+std::string materialListFile(size_t faces, const std::vector<uint32_t>& indices, bool binary,
+                             bool referenced = false);
 
 // A plain X file in the MSZIP encoding ("tzip" for text, "bzip" for binary), in chunks of at
 // most `chunk` bytes.

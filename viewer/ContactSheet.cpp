@@ -10,25 +10,6 @@ const unsigned kShrink = 4;     // tiles are a quarter of the picture in each di
 const unsigned kGap = 4;        // pixels between tiles and around the sheet
 const uint32_t kPaper = 0xFF181818u;
 
-// Box filter: each tile pixel is the mean of the kShrink x kShrink pixels it covers.
-vexilsupport::Image shrink(const vexilsupport::Image& picture) {
-    vexilsupport::Image tile;
-    tile.width = std::max(1u, picture.width / kShrink);
-    tile.height = std::max(1u, picture.height / kShrink);
-    tile.pixels.resize(static_cast<size_t>(tile.width) * tile.height);
-    for (unsigned y = 0; y < tile.height; ++y) {
-        for (unsigned x = 0; x < tile.width; ++x) {
-            unsigned sum[3] = {0, 0, 0}, count = 0;
-            for (unsigned dy = 0; dy < kShrink && y * kShrink + dy < picture.height; ++dy)
-                for (unsigned dx = 0; dx < kShrink && x * kShrink + dx < picture.width; ++dx, ++count)
-                    for (unsigned c = 0; c < 3; ++c) sum[c] += (picture.at(x * kShrink + dx, y * kShrink + dy) >> (16 - 8 * c)) & 0xFF;
-            tile.pixels[y * tile.width + x] =
-                0xFF000000u | (sum[0] / count) << 16 | (sum[1] / count) << 8 | (sum[2] / count);
-        }
-    }
-    return tile;
-}
-
 }  // namespace
 
 ContactSheet::ContactSheet(unsigned frameCount) {
@@ -41,7 +22,7 @@ bool ContactSheet::wants(unsigned frame) const {
     return std::find(m_frames.begin(), m_frames.end(), frame) != m_frames.end();
 }
 
-void ContactSheet::add(const vexilsupport::Image& picture) { m_tiles.push_back(shrink(picture)); }
+void ContactSheet::add(const vexilsupport::Image& picture) { m_tiles.push_back(vexilsupport::shrink(picture, kShrink)); }
 
 vexilsupport::Image ContactSheet::compose() const {
     vexilsupport::Image sheet;

@@ -57,6 +57,8 @@ void FrameRenderer::setStates(IDirect3DDevice9* device) const {
     device->SetTransform(D3DTS_PROJECTION, &m_scene.perspectiveViewer().projection());
 }
 
+void FrameRenderer::switchOffKeyLight(IDirect3DDevice9* device) const { device->LightEnable(kKeyLightIndex, FALSE); }
+
 bool FrameRenderer::drawRigid(IDirect3DDevice9* device, bool textures) {
     bool drawn = true;
     if (m_shadows && m_lit.hasShadows()) {
@@ -64,7 +66,9 @@ bool FrameRenderer::drawRigid(IDirect3DDevice9* device, bool textures) {
     } else if (m_lighting == Lighting::BlinnPhong && m_lit.hasLighting()) {
         drawn = m_lit.drawLit(device, textures);
     } else {
-        return m_scene.renderRigid(device, textures);
+        drawn = m_scene.renderRigid(device, textures);
+        drawBareMeshes(device);
+        return drawn;
     }
     // The effects leave their shaders bound; the skin path after them is fixed-function.
     device->SetVertexShader(nullptr);
@@ -72,14 +76,57 @@ bool FrameRenderer::drawRigid(IDirect3DDevice9* device, bool textures) {
     return drawn;
 }
 
+void FrameRenderer::drawBareMeshes(IDirect3DDevice9* device) const {
+    const FrameNodeIndexer& frames = m_scene.meshManager().frameIndex();
+    device->SetTexture(0, nullptr);
+    device->SetMaterial(&kNeutralMaterial);
+    for (const BareMesh& bare : m_scene.bareMeshes()) {
+        device->SetTransform(D3DTS_WORLD, &frames[static_cast<int>(bare.frame)].m_combinedTransform);
+        for (DWORD id : bare.subsets) bare.mesh->DrawSubset(id);
+    }
+}
+
+// Each skin through the library, except those whose materials the viewer stands in for: those
+// it blends itself, the way the library's fixed-function path does, with its own materials.
 bool FrameRenderer::drawSkin(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {
-    if (skin == SkinPath::Fixed || !m_effectReady) return m_scene.renderSkin(device.get(), textures);
+    const zeb::Array<SkinnedMesh>& skins = m_scene.meshManager().skinnedMesh();
+    const FrameNodeIndexer& frames = m_scene.meshManager().frameIndex();
+    const bool effect = skin == SkinPath::Effect && m_effectReady;
     zeb::Array<unsigned int> passes;
     passes.append(0);
-    const bool drawn = m_scene.meshManager().renderSkin(device, m_scene, textures, passes);
-    device->SetVertexShader(nullptr);
-    device->SetPixelShader(nullptr);
+    bool drawn = true;
+    for (unsigned i = 0; i < skins.size(); ++i) {
+        const std::vector<D3DMATERIAL9>& materials = m_scene.skinMaterials()[i];
+        if (!materials.empty()) {
+            drawBlended(device.get(), skins[i], materials, textures);
+        } else if (effect) {
+            drawn &= skins[i].renderSkin(device, frames, textures, passes, m_scene);
+            device->SetVertexShader(nullptr);
+            device->SetPixelShader(nullptr);
+        } else {
+            drawn &= skins[i].renderSkin(device.get(), frames, textures);
+        }
+    }
     return drawn;
+}
+
+void FrameRenderer::drawBlended(IDirect3DDevice9* device, const SkinnedMesh& skin, const std::vector<D3DMATERIAL9>& materials,
+                                bool textures) const {
+    const FrameNodeIndexer& frames = m_scene.meshManager().frameIndex();
+    for (unsigned b = 0; b < skin.boneArrays().size(); ++b) {
+        const SkinnedMesh::BoneArray& bones = skin.boneArrays()[b];
+        for (const SkinnedMesh::BoneNode& node : bones.nodes) {
+            D3DXMATRIX world;
+            D3DXMatrixMultiply(&world, &node.offsetMatrix, &frames[static_cast<int>(node.frameIndex)].m_combinedTransform);
+            device->SetTransform(D3DTS_WORLDMATRIX(node.influenceIndex), &world);
+        }
+        device->SetMaterial(&materials[b]);
+        device->SetTexture(0, textures ? bones.material.texture : nullptr);
+        device->SetRenderState(D3DRS_VERTEXBLEND, bones.nodes.size() - 1);
+        skin.mesh()->DrawSubset(b);
+    }
+    device->SetTexture(0, nullptr);
+    device->SetRenderState(D3DRS_VERTEXBLEND, 0);
 }
 
 bool FrameRenderer::drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures) {

@@ -9,6 +9,7 @@
 #include <VexilDX9/Effect.h>
 
 #include <string>
+#include <vector>
 
 namespace vexilview {
 
@@ -30,12 +31,17 @@ public:
 
     // Clears the current target and draws the scene into it, between BeginScene and EndScene.
     bool draw(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
+    // Before a device reset: Wine keeps the slot of a light left on through a reset for good.
+    void switchOffKeyLight(IDirect3DDevice9* device) const;
 
 private:
     void setStates(IDirect3DDevice9* device) const;
     bool drawScene(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
     bool drawRigid(IDirect3DDevice9* device, bool textures);
     bool drawSkin(const COMPtr<IDirect3DDevice9>::pointer& device, SkinPath skin, bool textures);
+    void drawBareMeshes(IDirect3DDevice9* device) const;
+    void drawBlended(IDirect3DDevice9* device, const SkinnedMesh& skin, const std::vector<D3DMATERIAL9>& materials,
+                     bool textures) const;
 
     ViewerScene& m_scene;
     Effect m_skinEffect;

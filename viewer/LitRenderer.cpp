@@ -83,6 +83,10 @@ template <class Draw> bool LitRenderer::forEachRigidSubset(bool textures, const 
                                          textures ? group.texture() : nullptr, container.mesh(), id});
                 }
         }
+    const FrameNodeIndexer& frames = m_scene.meshManager().frameIndex();
+    for (const BareMesh& bare : m_scene.bareMeshes())
+        for (DWORD id : bare.subsets)
+            drawn &= draw(Subset{frames[static_cast<int>(bare.frame)].m_combinedTransform, kNeutralMaterial, nullptr, bare.mesh, id});
     return drawn;
 }
 

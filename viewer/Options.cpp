@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
@@ -8,9 +9,14 @@ namespace vexilview {
 const char* const kUsage =
     "usage: vexil-view SCENE.x [--textures DIR] [--k2m FILE] [--size WxH] [--skin fixed|effect]\n"
     "                  [--no-textures] [--lighting fixed|blinn-phong] [--shadows] [--verbose]\n"
+    "                  [--animation NAME|INDEX] [--once] [--speed F]\n"
     "                  [--frames N [--fps F] --out DIR]   (--fps: 30 unless given)\n"
+    "       vexil-view --info SCENE.x [--textures DIR] [--k2m FILE]\n"
+    "       vexil-view --gallery DIR --out OUT [--size WxH] [--frames N] [--fps F] [--timeout S]\n"
+    "                  (every X file under DIR drawn into one web page, OUT/index.html)\n"
     "Without --frames it opens a window: drag to orbit, wheel to zoom, space pauses,\n"
-    "S switches the skin path, T textures, L lighting, Esc quits.\n";
+    "[ and ] step through the animation sets, S switches the skin path, T textures,\n"
+    "L lighting, Esc quits.\n";
 
 namespace {
 
@@ -32,6 +38,10 @@ bool parseRate(const std::string& text, double& rate) {
     return !text.empty() && *end == '\0' && rate > 0.0 && rate <= 1000.0;
 }
 
+// What a gallery draws of each file unless told otherwise: three seconds, small.
+const unsigned kGalleryFrames = 24, kGalleryWidth = 240, kGalleryHeight = 180;
+const double kGalleryFps = 8.0;
+
 // Options that take a value: what each does with it, or the complaint when the value is bad.
 std::string applyValue(const std::string& option, const std::string& value, Options& o) {
     if (option == "--textures") o.textureDirectory = value;
@@ -41,8 +51,13 @@ std::string applyValue(const std::string& option, const std::string& value, Opti
         if (!parseSize(value, o.width, o.height)) return "--size wants WIDTHxHEIGHT, got '" + value + "'";
     } else if (option == "--frames") {
         if (!parseUnsigned(value, o.frames) || o.frames == 0) return "--frames wants a positive count, got '" + value + "'";
-    } else if (option == "--fps") {
-        if (!parseRate(value, o.fps)) return "--fps wants a rate above 0, got '" + value + "'";
+    } else if (option == "--fps" || option == "--speed" || option == "--timeout") {
+        double& rate = option == "--fps" ? o.fps : option == "--speed" ? o.speed : o.timeout;
+        if (!parseRate(value, rate)) return option + " wants a number above 0, got '" + value + "'";
+    } else if (option == "--animation") {
+        o.animation = value;
+    } else if (option == "--gallery") {
+        o.gallery = value;
     } else if (option == "--skin") {
         if (value != "fixed" && value != "effect") return "--skin is fixed or effect, got '" + value + "'";
         o.skin = value == "fixed" ? SkinPath::Fixed : SkinPath::Effect;
@@ -56,24 +71,57 @@ std::string applyValue(const std::string& option, const std::string& value, Opti
 }
 
 bool takesValue(const std::string& option) {
-    static const char* const valued[] = {"--textures", "--k2m", "--size", "--skin", "--lighting", "--frames", "--fps", "--out"};
+    static const char* const valued[] = {"--textures", "--k2m",   "--size",      "--skin",    "--lighting", "--frames",
+                                         "--fps",      "--out",   "--animation", "--speed",   "--gallery",  "--timeout"};
     for (const char* name : valued)
         if (option == name) return true;
     return false;
 }
 
+bool contains(const std::vector<std::string>& given, const char* option) {
+    return std::find(given.begin(), given.end(), option) != given.end();
+}
+
+// A gallery draws every file headless, small unless told otherwise.
+std::string checkGallery(Options& o, const std::vector<std::string>& given) {
+    auto has = [&](const char* option) { return contains(given, option); };
+    if (!o.scene.empty()) return "--gallery takes a folder, not a scene file";
+    if (o.outputDirectory.empty()) return "--gallery needs --out";
+    if (o.info || o.card) return "--gallery draws every file: no --info";
+    if (!o.animation.empty()) return "--animation names a set of one file: not with --gallery";
+    if (!has("--frames")) o.frames = kGalleryFrames;
+    if (!has("--fps")) o.fps = kGalleryFps;
+    if (!has("--size")) o.width = kGalleryWidth, o.height = kGalleryHeight;
+    return "";
+}
+
+std::string checkCombination(Options& o, const std::vector<std::string>& given) {
+    auto has = [&](const char* option) { return contains(given, option); };
+    if (!o.gallery.empty()) return checkGallery(o, given);
+    if (o.scene.empty()) return "no scene file given";
+    if (has("--timeout")) return "--timeout needs --gallery";
+    if (o.info && (o.headless() || !o.outputDirectory.empty())) return "--info draws nothing: no --frames or --out";
+    if (o.headless() != !o.outputDirectory.empty()) return "--frames and --out go together";
+    if (has("--fps") && !o.headless()) return "--fps needs --frames";
+    if (o.card && !o.headless()) return "--card needs --frames and --out";
+    return "";
+}
+
 }  // namespace
 
 std::string parseOptions(const std::vector<std::string>& arguments, Options& o) {
-    bool fpsGiven = false;
+    std::vector<std::string> given;
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& a = arguments[i];
         if (a == "--no-textures") o.textures = false;
         else if (a == "--shadows") o.shadows = true;
         else if (a == "--verbose") o.verbose = true;
+        else if (a == "--once") o.once = true;
+        else if (a == "--info") o.info = true;
+        else if (a == "--card") o.card = true;
         else if (takesValue(a)) {
             if (i + 1 == arguments.size()) return a + " needs a value";
-            fpsGiven |= a == "--fps";
+            given.push_back(a);
             const std::string problem = applyValue(a, arguments[++i], o);
             if (!problem.empty()) return problem;
         } else if (a.size() > 1 && a[0] == '-') {
@@ -84,10 +132,7 @@ std::string parseOptions(const std::vector<std::string>& arguments, Options& o) 
             return "one scene file only, got '" + o.scene + "' and '" + a + "'";
         }
     }
-    if (o.scene.empty()) return "no scene file given";
-    if (o.headless() != !o.outputDirectory.empty()) return "--frames and --out go together";
-    if (fpsGiven && !o.headless()) return "--fps needs --frames";
-    return "";
+    return checkCombination(o, given);
 }
 
 std::string readFrameList(const std::string& path, std::vector<std::string>& entries) {

@@ -22,6 +22,13 @@ struct Options {
     double fps = 30.0;
     std::string outputDirectory;
     bool verbose = false;
+    std::string animation;  // a set's name or index; empty: the first the file defines
+    bool once = false;      // play the set once and hold its last pose (else loop)
+    double speed = 1.0;     // scene seconds a second
+    bool info = false;      // describe the file, draw nothing
+    std::string gallery;    // a folder whose X files become one web page in outputDirectory
+    bool card = false;      // one file of a gallery: its preview and facts only
+    double timeout = 30.0;  // seconds a gallery gives each file
 
     bool headless() const { return frames > 0; }
 };

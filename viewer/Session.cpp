@@ -10,6 +10,21 @@ namespace vexilview {
 
 namespace {
 
+const int kQuiet = 5;  // above every priority the library logs at
+
+}  // namespace
+
+void complain(const std::string& message) { std::fprintf(stderr, "vexil-view: %s\n", message.c_str()); }
+void warn(const std::string& message) { std::fprintf(stderr, "vexil-view: warning: %s\n", message.c_str()); }
+
+double secondsNow() {
+    static LARGE_INTEGER frequency = {};
+    if (!frequency.QuadPart) QueryPerformanceFrequency(&frequency);
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
 std::wstring fullPath(const std::string& path) {
     const std::wstring wide = widen(path);
     wchar_t buffer[MAX_PATH * 4] = {};
@@ -27,17 +42,18 @@ bool isFile(const std::wstring& path) {
     return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-}  // namespace
+bool createDirectories(const std::wstring& path) {
+    for (size_t at = path.find_first_of(L"\\/", 3); at != std::wstring::npos; at = path.find_first_of(L"\\/", at + 1))
+        CreateDirectoryW(path.substr(0, at).c_str(), nullptr);
+    CreateDirectoryW(path.c_str(), nullptr);
+    return isDirectory(path);
+}
 
-void complain(const std::string& message) { std::fprintf(stderr, "vexil-view: %s\n", message.c_str()); }
-void warn(const std::string& message) { std::fprintf(stderr, "vexil-view: warning: %s\n", message.c_str()); }
-
-double secondsNow() {
-    static LARGE_INTEGER frequency = {};
-    if (!frequency.QuadPart) QueryPerformanceFrequency(&frequency);
-    LARGE_INTEGER now;
-    QueryPerformanceCounter(&now);
-    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+std::string narrow(const std::wstring& wide) {
+    const int size = WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr);
+    std::vector<char> text(static_cast<size_t>(size > 0 ? size : 1));
+    WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), -1, text.data(), size, nullptr, nullptr);
+    return text.data();
 }
 
 std::wstring widen(const std::string& utf8) {
@@ -48,7 +64,9 @@ std::wstring widen(const std::string& utf8) {
 }
 
 ExitCode Session::open(HWND window, bool depthStencil) {
-    zeb::LogFactory::setPriority(m_options.verbose ? 1 : 4);  // the library's failures only
+    // The viewer reports what the library's messages would tell a user (missing textures, skins it
+    // cannot build, meshes it skips); --verbose shows the library's own lines.
+    zeb::LogFactory::setPriority(m_options.verbose ? 1 : kQuiet);
     if (!m_options.k2mFile.empty()) {
         std::vector<std::string> entries;
         const std::string problem = readFrameList(m_options.k2mFile, entries);
@@ -108,10 +126,12 @@ ExitCode Session::loadScene() {
         return kExitRefused;
     }
     m_loadMilliseconds = (secondsNow() - start) * 1000.0;
-    if (m_textures)
-        for (const zeb::String& name : m_scene.meshManager().failedTextures())
-            warn(std::string("texture ") + name.getUTF8String().c_str() + " did not load: drawn without it");
     m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    const ExitCode animation = applyAnimationOptions();
+    if (animation != kExitOk) return animation;
+    m_report = describeScene(m_scene, m_textures);
+    if (!m_options.info)  // --info lists them itself
+        for (const std::string& warning : m_report.warnings) warn(warning);
     if (m_options.skin == SkinPath::Effect) {
         std::string problem;
         if (!m_renderer.useSkinEffect(m_device.holder(), problem)) {
@@ -121,7 +141,24 @@ ExitCode Session::loadScene() {
     }
     const ExitCode shading = loadShading();
     if (shading != kExitOk) return shading;
-    if (!m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
+    if (m_options.verbose) zeb::LogFactory::setPriority(4);  // the per-frame progress lines stay quiet
+    return kExitOk;
+}
+
+ExitCode Session::applyAnimationOptions() {
+    Playback& playback = m_scene.playback();
+    playback.setOnce(m_options.once);
+    playback.setSpeed(m_options.speed);
+    if (m_options.animation.empty()) return kExitOk;
+    const int index = playback.find(m_options.animation);
+    if (index < 0) {
+        std::string names;
+        for (const AnimationSetFacts& set : playback.sets()) names += (names.empty() ? "'" : ", '") + set.name + "'";
+        complain("no animation set '" + m_options.animation + "' in " + m_options.scene +
+                 (names.empty() ? " (it has none)" : " (it has " + names + ")"));
+        return kExitRefused;
+    }
+    m_scene.selectAnimation(static_cast<unsigned>(index));
     return kExitOk;
 }
 
@@ -139,19 +176,34 @@ ExitCode Session::loadShading() {
     return kExitOk;
 }
 
+void Session::releaseForReset() {
+    m_renderer.lit().releaseDeviceResources();
+    m_renderer.switchOffKeyLight(m_device.get());
+    m_scene.cleanup();  // also switches off the scene's own lights
+}
+
 bool Session::reopen() {
     if (!m_renderer.lit().restoreDeviceResources(m_device.holder())) return false;
+    const unsigned animation = m_scene.playback().current();
     if (!m_scene.reallocateRenderResources(m_device.holder(), m_frameList)) return false;
     m_scene.prepare(m_device.get(), static_cast<float>(m_options.width) / static_cast<float>(m_options.height));
+    m_scene.selectAnimation(animation);  // the playback keeps its speed and --once
     std::string problem;
     return m_options.skin != SkinPath::Effect || m_renderer.useSkinEffect(m_device.holder(), problem);
 }
 
 std::string Session::describe() const {
+    std::string animation = "not animated";
+    const Playback& playback = m_scene.playback();
+    if (!playback.sets().empty()) {
+        const AnimationSetFacts& set = playback.sets()[playback.current()];
+        char text[96];
+        std::snprintf(text, sizeof text, "%.2f s, %s", set.seconds, m_options.once ? "once" : "looped");
+        animation = "animation set '" + set.name + "' (" + text + ")";
+    }
     char line[256];
-    std::snprintf(line, sizeof line, "%u triangles, %s, %s", m_scene.triangleCount(),
-                  m_scene.isAnimated() ? "animated" : "not animated",
-                  m_scene.hasCameraFrame() ? "camera on \"CameraDummy\"" : "camera framing the bounding sphere");
+    std::snprintf(line, sizeof line, "%u triangles, %s, %s", m_scene.triangleCount(), animation.c_str(),
+                  m_scene.hasCameraFrame() ? "camera on \"CameraDummy\"" : "camera framing the whole run");
     return m_options.scene + ": " + line;
 }
 

@@ -3,6 +3,7 @@
 #include "Device.h"
 #include "FrameRenderer.h"
 #include "Options.h"
+#include "SceneReport.h"
 #include "ViewerScene.h"
 
 #include <string>
@@ -19,8 +20,10 @@ public:
     // Frame list, device on window, scene and skin path; prints what is wrong and returns the
     // exit code when something is.
     ExitCode open(HWND window, bool depthStencil);
-    // After a device reset (the renderer's lit().releaseDeviceResources() before it): the scene's
-    // render resources and the effects again.
+    // Before a device reset: the effects' and the scene's device resources, and every light
+    // switched off (Wine never frees the slot of a light left on through a reset).
+    void releaseForReset();
+    // After a device reset: the scene's render resources and the effects again.
     bool reopen();
 
     const Options& options() const { return m_options; }
@@ -30,12 +33,15 @@ public:
     FrameRenderer& renderer() { return m_renderer; }
     bool textures() const { return m_textures; }
     double loadMilliseconds() const { return m_loadMilliseconds; }
-    std::string describe() const;  // one line: file, triangles, camera
+    // What the file holds and the warnings about it, as loaded.
+    const SceneReport& report() const { return m_report; }
+    std::string describe() const;  // one line: file, triangles, animation, camera
 
 private:
     ExitCode resolveTextures();
     ExitCode loadScene();
     ExitCode loadShading();  // the lighting and shadow effects the options ask for
+    ExitCode applyAnimationOptions();
 
     Options m_options;
     ViewerDevice m_device;
@@ -45,6 +51,7 @@ private:
     zeb::String m_textureRoot;
     bool m_textures = true;
     double m_loadMilliseconds = 0.0;
+    SceneReport m_report;
 };
 
 // Messages to standard error, prefixed with the program name.
@@ -52,5 +59,11 @@ void complain(const std::string& message);
 void warn(const std::string& message);
 double secondsNow();
 std::wstring widen(const std::string& utf8);
+std::string narrow(const std::wstring& wide);
+// Files and folders, by the operating system's names.
+std::wstring fullPath(const std::string& path);
+bool isDirectory(const std::wstring& path);
+bool isFile(const std::wstring& path);
+bool createDirectories(const std::wstring& path);  // and every folder above; true when it is there
 
 }  // namespace vexilview

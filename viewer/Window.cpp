@@ -1,11 +1,13 @@
 // Window mode: the scene animated in real time; drag to orbit, wheel to zoom, space pauses,
-// S switches the skin path, T textures, L lighting, Esc quits. The title shows the frame time.
+// [ and ] step through the animation sets, S switches the skin path, T textures, L lighting,
+// Esc quits. The title shows the animation set and the frame time.
 #include "Modes.h"
 #include "Session.h"
 
 #include <windowsx.h>
 
 #include <cstdio>
+#include <string>
 
 namespace vexilview {
 
@@ -22,6 +24,7 @@ struct Controls {
     SkinPath skin = SkinPath::Fixed;
     bool textures = true;
     bool blinnPhongAsked = false;
+    int setStep = 0;  // animation sets to move by ([ back, ] on) before the next frame
 };
 
 Controls* g_controls = nullptr;  // the window procedure's view of the running loop
@@ -50,6 +53,7 @@ LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM w, LPARAM l) 
     switch (message) {
     case WM_DESTROY: PostQuitMessage(0); return 0;
     case WM_KEYDOWN: if (c) onKey(*c, w); return 0;
+    case WM_CHAR: if (c) c->setStep += w == ']' ? 1 : w == '[' ? -1 : 0; return 0;
     case WM_LBUTTONDOWN:
         if (c) { c->dragging = true; c->last = {GET_X_LPARAM(l), GET_Y_LPARAM(l)}; SetCapture(window); }
         return 0;
@@ -69,10 +73,17 @@ const char* lightingStatus(Session& session, const Controls& c) {
     return session.renderer().lit().hasLighting() ? "blinn-phong" : "blinn-phong (start with --lighting blinn-phong: fixed)";
 }
 
+std::string animationStatus(const Session& session) {
+    const Playback& playback = session.scene().playback();
+    if (playback.sets().empty()) return "no animation";
+    return "'" + playback.sets()[playback.current()].name + "' (" + std::to_string(playback.current() + 1) + " of " +
+           std::to_string(playback.sets().size()) + ", [ ] for others)";
+}
+
 void showStatus(HWND window, Session& session, const Controls& c, double frameSeconds) {
-    wchar_t title[320];
-    swprintf(title, 320, L"vexil-view - %hs - %.2f ms a frame - %hs skin, textures %hs, %hs lighting%hs%hs",
-             session.options().scene.c_str(), frameSeconds * 1000.0,
+    wchar_t title[480];
+    swprintf(title, 480, L"vexil-view - %hs - %hs - %.2f ms a frame - %hs skin, textures %hs, %hs lighting%hs%hs",
+             session.options().scene.c_str(), animationStatus(session).c_str(), frameSeconds * 1000.0,
              c.skin == SkinPath::Fixed ? "fixed-function" : "effect", c.textures ? "on" : "off",
              lightingStatus(session, c), session.options().shadows ? ", shadows" : "", c.paused ? " - paused" : "");
     SetWindowTextW(window, title);
@@ -82,7 +93,7 @@ void showStatus(HWND window, Session& session, const Controls& c, double frameSe
 // device can no longer be used.
 bool recoverDevice(Session& session) {
     HRESULT state = D3D_OK;
-    session.renderer().lit().releaseDeviceResources();
+    session.releaseForReset();
     if (!session.device().reset(state)) return state == D3DERR_DEVICELOST || state == D3D_OK;
     return session.reopen();
 }
@@ -97,9 +108,19 @@ void loadSkinEffectWhenAsked(Session& session, Controls& controls) {
     }
 }
 
+void stepAnimationSets(Session& session, Controls& controls) {
+    const int count = static_cast<int>(session.scene().playback().sets().size());
+    if (controls.setStep != 0 && count > 1) {
+        const int next = ((static_cast<int>(session.scene().playback().current()) + controls.setStep) % count + count) % count;
+        session.scene().selectAnimation(static_cast<unsigned>(next));
+    }
+    controls.setStep = 0;
+}
+
 // One frame on the window; false when the device is lost for good.
 bool drawAndPresent(Session& session, Controls& controls, double seconds) {
     loadSkinEffectWhenAsked(session, controls);
+    stepAnimationSets(session, controls);
     session.scene().step(seconds);
     session.scene().placeCamera(controls.orbit);
     session.renderer().setLighting(controls.blinnPhongAsked ? Lighting::BlinnPhong : Lighting::Fixed,

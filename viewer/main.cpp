@@ -11,19 +11,11 @@
 
 namespace {
 
-std::string narrow(const wchar_t* wide) {
-    const int size = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<size_t>(size > 0 ? size : 1), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, wide, -1, &text[0], size, nullptr, nullptr);
-    text.resize(text.size() - 1);
-    return text;
-}
-
 std::vector<std::string> commandLineArguments() {
     int count = 0;
     wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> arguments;
-    for (int i = 1; i < count; ++i) arguments.push_back(narrow(wide[i]));
+    for (int i = 1; i < count; ++i) arguments.push_back(vexilview::narrow(wide[i]));
     LocalFree(wide);
     return arguments;
 }
@@ -45,5 +37,6 @@ int main() {
         std::fputs(vexilview::kUsage, stderr);
         return vexilview::kExitRefused;
     }
-    return options.headless() ? vexilview::runHeadless(options) : vexilview::runWindow(options);
+    if (!options.gallery.empty()) return vexilview::runGallery(options);
+    return options.headless() || options.info ? vexilview::runHeadless(options) : vexilview::runWindow(options);
 }

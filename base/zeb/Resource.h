@@ -5,6 +5,13 @@
 
 namespace zeb {
 
+// The object of an owning holder; an empty holder has none to give, which is the caller's
+// broken precondition.
+template <class T> T& heldObject(T* object) {
+    if (!object) throw AssertionFailure("zeb/Resource", __LINE__, "holder is not empty");
+    return *object;
+}
+
 // Storage of a plain heap object. Two policies exist:
 //   PointerStorage<T,0,3>: owned, deleted by the last owner (inside SharedResource/TransferResource);
 //   PointerStorage<T,3,2>: borrowed, never deleted (inside CopiedResource).
@@ -134,7 +141,9 @@ public:
         }
         return *this;
     }
+    // Resetting to the object already held keeps it: it is not adopted a second time.
     void reset(element_type* object = nullptr) {
+        if (object && object == m_object) return;
         SharedResource replacement(object);
         swap(replacement);
     }
@@ -146,7 +155,7 @@ public:
 
     element_type* get() const { return m_object; }
     element_type* operator->() const { return m_object; }
-    element_type& operator*() const { return *m_object; }
+    element_type& operator*() const { return heldObject(m_object); }
     bool isNull() const { return m_object == nullptr; }
     explicit operator bool() const { return m_object != nullptr; }
     unsigned useCount() const { return m_count ? *m_count : 0; }
@@ -223,7 +232,7 @@ public:
     }
     element_type* get() const { return m_object; }
     element_type* operator->() const { return m_object; }
-    element_type& operator*() const { return *m_object; }
+    element_type& operator*() const { return heldObject(m_object); }
     bool isNull() const { return m_object == nullptr; }
     explicit operator bool() const { return m_object != nullptr; }
 

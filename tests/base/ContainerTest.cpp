@@ -175,8 +175,10 @@ TEST(SharedTransferBorrowed, EachOwnsAsItsKindSays) {
             EXPECT_EQ(3u, first.useCount());
         }
         first = std::as_const(first);  // self-assignment
+        first.reset(first.get());  // its own object again: kept, not adopted twice
         EXPECT_EQ(1u, first.useCount());
         EXPECT_EQ(1, Tracked::live);
+        EXPECT_THROW(*(zeb::SharedResource<OwnedTracked, 0>()), zeb::AssertionFailure) << "an empty holder has no object";
     }
     EXPECT_EQ(0, Tracked::live) << "the last shared owner deletes once";
     {

@@ -19,11 +19,12 @@ HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 }
 
 HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA* meshData, const D3DXMATERIAL*,
-                                           const D3DXEFFECTINSTANCE*, DWORD, const DWORD*, ID3DXSkinInfo* skinInfo,
-                                           D3DXMESHCONTAINER** newMeshContainer)
+                                           const D3DXEFFECTINSTANCE*, DWORD materialCount, const DWORD*,
+                                           ID3DXSkinInfo* skinInfo, D3DXMESHCONTAINER** newMeshContainer)
 {
     D3DXMESHCONTAINER* container = new D3DXMESHCONTAINER{};
     container->Name = name ? _strdup(name) : nullptr;
+    container->NumMaterials = materialCount;  // the count only: the materials are not kept
     container->MeshData = *meshData;
     if (container->MeshData.pMesh)
         container->MeshData.pMesh->AddRef();

@@ -171,6 +171,9 @@ TEST_F(XAnimationLoad, UndeclaredSkinTemplatesAndReferencedMeshesLoad)
             EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
         }
     }
+    // A frame inside an animation set naming the mesh too: the set goes with what it holds.
+    LoadedScene odd(device(), textFile({kReferencedCube, "AnimationSet Odd { Animation { Frame F { {CubeMesh} } } }"}));
+    EXPECT_EQ(S_OK, odd.result);
 }
 
 std::string nested(const std::string& open, const std::string& close, int depth)

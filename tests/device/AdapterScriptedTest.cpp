@@ -7,7 +7,7 @@ namespace vexiltest {
 namespace {
 
 const std::vector<UINT> kMasters = {0, 0, 0, 3, 3, 5};  // heads 0-2, heads 3-4, head 5 alone
-const UINT kNoMonitor = 5;
+const UINT kNoMonitor = 5, kNoModes = 3;
 const std::vector<std::pair<UINT, UINT>> kHead0Modes = {{640, 480}, {800, 600}, {1024, 768}, {1280, 1024}};
 
 class AdapterScripted : public AdapterTest<ScriptedDirect3DTest> {
@@ -15,6 +15,7 @@ protected:
     void setUpHeads() override {
         setHeads(kMasters);
         d3d->adapter(kNoMonitor).monitor = false;
+        d3d->adapter(kNoModes).noModes = true;
         for (const auto& size : kHead0Modes) d3d->adapter(0).modes.push_back({size.first, size.second, 60, D3DFMT_X8R8G8B8});
     }
     const CreateDeviceCall& lastCall() const { return d3d->createDeviceCalls().back(); }
@@ -43,6 +44,10 @@ TEST_F(AdapterScripted, HeadsAreEnumeratedOnceAndNamedWithoutRegardToCase) {
     D3DADAPTER_IDENTIFIER9 identifier;
     EXPECT_TRUE(adapter.adapterCaps(4, caps) && adapter.adapterIdentifier(4, identifier) && caps.MasterAdapterOrdinal == 3);
     EXPECT_FALSE(adapter.adapterIdentifier(6, identifier) || adapter.adapterCaps(7, caps));
+    // A second initialize lets the device and the first Direct3D object go.
+    const ULONG held = referencesOf(d3d);
+    ASSERT_TRUE(create({0}, true) && adapter.initialize());
+    EXPECT_TRUE(referencesOf(d3d) == held && ledger->liveDevices == 0 && !adapter.device());
     expectLogged(log, "VexilDX9", {{1, "69 Head list already created"}, {1, "1056 Comparing \\\\.\\HEAD0 with \\\\.\\NOWHERE"},
                                    {4, "224 Adapter index 6 out of bound"}, {4, "236 Adapter index 7 out of bound"}});
 }
@@ -120,6 +125,17 @@ TEST_F(AdapterScripted, CreationDowngradesOnShortMemoryAndWaitsForLostDevices) {
     EXPECT_EQ(2u + 10u, sleeps.calls().size());
     EXPECT_EQ(static_cast<unsigned>(D3DCREATE_MIXED_VERTEXPROCESSING), adapter.vertexProcessingMode());
 
+    // Every head of a group shrinks to the creating head's modes; a head without modes ends the retry.
+    d3d->failingVertexMode = 0;
+    d3d->createDeviceResults = {D3DERR_OUTOFVIDEOMEMORY};
+    ASSERT_TRUE(create({0, 1, 2}, false));
+    for (const D3DPRESENT_PARAMETERS& pp : calls.back().params)
+        EXPECT_TRUE(pp.BackBufferWidth < calls[calls.size() - 2].params[0].BackBufferWidth && pp.BackBufferWidth >= 640);
+    d3d->createDeviceResults = {D3DERR_OUTOFVIDEOMEMORY};
+    ASSERT_TRUE(create({kNoModes}, true));
+    EXPECT_EQ(static_cast<unsigned>(D3DCREATE_MIXED_VERTEXPROCESSING), adapter.vertexProcessingMode());
+    EXPECT_EQ(1u, log.count("VexilDX9", "No display mode to downgrade to on head 3", 4)) << log.dump();
+
     d3d->failingVertexMode = ~0u;
     d3d->failingVertexModeResult = D3DERR_INVALIDCALL;
     EXPECT_FALSE(create({0}, true));
@@ -166,6 +182,8 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_TRUE(lastCall().adapter == 0 && adapter.activeChainOSLocator().size() == 1);
     EXPECT_TRUE(adapter.swapChain(name(kNoMonitor)) && adapter.depthBuffer(name(kNoMonitor)));
     EXPECT_TRUE(adapter.isZStencilBufferSupported());
+    // Names of a card's heads without its master: no master index, and the parameters cannot be made.
+    EXPECT_THROW(create({1, 2}, false), zeb::IndexOutOfBounds);
 
     EXPECT_FALSE(create({}, true));
     expectLogged(log, "VexilDX9", {{1, "1271 os locator \\\\.\\head0 index= 1"}, {1, "757 Master head index 0"},
@@ -225,8 +243,14 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
     ASSERT_TRUE(adapter.createSwapChain(names({0}), nullptr, windows.list(1), true, D3DDEVTYPE_HAL));
     device = d3d->lastDevice();
     device->script.cooperativeLevels = {D3DERR_DEVICENOTRESET, D3DERR_DEVICENOTRESET};
-    EXPECT_EQ(D3D_OK, adapter.reset());
-    EXPECT_EQ(1u, log.count("VexilDX9", "1194 SetForegroundWindow fails "));
+    {
+        ImportPatch refused("VexilDX9.dll", "user32.dll", "SetActiveWindow", reinterpret_cast<void*>(+[](HWND) -> HWND {
+                                return SetLastError(ERROR_ACCESS_DENIED), nullptr;
+                            }));
+        EXPECT_EQ(D3D_OK, adapter.reset());
+    }
+    EXPECT_EQ(1u, log.count("VexilDX9", "1194 SetForegroundWindow fails ", 3));
+    EXPECT_EQ(1u, log.count("VexilDX9", "1202 SetActivceWindow fails 5", 3));
 
     device->script.resetResult = D3D_OK;
     device->script.cooperativeLevels = std::deque<HRESULT>(10, D3DERR_DEVICELOST);
@@ -243,7 +267,8 @@ TEST_F(AdapterScripted, ReleaseWaitsOutALostDeviceAndResetRecoversIt) {
 
 TEST(NoDirect3D, AdapterAndShaderQueriesFailCleanly) {
     LogCapture log;
-    Direct3DCreateHook hook([](UINT) { return static_cast<IDirect3D9*>(nullptr); });
+    std::vector<UINT> asked;
+    Direct3DCreateHook hook([&](UINT sdk) { return asked.push_back(sdk), static_cast<IDirect3D9*>(nullptr); });
     ASSERT_TRUE(hook.ok());
     AdapterD3D9 adapter;
     EXPECT_FALSE(adapter.initialize());
@@ -251,13 +276,17 @@ TEST(NoDirect3D, AdapterAndShaderQueriesFailCleanly) {
     expectAssertion([] { AdapterD3D9 failing(true); }, 1034, "initialize()");
     TestWindows windows(1);
     EXPECT_FALSE(adapter.createSwapChain(zeb::Array<zeb::String>(), windows[0], windows.list(1), true, D3DDEVTYPE_HAL));
+    EXPECT_EQ(D3DERR_INVALIDCALL, adapter.reset());
 
     unsigned version = 7;
     EXPECT_FALSE(vertexShaderVersion("\\\\.\\DISPLAY1", &version) || pixelShaderVersion("\\\\.\\DISPLAY1", &version));
+    EXPECT_FALSE(vertexShaderVersion("\\\\.\\DISPLAY1", nullptr) || pixelShaderVersion("\\\\.\\DISPLAY1", nullptr));
     EXPECT_EQ(7u, version);
+    EXPECT_EQ((std::vector<UINT>{32, 31}), std::vector<UINT>(asked.begin(), asked.begin() + 2)) << "SDK 32, then 31";
     expectLogged(log, "VexilDX9", {{4, "50 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"},
                                    {1, "63 enumerateAllHeads called before calling initialize"},
                                    {3, "26 Fail to initialize IDirect3D9, call to Direct3DCreate9 returns NULL"}});
+    EXPECT_EQ(1u, log.count("VexilDX9", "No device to reset: createSwapChain has not made one", 3));
 }
 
 }  // namespace

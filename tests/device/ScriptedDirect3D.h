@@ -37,6 +37,7 @@ struct ScriptedAdapter {
     bool monitor = true;
     D3DFORMAT displayFormat = D3DFMT_UNKNOWN;  // of the current mode; UNKNOWN: the real one
     std::vector<D3DDISPLAYMODE> modes;          // empty: the real adapter's
+    bool noModes = false;                       // none at all
 };
 
 // Results for the calls of devices created through the decorator (D3D_OK: forward).
@@ -120,6 +121,7 @@ public:
         return hr;
     }
     UINT STDMETHODCALLTYPE GetAdapterModeCount(UINT adapter, D3DFORMAT format) override {
+        if (m_scripted && adapter < m_adapters.size() && m_adapters[adapter].noModes) return 0;
         if (const std::vector<D3DDISPLAYMODE>* modes = scriptedModes(adapter)) return static_cast<UINT>(modes->size());
         return knownAdapter(adapter) ? m_real->GetAdapterModeCount(realAdapter(adapter), format) : 0;
     }

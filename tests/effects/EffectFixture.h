@@ -19,7 +19,7 @@ using vexiltest::expectAssertion;
 using vexiltest::referencesOf;
 
 // Slots of ID3DXEffect's methods that tests replace.
-enum EffectMethod : unsigned { kGetTechnique = 12, kGetPassByName = 15 };
+enum EffectMethod : unsigned { kGetTechnique = 12, kGetPassByName = 15, kBegin = 63 };
 // Replaces one method of a real effect by giving it a copy of its method table: the effect then
 // fails where Wine's D3DX never does. Returns the method replaced.
 void* overrideEffectMethod(ID3DXEffect* effect, EffectMethod method, void* replacement);
@@ -32,6 +32,9 @@ public:
     ~EffectCreationHook();
     bool ok() const { return m_patch.ok(); }
     unsigned calls() const { return m_calls; }
+    // What the last call was handed.
+    const D3DXMACRO* macros = nullptr;
+    ID3DXInclude* include = nullptr;
 
 private:
     static HRESULT WINAPI hooked(IDirect3DDevice9*, const wchar_t*, const D3DXMACRO*, ID3DXInclude*, DWORD,

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -15,6 +16,17 @@ D3DXHANDLE WINAPI onlyFirstTechnique(ID3DXEffect* effect, UINT index) {
 }
 
 D3DXHANDLE WINAPI foreignPass(ID3DXEffect*, D3DXHANDLE, const char*) { return "a pass of another effect"; }
+
+// Reads what D3DX asks for from disk (Wine's D3DX opens the effect file itself through it).
+struct FileInclude : ID3DXInclude {
+    Bytes read;
+    STDMETHOD(Open)(D3DXINCLUDE_TYPE, LPCSTR name, LPCVOID, LPCVOID* data, UINT* bytes) override {
+        read = fileBytes(name);
+        *data = read.data(), *bytes = static_cast<UINT>(read.size());
+        return read.empty() ? E_FAIL : S_OK;
+    }
+    STDMETHOD(Close)(LPCVOID) override { return S_OK; }
+};
 
 }  // namespace
 
@@ -89,6 +101,21 @@ TEST_F(EffectTest, RenderDrawsEveryPassAndGoesOnAfterAFailedOneAndSinglePassesDr
     EXPECT_EQ(0xFFFFFFFFu, two.passIndexByName("Right"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "188 Right pass does not exist in technique TwoPasses")) << log.dump();
     EXPECT_FALSE(drawnPass(two, zeb::String("Right")));
+
+    // A render that cannot begin stops there; failed draws are reported by each under its own name.
+    void* begin = overrideEffectMethod(m_marks.effect().get(), kBegin,
+                                       reinterpret_cast<void*>(+[](ID3DXEffect*, UINT*, DWORD) { return D3DERR_INVALIDCALL; }));
+    EXPECT_FALSE(m_marks.technique(0).render(m_mesh.get(), 0));
+    overrideEffectMethod(m_marks.effect().get(), kBegin, begin);
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "72 Cannot begin technique Solid"));
+    void* methods[29];  // ID3DXMesh's, DrawSubset (slot 3) failing
+    void**& table = *reinterpret_cast<void***>(m_mesh.get());
+    void** real = std::exchange(table, static_cast<void**>(std::memcpy(methods, table, sizeof methods)));
+    methods[3] = reinterpret_cast<void*>(+[](ID3DXMesh*, DWORD) -> HRESULT { return D3DERR_INVALIDCALL; });
+    EXPECT_FALSE(drawn([&] { return m_marks.technique(1).render(m_mesh.get(), 0); }) || drawnPass(two, 0u));
+    table = real;
+    EXPECT_EQ(2u, log.count("VexilDX9", "14 ID3DXEffect::DrawSubset D3DERR_INVALIDCALL", 3)) << "once per pass";
+    EXPECT_EQ(1u, log.count("VexilDX9", "14 DrawSubset D3DERR_INVALIDCALL", 3));
 }
 
 TEST_F(EffectTest, TechniquesThatCannotBeReadFailTheirAssertionsOrLeaveTheRestEmpty) {
@@ -101,11 +128,13 @@ TEST_F(EffectTest, TechniquesThatCannotBeReadFailTheirAssertionsOrLeaveTheRestEm
     Effect never;
     expectAssertion([&] { never.currentActiveTechnique(); }, 135, "m_effect.get()", "VexilDX9/Effect");
     expectAssertion([&] { never.setActiveTechnique(0u); }, 128, "m_effect.get()", "VexilDX9/Effect");
+    EXPECT_FALSE(never.setActiveTechnique(zeb::String("Solid")));
     EXPECT_FALSE(never.reload(deviceHolder())) << "reloading an empty file name fails in D3DX";
     Effect empty;
     EXPECT_TRUE(empty.load(effectPath("empty.fxo"), deviceHolder()));
     EXPECT_EQ(0u, empty.numTechniques());
     EXPECT_EQ(1u, empty.numParameters());
+    expectAssertion([&] { empty.currentActiveTechnique(); }, 137, "tech", "VexilDX9/Effect");
 
     // A technique failing during load leaves the rest empty.
     log.clear();
@@ -126,6 +155,16 @@ TEST_F(EffectTest, TechniquesThatCannotBeReadFailTheirAssertionsOrLeaveTheRestEm
         EXPECT_TRUE(!rest.handle() && rest.name() == "" && rest.numPasses() == 0) << i;
     }
     EXPECT_EQ(1u, log.count("VexilDX9", "34 Technique index is invalid")) << "no technique after the failed one is read";
+    const Technique& unread = effect.technique(3);  // without an effect: all fails, logged, nothing reaches D3DX
+    EXPECT_FALSE(unread.activate() || unread.begin() || unread.render(m_mesh.get(), 0) || unread.renderPass(m_mesh.get(), 0, 0u));
+    EXPECT_EQ(0xFFFFFFFFu, unread.passIndexByName("Left"));
+    unread.end();
+    EXPECT_EQ(4u, log.count("VexilDX9", "Effect is invalid.", 3));
+    // D3DX's current technique is one the effect left unread.
+    ASSERT_TRUE(effect.setActiveTechnique(zeb::String("SHADOW")));
+    expectAssertion([&] { effect.currentActiveTechnique(); }, 146, "false", "VexilDX9/Effect");
+    EXPECT_TRUE(log.contains("VexilDX9", 3, "145 Currently active technique is not registered with this effect " +
+                                                std::string(effect.effectFileName().getUTF8String())));
 }
 
 TEST_F(EffectTest, PoolSharesParametersBetweenEffects) {
@@ -160,7 +199,7 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
         {writeFile("garbage.fxo", Bytes(good.size(), 0x5A)), 1},
         {writeFile("empty.fxo", {}), 1},
         {writeFile("source.fx", Bytes(good.begin() + 4, good.end())), 1},
-        {writeFile("header.fxo", good, 12), 0},  // D3DX itself would read past it
+        {writeFile("header.fxo", good, 12), 0},  // D3DX itself would read past it, so we refuse it, saying why
     };
     for (const auto& failure : failures) {
         unsigned before = hook.calls();
@@ -168,10 +207,25 @@ TEST_F(EffectTest, FailedLoadsKeepThePreviousEffect) {
         EXPECT_EQ(failure.reachesD3DX, hook.calls() - before) << failure.file;
     }
     EXPECT_EQ(5u, log.count("VexilDX9", "14 D3DXCreateEffectFromFile ")) << log.dump();
+    EXPECT_EQ(1u, log.count("VexilDX9", "header.fxo refused before D3DX reads it: ", 3)) << log.dump();
     EXPECT_TRUE(m_marks.effectFileName() == effectPath("marks.fxo"));
     EXPECT_EQ(4u, m_marks.numTechniques());
     ASSERT_TRUE(drawn([&] { return m_marks.technique(0).render(m_mesh.get(), 0); }));
     EXPECT_TRUE(renderedPixelIs(kCentre, kCentre, kRed));
+    EXPECT_TRUE(!hook.macros && !hook.include);
+
+    // Macros go to D3DX as the caller listed them, terminator included, with the include handler.
+    const D3DXMACRO macros[] = {{"LIGHTS", "3"}, {nullptr, nullptr}};
+    m_marks.addMacro(macros[0]), m_marks.addMacro(macros[1]);
+    FileInclude include;
+    m_marks.setIncludes(&include);
     EXPECT_TRUE(m_marks.reload(deviceHolder()));
     EXPECT_EQ(4u, m_marks.numTechniques());
+    EXPECT_TRUE(hook.macros && hook.macros[0].Name == macros[0].Name && !hook.macros[1].Name);
+    EXPECT_EQ(&include, hook.include);
+    const std::string gone = writeFile("gone.fxo", good);
+    ASSERT_TRUE(m_marks.load(gone.c_str(), deviceHolder()) && DeleteFileA(gone.c_str()));
+    EXPECT_FALSE(m_marks.reload(deviceHolder()));
+    EXPECT_TRUE(m_marks.numTechniques() == 0 && !m_marks.effect()) << "nothing is left to count";
+    m_marks.setIncludes(nullptr);
 }

@@ -23,9 +23,9 @@ bool LogCapture::contains(const std::string& logger, int priority, const std::st
                        [&](const LogEntry& e) { return e.logger == logger && e.priority == priority && e.text == text; });
 }
 
-size_t LogCapture::count(const std::string& logger, const std::string& fragment) const {
+size_t LogCapture::count(const std::string& logger, const std::string& fragment, int priority) const {
     return std::count_if(m_entries.begin(), m_entries.end(), [&](const LogEntry& e) {
-        return e.logger == logger && e.text.find(fragment) != std::string::npos;
+        return e.logger == logger && e.text.find(fragment) != std::string::npos && (priority < 0 || e.priority == priority);
     });
 }
 

@@ -25,8 +25,8 @@ public:
 
     const std::vector<LogEntry>& entries() const { return m_entries; }
     bool contains(const std::string& logger, int priority, const std::string& text) const;
-    // Lines of that logger containing the fragment.
-    size_t count(const std::string& logger, const std::string& fragment) const;
+    // Lines of that logger containing the fragment (at that priority, unless it is negative).
+    size_t count(const std::string& logger, const std::string& fragment, int priority = -1) const;
     void clear() { m_entries.clear(); }
     std::string dump() const;
 

@@ -2,6 +2,8 @@
 
 #include "TestPaths.h"
 
+#include <malloc.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -42,6 +44,54 @@ std::string currentTestName() {
 ULONG referencesOf(IUnknown* object) {
     object->AddRef();
     return object->Release();
+}
+
+vexilsupport::Image readRenderTarget(IDirect3DDevice9* device) {
+    vexilsupport::Image image;
+    IDirect3DSurface9* target = nullptr;
+    IDirect3DSurface9* copy = nullptr;
+    D3DSURFACE_DESC desc;
+    D3DLOCKED_RECT locked;
+    if (SUCCEEDED(device->GetRenderTarget(0, &target)) && SUCCEEDED(target->GetDesc(&desc)) &&
+        SUCCEEDED(device->CreateOffscreenPlainSurface(desc.Width, desc.Height, desc.Format, D3DPOOL_SYSTEMMEM, &copy,
+                                                       nullptr)) &&
+        SUCCEEDED(device->GetRenderTargetData(target, copy)) &&
+        SUCCEEDED(copy->LockRect(&locked, nullptr, D3DLOCK_READONLY))) {
+        image.width = desc.Width;
+        image.height = desc.Height;
+        for (unsigned y = 0; y < desc.Height; ++y) {
+            const D3DCOLOR* row = reinterpret_cast<const D3DCOLOR*>(static_cast<const char*>(locked.pBits) + y * locked.Pitch);
+            image.pixels.insert(image.pixels.end(), row, row + desc.Width);
+        }
+        copy->UnlockRect();
+    }
+    if (copy) copy->Release();
+    if (target) target->Release();
+    return image;
+}
+
+HRESULT resetDevice(IDirect3DDevice9* device) {
+    IDirect3DSwapChain9* chain = nullptr;  // released before the reset, which it would hold up
+    D3DPRESENT_PARAMETERS parameters;
+    HRESULT hr = device->GetSwapChain(0, &chain);
+    if (SUCCEEDED(hr)) hr = chain->GetPresentParameters(&parameters), chain->Release();
+    return SUCCEEDED(hr) ? device->Reset(&parameters) : hr;
+}
+
+unsigned resetCycles() {
+    const char* cycles = std::getenv("VEXIL_RESET_CYCLES");
+    return cycles && std::atoi(cycles) > 0 ? static_cast<unsigned>(std::atoi(cycles)) : 10;
+}
+
+std::pair<size_t, size_t> runtimeHeapInUse() {
+    HANDLE heap = reinterpret_cast<HANDLE>(_get_heap_handle());
+    std::pair<size_t, size_t> use(0, 0);
+    PROCESS_HEAP_ENTRY entry = {};
+    HeapLock(heap);
+    while (HeapWalk(heap, &entry))
+        if (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) use.first += entry.cbData, ++use.second;
+    HeapUnlock(heap);
+    return use;
 }
 
 TestWindow::TestWindow(unsigned width, unsigned height) {
@@ -101,29 +151,7 @@ void TestDevice::fillRect(float left, float top, float right, float bottom, D3DC
     m_device->EndScene();
 }
 
-vexilsupport::Image TestDevice::readRenderTarget() {
-    vexilsupport::Image image;
-    IDirect3DSurface9* target = nullptr;
-    IDirect3DSurface9* copy = nullptr;
-    D3DSURFACE_DESC desc;
-    D3DLOCKED_RECT locked;
-    if (SUCCEEDED(m_device->GetRenderTarget(0, &target)) && SUCCEEDED(target->GetDesc(&desc)) &&
-        SUCCEEDED(m_device->CreateOffscreenPlainSurface(desc.Width, desc.Height, desc.Format, D3DPOOL_SYSTEMMEM, &copy,
-                                                         nullptr)) &&
-        SUCCEEDED(m_device->GetRenderTargetData(target, copy)) &&
-        SUCCEEDED(copy->LockRect(&locked, nullptr, D3DLOCK_READONLY))) {
-        image.width = desc.Width;
-        image.height = desc.Height;
-        for (unsigned y = 0; y < desc.Height; ++y) {
-            const D3DCOLOR* row = reinterpret_cast<const D3DCOLOR*>(static_cast<const char*>(locked.pBits) + y * locked.Pitch);
-            image.pixels.insert(image.pixels.end(), row, row + desc.Width);
-        }
-        copy->UnlockRect();
-    }
-    if (copy) copy->Release();
-    if (target) target->Release();
-    return image;
-}
+vexilsupport::Image TestDevice::readRenderTarget() { return vexiltest::readRenderTarget(m_device); }
 
 void DeviceTest::SetUp() {
     m_device = new TestDevice(m_size, m_size);

@@ -77,5 +77,15 @@ private:
 std::string currentTestName();
 // The reference count of a COM object.
 ULONG referencesOf(IUnknown* object);
+// The device's render target 0 (through GetRenderTargetData).
+vexilsupport::Image readRenderTarget(IDirect3DDevice9* device);
+// IDirect3DDevice9::Reset with the present parameters of the device's own swap chain.
+HRESULT resetDevice(IDirect3DDevice9* device);
+// How many reset cycles the reset checks run: VEXIL_RESET_CYCLES, else 10 (two more than the
+// lights a device can have on at once).
+unsigned resetCycles();
+// Bytes and blocks in use on the C runtime's heap, where the library, the drop-in D3DX and the
+// tests allocate (Wine's own objects live on the process heap).
+std::pair<size_t, size_t> runtimeHeapInUse();
 
 }  // namespace vexiltest

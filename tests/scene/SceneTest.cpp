@@ -1,5 +1,7 @@
 #include "SceneSupport.h"
 
+#include "../device/DeviceFixtures.h"
+
 #include <VexilDX9/VirtualRealityDX9.h>
 
 #include <LogCapture.h>
@@ -9,6 +11,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <deque>
 
 using namespace scenetest;
 
@@ -44,6 +48,18 @@ std::string sceneText() {
                                                frame("StubPart", translation(1.5f, -1.5f, 0) +
                                                                      quad("Part", {material(1, 1, 0, 1, 1, "")})))) +
            "AnimationSet Lift { Animation { {Bone1} AnimationKey { 2; 2; 0;3;0.0,0.0,0.0;;, 4;3;0.0,1.0,0.0;;; } } }\n";
+}
+
+// D3DXLoadMeshHierarchyFromXW as VexilDX9.dll calls it: the scripted results first, then the real one.
+std::deque<HRESULT> g_loadResults;
+void* g_realLoad = nullptr;
+HRESULT WINAPI scriptedLoad(const WCHAR* file, DWORD options, IDirect3DDevice9* device, ID3DXAllocateHierarchy* allocator,
+                            ID3DXLoadUserData* userData, D3DXFRAME** root, ID3DXAnimationController** animation) {
+    if (g_loadResults.empty())
+        return reinterpret_cast<decltype(&scriptedLoad)>(g_realLoad)(file, options, device, allocator, userData, root, animation);
+    HRESULT hr = g_loadResults.front();
+    g_loadResults.pop_front();
+    return hr;
 }
 
 class SceneTest : public vexiltest::DeviceTest {
@@ -111,14 +127,17 @@ TEST_F(SceneTest, LoadBuildsTexturesGroupsSkinsAndHidesTheFramesOfAFailedSkin) {
     ASSERT_EQ(manager.textureResources().size(), 1u);  // one texture for the two materials naming tex.png
     IDirect3DTexture9* texture = manager.textureResources()[tex].get();
     EXPECT_EQ(manager.failedTextures().size(), 1u);
-    EXPECT_EQ(log.count("meshManagerD3DX9", "Fail to create texture" + std::string(missing.getUTF8String())), 1u);
-    EXPECT_EQ(log.count("meshManagerD3DX9", "Texture fails to load "), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Fail to create texture" + std::string(missing.getUTF8String()), 4), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Texture fails to load ", 1), 1u);
     for (const char* name : {"Left", "Right"}) {
         const zeb::Array<COMPtr<IDirect3DTexture9>::pointer>& list = scene.frameRefByName(name).m_containerTextures[0].m_textureList;
         ASSERT_EQ(list.size(), 2u);
         EXPECT_EQ(list[0].get(), texture);
         EXPECT_EQ(list[1].get(), nullptr);
     }
+    const ULONG held = references(texture);  // a copied frame node holds a reference of its own
+    EXPECT_EQ(references(FrameNode(scene.frameRefByName("Left")).m_containerTextures[0].m_textureList[0].get()), held + 1);
+    EXPECT_EQ(references(texture), held);
     const auto& groups = scene.textureTable();
     ASSERT_EQ(groups.size(), 3u);
     EXPECT_EQ(groups.keys()[0], tex);
@@ -137,7 +156,7 @@ TEST_F(SceneTest, LoadBuildsTexturesGroupsSkinsAndHidesTheFramesOfAFailedSkin) {
     ASSERT_EQ(nodes.size(), 2u);
     EXPECT_EQ(nodes[1].frameIndex, manager.frameIndex().frameListIndex()[zeb::String("Bone1")]);
     EXPECT_EQ(nodes[1].influenceIndex, 1u);
-    EXPECT_EQ(log.count("VexilDX9", "ConvertToBlendedMesh fails"), 1u);
+    EXPECT_EQ(log.count("VexilDX9", "111 ConvertToBlendedMesh fails", 4), 1u);
     EXPECT_FALSE(scene.frameRefByName("StubPart").m_renderFrame);
     EXPECT_TRUE(scene.frameRefByName("Stub").m_renderFrame);
 
@@ -155,18 +174,20 @@ TEST_F(SceneTest, FrameListEntriesFillOneListPerSkinnedContainer) {
     vexiltest::LogCapture log;
     MeshManagerD3DX9 manager;
     zeb::Array<zeb::String> entries;
-    for (const char* entry : {"0:A", "2:B", "2:C", "bad", "1:D"}) entries.append(entry);
-    EXPECT_FALSE(manager.parseSkinnedFrameExternalFrame(entries));  // stops at "bad", keeping what came before
+    for (const char* entry : {"0:A", "2:B", "4294967295:X", "99999999999:Y", "3:Z", "2:C", "bad", "1:D"}) entries.append(entry);
+    // Three mesh containers: entries past them are refused and the rest read, up to "bad".
+    EXPECT_FALSE(manager.parseSkinnedFrameExternalFrame(entries, 3));
     ASSERT_EQ(manager.externalFrameLists().size(), 3u);
     EXPECT_EQ(manager.externalFrameLists()[0].size(), 1u);
     EXPECT_EQ(manager.externalFrameLists()[1].size(), 0u);
     EXPECT_EQ(manager.externalFrameLists()[2][1], zeb::String("C"));
-    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list in k2m is malformed"), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "refused: the scene has 3 mesh containers", 3), 3u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list in k2m is malformed", 2), 1u);
     zeb::Array<zeb::String> twoColons;
     twoColons.append("0:A:B");
     EXPECT_FALSE(manager.parseSkinnedFrameExternalFrame(twoColons));
     EXPECT_TRUE(manager.parseSkinnedFrameExternalFrame(zeb::Array<zeb::String>()));
-    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list is empty in the k2m"), 1u);
+    EXPECT_EQ(log.count("meshManagerD3DX9", "Frame list is empty in the k2m", 2), 1u);
 }
 
 TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
@@ -190,6 +211,21 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
     D3DXMATRIX viewProjection;
     D3DXMatrixMultiply(&viewProjection, &scene.perspectiveViewer().view(), &scene.perspectiveViewer().projection());
     EXPECT_TRUE(viewProjection == scene.perspectiveViewer().viewProjection());
+
+    // The fixed camera and projection, and three grey lights set and switched on.
+    ASSERT_TRUE(scene.setupAnimation(device()));
+    D3DXMATRIX view, projection;
+    device()->GetTransform(D3DTS_VIEW, &view), device()->GetTransform(D3DTS_PROJECTION, &projection);
+    EXPECT_NEAR(D3DXMatrixInverse(&view, nullptr, &view)->_43, -30.78054f, 1e-4f);
+    EXPECT_TRUE(projection == scene.perspectiveViewer().matrixPerspectiveFovLH());
+    ASSERT_EQ(scene.numberOfLights(), 3u);
+    for (DWORD i = 0; i < 3; ++i) {
+        D3DLIGHT9 light;
+        BOOL on = FALSE;
+        EXPECT_TRUE(SUCCEEDED(device()->GetLight(i, &light)) && SUCCEEDED(device()->GetLightEnable(i, &on)) && on);
+        EXPECT_TRUE(std::memcmp(&light, &scene.light(i), sizeof light) == 0 && light.Diffuse.g == 64 / 255.0f) << i;
+    }
+    EXPECT_TRUE(scene.light(1).Type == D3DLIGHT_POINT && scene.light(2).Position.z == 16.3f && scene.light(2).Phi == 1.8849556f);
 
     // Without "CameraDummy" the transforms are updated before the look-up fails.
     std::string lone = xHeader() + frame("Lone", translation(0, 0, 0)) +
@@ -235,6 +271,7 @@ TEST_F(SceneTest, TheSkinningEffectDrawsTheFixedFunctionSilhouette) {
     Effect effect;
     ASSERT_TRUE(effect.load("skinnedMesh.fxo", holder));  // compiled beside the test program
     EXPECT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
+    EXPECT_FALSE(MeshManagerD3DX9().setSkinEffect(BorrowedEffect(&effect))) << "no skinned mesh to take it";
     for (unsigned step : {0u, 1u}) {
         ASSERT_TRUE(scene.animate(step));
         prepare(scene);
@@ -257,37 +294,75 @@ TEST_F(SceneTest, TheSkinningEffectDrawsTheFixedFunctionSilhouette) {
     ASSERT_TRUE(skinned.vertexBlend()->m_blendIndices.get(indices));
     EXPECT_EQ(std::vector<int>(indices.begin(), indices.end()), (std::vector<int>{0, 1, -1}));
     float power = 0;
-    EXPECT_TRUE(skinned.material()->m_specularPower.get(power));
+    D3DXVECTOR4 diffuse;
+    EXPECT_TRUE(skinned.material()->m_specularPower.get(power) && skinned.material()->m_diffuseColor.get(diffuse));
     EXPECT_EQ(power, 90.0f);
+    EXPECT_EQ(diffuse, D3DXVECTOR4(1, 0, 1, 1)) << "an untextured combination's own colour";
 
     firstPass.append(7);  // no such pass: the draw fails and reports a constant
     EXPECT_FALSE(scene.meshManager().renderSkin(holder, scene, true, firstPass));
-    EXPECT_EQ(log.count("VexilDX9", "284 Skinned mesh draw subset failed 0x"), 1u) << log.dump();
+    EXPECT_EQ(log.count("VexilDX9", "284 Skinned mesh draw subset failed 0x", 3), 1u) << log.dump();
     effect.technique(0).end();
+
+    // A textured skin whose faces take three bones: the palette fills and the texture is drawn.
+    std::string normals = "MeshNormals { 1; 0.0;0.0;-1.0;; 2; 3;0,0,0;, 3;0,0,0;; }\n";
+    std::string three = xHeader() + frame("B0", frame("B1", frame("B2", ""))) +
+                        frame("Body", quadMesh("Skin", materialList({material(1, 1, 1, 1, 1, "tex.png")}, 0, 0),
+                                               normals + skin({"B0", "B1", "B2"})));
+    ASSERT_TRUE(scene.loadVirtualReality(vexiltest::outputDir().c_str(), writeFixture("three.x", three).c_str(), device(), frameList));
+    scene.meshManager().updateTransformation();
+    prepare(scene);
+    firstPass.removeAt(1);
+    ASSERT_TRUE(scene.meshManager().renderSkin(holder, scene, true, firstPass));
+    const SkinnedMesh& textured = scene.meshManager().skinnedMesh()[0];
+    ASSERT_TRUE(textured.vertexBlend()->m_blendIndices.get(indices));
+    EXPECT_EQ(std::vector<int>(indices.begin(), indices.end()), (std::vector<int>{0, 1, 2}));
+    auto p = pixelOf(scene, 0.5f, 0.5f);
+    uint32_t texel = finish().at(p.first, p.second);
+    EXPECT_GT(texel & 0xFF, (texel >> 16) & 0xFF) << std::hex << texel << ": the texture's blue over its red";
 }
 
-TEST_F(SceneTest, ReallocationAfterAResetDrawsTheSamePixels) {
+// An application's reset, cycle after cycle: the scene and the skinning effect let go of the device,
+// Reset, the scene is loaded, lit and animated again. Every cycle draws the first pictures of both
+// skin paths (under the scene's own lights) and leaves what the first cycle left: device
+// references and heap blocks.
+TEST_F(SceneTest, ResetCyclesDrawTheFirstPicturesAndLeaveNothingBehind) {
     VirtualRealityDX9 scene;
-    ASSERT_TRUE(load(scene));
-    auto draw = [&] {
+    Effect effect;
+    ASSERT_TRUE(load(scene) && effect.load("skinnedMesh.fxo", holder));
+    ASSERT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));  // once: the reloads keep it
+    auto pictures = [&] {
+        scene.setupAnimation(device());
         scene.animate(1);
-        prepare(scene);
-        scene.render(device(), true);
-        return finish().pixels;
+        device()->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+        std::vector<uint32_t> pixels;
+        for (bool throughEffect : {false, true}) {
+            testDevice().clear(kBackground);
+            device()->BeginScene();
+            EXPECT_TRUE(throughEffect ? scene.renderRigid(device(), true) && scene.meshManager().renderSkin(holder, scene, true, firstPass)
+                                      : scene.render(device(), true));
+            const std::vector<uint32_t> image = finish().pixels;
+            pixels.insert(pixels.end(), image.begin(), image.end());
+        }
+        return pixels;
     };
-    std::vector<uint32_t> before = draw();
-    scene.cleanup();  // Wine resets only without resources in the default pool
-    D3DPRESENT_PARAMETERS parameters;
-    COMPtr<IDirect3DSwapChain9>::pointer chain;
-    device()->GetSwapChain(0, chain.receive());
-    chain->GetPresentParameters(&parameters);
-    chain.reset();
-    ASSERT_EQ(device()->Reset(&parameters), D3D_OK);
-    ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
-    EXPECT_TRUE(draw() == before);
+    const std::vector<uint32_t> first = pictures();
+    ULONG references = 0;
+    std::pair<size_t, size_t> heap;
+    for (unsigned cycle = 1; cycle <= vexiltest::resetCycles(); ++cycle) {
+        scene.cleanup();
+        effect.effect()->OnLostDevice();
+        ASSERT_EQ(vexiltest::resetDevice(device()), D3D_OK);
+        effect.effect()->OnResetDevice();
+        ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
+        ASSERT_TRUE(pictures() == first) << "cycle " << cycle;
+        if (cycle == 1) references = vexiltest::referencesOf(device()), heap = vexiltest::runtimeHeapInUse();
+    }
+    EXPECT_EQ(vexiltest::referencesOf(device()), references);
+    EXPECT_EQ(vexiltest::runtimeHeapInUse(), heap);
 }
 
-TEST_F(SceneTest, FailedLoadsAndReloadsLeaveNothingBehind) {
+TEST_F(SceneTest, LoadsLeaveTheSceneWholeOrEmptyAndNothingBehind) {
     vexiltest::LogCapture log;
     AllocationSpy spy;
     ASSERT_TRUE(spy.registered());
@@ -295,20 +370,53 @@ TEST_F(SceneTest, FailedLoadsAndReloadsLeaveNothingBehind) {
         VirtualRealityDX9 scene;
         EXPECT_FALSE(scene.loadVirtualReality("", "", device(), frameList));
         EXPECT_FALSE(scene.loadVirtualReality("", path, nullptr, frameList));
-        EXPECT_EQ(log.count("VexilDX9", "Cannot load a file without a filename"), 1u);
-        EXPECT_EQ(log.count("VexilDX9", "NULL render device not allowed"), 1u);
+        EXPECT_EQ(log.count("VexilDX9", "Cannot load a file without a filename", 3), 1u);
+        EXPECT_EQ(log.count("VexilDX9", "NULL render device not allowed", 3), 1u);
+        vexiltest::ImportPatch patch("VexilDX9.dll", "d3dx9_37.dll", "D3DXLoadMeshHierarchyFromXW", reinterpret_cast<void*>(&scriptedLoad));
+        ASSERT_TRUE(patch.ok());
+        g_realLoad = patch.original();
+        g_loadResults = {E_OUTOFMEMORY, D3DERR_INVALIDCALL, E_OUTOFMEMORY};  // the last is followed by a real load
+        EXPECT_FALSE(load(scene));
         ASSERT_TRUE(load(scene));
-        ID3DXSkinInfo* skinInfo = D3DXFrameFind(scene.frameRoot(), "Body")->pMeshContainer->pSkinInfo;
-        skinInfo->AddRef();
-        EXPECT_EQ(references(skinInfo), 2u);  // the container's and ours: building the skin kept none
-        ASSERT_TRUE(load(scene));  // a reload destroys the first tree
-        EXPECT_EQ(skinInfo->Release(), 0u);
+        EXPECT_EQ(log.count("VexilDX9", "D3DXLoadMeshHierarcyFromX runs out of memory", 4), 2u);
+        EXPECT_EQ(log.count("VexilDX9", "D3DXLoadMeshHierarcyFromX returned D3DERR_INVALIDCALL", 4), 1u);
+        EXPECT_EQ(log.count("VexilDX9", "failed to load " + std::string(path.getUTF8String()) + " -2005530516", 4), 1u);
+        ASSERT_TRUE(load(scene));  // a reload lets the indexes go before the first tree
+        vexiltest::expectAssertion([&] { scene.renderRigid(nullptr, true); }, 359, "renderDevice != NULL", "VexilDX9/VirtualRealityDX9");
+        vexiltest::expectAssertion([&] { scene.meshManager().skinnedMesh()[0].renderSkin(nullptr, scene.meshManager().frameIndex(), true); },
+                                   155, "renderDevice != NULL", "VexilDX9/SkinnedMesh");
+        // A container that lost its mesh is left out of the drawing.
+        ID3DXMesh*& leftMesh = D3DXFrameFind(scene.frameRoot(), "Left")->pMeshContainer->MeshData.pMesh;
+        ID3DXMesh* kept = std::exchange(leftMesh, nullptr);
+        scene.animate(0);
+        prepare(scene);
+        EXPECT_TRUE(scene.render(device(), true));
+        EXPECT_TRUE(colourAt(finish(), scene, -2.25f, 1.25f, kBackground));
+        leftMesh = kept;
+
+        // A skinned mesh that cannot be built without a frame list entry throws; the scene is empty.
+        EXPECT_THROW(scene.loadVirtualReality("", path, device(), zeb::Array<zeb::String>()), zeb::IndexOutOfBounds);
+        EXPECT_TRUE(!scene.frameRoot() && scene.textureTable().empty() && scene.meshManager().skinnedMesh().empty());
+        prepare(scene);
+        EXPECT_TRUE(scene.render(device(), true) && scene.renderSkin(device(), true));
+        EXPECT_EQ(covered(finish()), 0);
         EXPECT_FALSE(scene.loadVirtualReality("", "nowhere.x", device(), frameList));
-        EXPECT_EQ(log.count("VexilDX9", "Switching to system memory"), 2u);
-        EXPECT_EQ(log.count("VexilDX9", "failed to load nowhere.x"), 1u);
+        EXPECT_EQ(log.count("VexilDX9", "Switching to system memory", 3), 5u);
+        EXPECT_EQ(log.count("VexilDX9", "failed to load nowhere.x", 4), 1u);
         EXPECT_EQ(scene.frameRoot(), nullptr);
-        EXPECT_TRUE(scene.textureTable().empty());
-        ASSERT_TRUE(load(scene));
+
+        // A skinned mesh without a material list draws in white.
+        std::string bare = xHeader() + frame("Bone", quadMesh("Bare", "", skin({"Bone"}))) +
+                           frame("Tiled", quadMesh("Tiled", materialList({material(1, 1, 1, 1, 1, "tex.png")}, 0, 0)));
+        const std::string barePath = writeFixture("bare.x", bare);
+        ASSERT_TRUE(scene.loadVirtualReality(vexiltest::outputDir().c_str(), barePath.c_str(), device(), frameList));
+        ASSERT_EQ(scene.meshManager().skinnedMesh().size(), 1u);
+        EXPECT_EQ(scene.meshManager().skinnedMesh()[0].boneArrays()[0].material.material.Diffuse.g, 1.0f);
+        EXPECT_TRUE(scene.renderSkin(device(), true));
+        ASSERT_TRUE(DeleteFileA(barePath.c_str()));  // a scene that can no longer be read leaves nothing
+        EXPECT_FALSE(scene.reallocateRenderResources(holder, frameList));
+        EXPECT_EQ(log.count("VexilDX9", "Failed to reload virtual reality", 4), 1u);
+        EXPECT_EQ(scene.frameRoot(), nullptr);
     }
     EXPECT_EQ(spy.liveBlocks(), 0u);
 }

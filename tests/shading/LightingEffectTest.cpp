@@ -57,6 +57,7 @@ TEST_F(LightingEffectTest, EffectFilesAreFoundByRelativeNameAndCheckedWhenBound)
     EXPECT_FALSE(initializeIn("shading"));
     EXPECT_TRUE(log.contains("VexilDX9", 3, "75 Failed to load effect file lightingEffect.fxo")) << log.dump();
     EXPECT_FALSE(m_lighting->blinnPhongShading().isInitialized());
+    EXPECT_THROW(m_lighting->spotLightParameter(), zeb::AssertionFailure) << "no blocks yet";
     EXPECT_THROW(m_lighting->blinnPhongShading().render(nullptr, 0), zeb::IndexOutOfBounds) << "never initialised";
 
     EXPECT_TRUE(initializeIn("shading/lower-case")) << "the technique is found whatever its letter case";

@@ -52,10 +52,26 @@ protected:
         spot.spotLightColor.set(l.spotColor), spot.innerAngle.set(l.innerAngle), spot.outerAngle.set(l.outerAngle);
         point.pointLightPosition.set(l.pointPosition), point.pointLightColor.set(l.pointColor);
     }
-    void draw(ID3DXMesh* mesh, const D3DXVECTOR3& at) {
-        D3DXMATRIX identity;  // normals of a moved mesh stay as they are
-        m_general->matWorld.set(translation(at)), m_general->matWorldInverseTranspose.set(*D3DXMatrixIdentity(&identity));
+    // The world matrix, and the inverse transpose that carries normals, as an application sets them.
+    void draw(ID3DXMesh* mesh, const D3DXMATRIX& world) {
+        D3DXMATRIX inverseTranspose;
+        D3DXMatrixTranspose(&inverseTranspose, D3DXMatrixInverse(&inverseTranspose, nullptr, &world));
+        m_general->matWorld.set(world), m_general->matWorldInverseTranspose.set(inverseTranspose);
         EXPECT_TRUE(m_effect.technique(m_effect.techniqueIndex("BlinnPhongShading")).render(mesh, 0));
+    }
+    // The sphere squashed by the inverse of a rotation with uneven scaling, its normals made to
+    // match: drawn through that rotation and scaling it is the round sphere again, lit right
+    // only when the effect carries normals by the inverse transpose.
+    void squashSphere(const D3DXMATRIX& turn) {
+        D3DXMATRIX inverse, transpose;  // points go back by the inverse, normals by the transpose
+        D3DXMatrixInverse(&inverse, nullptr, &turn), D3DXMatrixTranspose(&transpose, &turn);
+        D3DXVECTOR3* vertex = nullptr;  // position, then normal
+        m_sphere->LockVertexBuffer(0, reinterpret_cast<void**>(&vertex));
+        for (DWORD i = 0; i < m_sphere->GetNumVertices(); ++i, vertex += 2) {
+            D3DXVec3TransformCoord(&vertex[0], &vertex[0], &inverse);
+            D3DXVec3Normalize(&vertex[1], D3DXVec3TransformNormal(&vertex[1], &vertex[1], &transpose));
+        }
+        m_sphere->UnlockVertexBuffer();
     }
     void makeTexture() {
         ASSERT_EQ(D3D_OK, device()->CreateTexture(2, 1, 1, 0, D3DFMT_X8R8G8B8, D3DPOOL_MANAGED, m_texture.receive(), nullptr));
@@ -81,11 +97,17 @@ TEST_P(LitSceneTest, PixelsFollowTheBlinnPhongEquation) {
     lights.pointColor = c.point ? D3DXVECTOR4(0.8f, 1, 0.8f, 1) : lights.pointColor;
     if (c.textured) makeTexture();
     setValues(material, lights, c.textured);
-    device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
-    device()->BeginScene();
-    if (!c.textured) draw(m_sphere.get(), kSphereCentre);
-    draw(m_ground.get(), D3DXVECTOR3(0, 0, 0));
-    device()->EndScene();
+    D3DXMATRIX scale, turn;
+    D3DXMatrixMultiply(&turn, D3DXMatrixScaling(&scale, 1.6f, 0.5f, 1.2f), D3DXMatrixRotationYawPitchRoll(&turn, 0.7f, 0.4f, -0.3f));
+    squashSphere(turn);
+    auto drawScene = [&] {
+        device()->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0, 1, 0);
+        device()->BeginScene();
+        if (!c.textured) draw(m_sphere.get(), turn * translation(kSphereCentre));
+        draw(m_ground.get(), translation(D3DXVECTOR3(0, 0, 0)));
+        device()->EndScene();
+    };
+    drawScene();
     int compared = compareWithReference(!c.textured, [&](const Surface& s, D3DCOLOR& expected, int& tolerance) {
         D3DXVECTOR4 base = c.textured ? sampleTexture((s.p.x + kGroundHalf) / (2 * kGroundHalf)) : D3DXVECTOR4(1, 1, 1, 1);
         expected = blinnPhong(material, lights, s.p, s.n, m_eye, base);
@@ -93,6 +115,17 @@ TEST_P(LitSceneTest, PixelsFollowTheBlinnPhongEquation) {
         return true;
     });
     EXPECT_GT(compared, 500);
+
+    // The effect lets go of the device before each reset and takes it back after, as
+    // LightingEffect's owner does: the same picture every cycle.
+    const std::vector<uint32_t> picture = vexiltest::readRenderTarget(device()).pixels;
+    for (unsigned cycle = 1; c.textured && cycle <= vexiltest::resetCycles(); ++cycle) {
+        m_effect.effect()->OnLostDevice();
+        ASSERT_EQ(D3D_OK, vexiltest::resetDevice(device()));
+        m_effect.effect()->OnResetDevice();
+        drawScene();
+        ASSERT_TRUE(vexiltest::readRenderTarget(device()).pixels == picture) << "cycle " << cycle;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Lights, LitSceneTest,

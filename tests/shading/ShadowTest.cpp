@@ -87,8 +87,11 @@ protected:
     Lights m_lights;
 };
 
-// Made, replaced, dropped for a device reset and made again, the map still shadows the ground.
-TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterAReset) {
+// Made, replaced, and dropped and made again around device resets, the map shadows the ground, also
+// through a copy that outlives the original and under a perspective lamp.
+TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterResets) {
+    EXPECT_THROW(m_map->light(), zeb::AssertionFailure) << "no blocks before initialize";
+    EXPECT_FALSE(m_map->allocateShadowMapResources(COMPtr<IDirect3DDevice9>::pointer(), 64));
     ASSERT_TRUE(m_map->initialize(deviceHolder()));
     EXPECT_FALSE(m_map->isInitialized()) << "no map yet";
     ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), 200));
@@ -102,16 +105,24 @@ TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterARese
     EXPECT_TRUE(desc.Format == D3DFMT_R32F && desc.Width == 256 && desc.Height == 256);
     expectShadowOfTheBox();
 
-    m_map->effect().effect()->OnLostDevice();
-    m_map->releaseShadowMapResources();
-    COMPtr<IDirect3DSwapChain9>::pointer chain;
-    D3DPRESENT_PARAMETERS parameters;
-    device()->GetSwapChain(0, chain.receive());
-    chain->GetPresentParameters(&parameters);
-    chain.reset();
-    ASSERT_EQ(D3D_OK, device()->Reset(&parameters));
-    m_map->effect().effect()->OnResetDevice();
-    ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));
+    // Dropped for a device reset and made again, cycle after cycle: the first picture every time,
+    // and no more device references than after the first cycle.
+    const std::vector<uint32_t> picture = vexiltest::readRenderTarget(device()).pixels;
+    ULONG references = 0;
+    for (unsigned cycle = 1; cycle <= vexiltest::resetCycles(); ++cycle) {
+        m_map->effect().effect()->OnLostDevice();
+        m_map->releaseShadowMapResources();
+        ASSERT_EQ(D3D_OK, vexiltest::resetDevice(device()));
+        m_map->effect().effect()->OnResetDevice();
+        ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));
+        render();
+        ASSERT_TRUE(vexiltest::readRenderTarget(device()).pixels == picture) << "cycle " << cycle;
+        if (cycle == 1) references = vexiltest::referencesOf(device());
+    }
+    EXPECT_EQ(vexiltest::referencesOf(device()), references);
+    m_map = std::make_unique<ShadowMap>(ShadowMap(*m_map));
+    EXPECT_EQ(&m_map->effect(), m_map->light().m_lightDirection.m_effect.get()) << "the copy binds its own effect";
+    D3DXMatrixPerspectiveFovLH(&m_lampProjection, D3DX_PI / 4, 1, kZNear, kZFar);
     expectShadowOfTheBox();
 }
 
@@ -120,7 +131,6 @@ class ShadowMapScriptedTest : public vexiltest::ScriptedDirect3DTest {};
 TEST_F(ShadowMapScriptedTest, ADeviceWithoutFloatTargetsKeepsTheDepthSurfaceAndTheDimension) {
     vexiltest::TestWindow window;
     d3d->refusedFormat = D3DFMT_R32F;
-    d3d->deviceScript.createTextureResult = D3DERR_OUTOFVIDEOMEMORY;
     D3DPRESENT_PARAMETERS parameters = {};
     parameters.Windowed = TRUE;
     parameters.SwapEffect = D3DSWAPEFFECT_DISCARD;
@@ -130,8 +140,12 @@ TEST_F(ShadowMapScriptedTest, ADeviceWithoutFloatTargetsKeepsTheDepthSurfaceAndT
                                         &parameters, device.receive()));
     {
         ShadowMap map(device);
+        ASSERT_TRUE(map.allocateShadowMapResources(device, 512));
+        vexiltest::ScriptedDevice9::of(device.get()).script.createTextureResult = D3DERR_OUTOFVIDEOMEMORY;
         EXPECT_FALSE(map.allocateShadowMapResources(device, 1024));
-        EXPECT_TRUE(map.zStencil() && !map.shadowDepthMap() && !map.isInitialized());
+        D3DSURFACE_DESC depth;
+        map.zStencil()->GetDesc(&depth);
+        EXPECT_TRUE(depth.Width == 1024 && !map.shadowDepthMap() && !map.isInitialized()) << "nothing of 512 is left";
         EXPECT_EQ(1024u, map.shadowMapDimension());
     }
     const char* expected[] = {"14 IDirect3D9::CheckDeviceFormat D3DERR_NOTAVAILABLE",

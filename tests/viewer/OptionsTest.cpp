@@ -20,7 +20,7 @@ TEST(ViewerOptions, HeadlessRunTakesEveryOption) {
     Options o;
     ASSERT_EQ("", parse({"scene.x", "--textures", "t", "--k2m", "f.k2m", "--size", "320x200", "--skin", "effect",
                          "--no-textures", "--lighting", "blinn-phong", "--shadows", "--frames", "12", "--fps", "7.5",
-                         "--out", "o"}, o));
+                         "--out", "o", "--animation", "1", "--once", "--speed", "0.5"}, o));
     EXPECT_EQ("scene.x", o.scene);
     EXPECT_EQ("t", o.textureDirectory);
     EXPECT_EQ("f.k2m", o.k2mFile);
@@ -34,6 +34,19 @@ TEST(ViewerOptions, HeadlessRunTakesEveryOption) {
     EXPECT_EQ(12u, o.frames);
     EXPECT_DOUBLE_EQ(7.5, o.fps);
     EXPECT_EQ("o", o.outputDirectory);
+    EXPECT_EQ("1", o.animation);
+    EXPECT_TRUE(o.once);
+    EXPECT_DOUBLE_EQ(0.5, o.speed);
+}
+
+TEST(ViewerOptions, GalleryDrawsSmallPreviewsUnlessTold) {
+    Options o;
+    ASSERT_EQ("", parse({"--gallery", "models", "--out", "o", "--fps", "4", "--timeout", "5"}, o));
+    EXPECT_EQ("models", o.gallery);
+    EXPECT_EQ(24u, o.frames);
+    EXPECT_DOUBLE_EQ(4.0, o.fps);
+    EXPECT_EQ(240u, o.width);
+    EXPECT_DOUBLE_EQ(5.0, o.timeout);
 }
 
 TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
@@ -55,6 +68,11 @@ TEST(ViewerOptions, RefusedCommandLinesNameTheirFault) {
         {{"a.x", "--frames", "5", "--out", "o", "--fps", "0"}, "--fps"},
         {{"a.x", "--textures"}, "needs a value"},
         {{"a.x", "--fast"}, "unknown option"},
+        {{"a.x", "--speed", "0"}, "--speed"},
+        {{"a.x", "--info", "--frames", "5", "--out", "o"}, "--info draws nothing"},
+        {{"--gallery", "d"}, "--gallery needs --out"},
+        {{"a.x", "--gallery", "d", "--out", "o"}, "not a scene file"},
+        {{"a.x", "--timeout", "5"}, "--timeout needs --gallery"},
     };
     for (const auto& c : cases) {
         Options o;

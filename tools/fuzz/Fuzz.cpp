@@ -1,8 +1,9 @@
 // vexil-fuzz: the damaged-input campaign. Makes damaged variants of the project's X files,
 // compiled effects and effect sources (and of the third-party samples when given), runs them in
 // watched child processes (vexil-fuzz-runner, several inputs each, one time limit per input) and
-// reports tried / refused / loaded / crashed / hung per target, keeping every input that crashed
-// or hung.
+// reports tried / refused / loaded / crashed / hung / leaked per target, keeping every input that
+// crashed, hung or leaked. X files go through D3DX alone ("x") and through the whole scene path
+// ("scene": load, index, animate, both skin paths, device reset and reallocation, clean-up).
 //   vexil-fuzz --source DIR --out DIR [--samples DIR] [--minutes N] [--count N] [--seed S]
 #include "Mutator.h"
 #include "XFixtures.h"
@@ -38,7 +39,7 @@ struct Seed {
     std::string bytes;
 };
 
-enum class Outcome { Loaded, Refused, Crashed, Hung };
+enum class Outcome { Loaded, Refused, Crashed, Hung, Leaked };
 
 struct Input {
     std::string path;
@@ -51,7 +52,7 @@ struct Target {
     bool effect;
     bool source;
     std::vector<Seed> seeds;
-    size_t tried = 0, refused = 0, loaded = 0, crashed = 0, hung = 0;
+    size_t tried = 0, refused = 0, loaded = 0, crashed = 0, hung = 0, leaked = 0;
 };
 
 const DWORD kInputSeconds = 20;     // one input may take this long under a loaded Wine
@@ -122,16 +123,21 @@ std::string binDir()
 
 std::vector<Target> makeTargets(const Options& options)
 {
-    std::vector<Target> targets = {{"x", false, false, {}}, {"effect", true, false, {}}, {"fxc", true, true, {}}};
+    std::vector<Target> targets = {{"x", false, false, {}},
+                                   {"scene", false, false, {}},
+                                   {"effect", true, false, {}},
+                                   {"fxc", true, true, {}}};
     for (auto& [name, bytes] : xfixtures::seedFiles())
         targets[0].seeds.push_back({name, bytes});
-    findFiles(binDir() + "\\test-effects", {".fxo"}, targets[1].seeds);
-    findFiles(options.source + "\\tests\\effects\\fixtures", {".fx"}, targets[2].seeds);
-    findFiles(options.source + "\\bench\\effects", {".fx"}, targets[2].seeds);
+    findFiles(binDir() + "\\test-effects", {".fxo"}, targets[2].seeds);
+    findFiles(options.source + "\\tests\\effects\\fixtures", {".fx"}, targets[3].seeds);
+    findFiles(options.source + "\\bench\\effects", {".fx"}, targets[3].seeds);
     if (!options.samples.empty()) {
         findFiles(options.samples, {".x"}, targets[0].seeds);
-        findFiles(options.samples, {".fxb"}, targets[1].seeds);
+        findFiles(options.samples, {".fxb"}, targets[2].seeds);
     }
+    targets[1].seeds = targets[0].seeds;
+    findFiles(binDir() + "\\scene", {".x"}, targets[1].seeds);  // the bundled scene: textures, camera, skin
     return targets;
 }
 
@@ -184,7 +190,9 @@ void applyLine(const std::string& line, size_t from, std::vector<Input>& inputs,
         return;
     const bool done = std::strcmp(word, "done") == 0;
     if (done)
-        inputs[from + index].outcome = std::strcmp(result, "loaded") == 0 ? Outcome::Loaded : Outcome::Refused;
+        inputs[from + index].outcome = std::strcmp(result, "loaded") == 0   ? Outcome::Loaded
+                                       : std::strcmp(result, "leaked") == 0 ? Outcome::Leaked
+                                                                            : Outcome::Refused;
     progress = {from + index + (done ? 1 : 0), !done, Clock::now()};
 }
 
@@ -257,6 +265,8 @@ const char* outcomeName(Outcome outcome)
         return "refused";
     case Outcome::Crashed:
         return "crashed";
+    case Outcome::Leaked:
+        return "leaked";
     default:
         return "hung";
     }
@@ -267,9 +277,9 @@ void settle(Target& target, std::vector<Input>& inputs, const std::string& keepD
 {
     for (Input& input : inputs) {
         ++target.tried;
-        size_t* counts[] = {&target.loaded, &target.refused, &target.crashed, &target.hung};
+        size_t* counts[] = {&target.loaded, &target.refused, &target.crashed, &target.hung, &target.leaked};
         ++*counts[int(input.outcome)];
-        if (input.outcome == Outcome::Crashed || input.outcome == Outcome::Hung) {
+        if (input.outcome != Outcome::Loaded && input.outcome != Outcome::Refused) {
             const std::string name = input.path.substr(input.path.find_last_of('\\') + 1);
             CopyFileA(input.path.c_str(), (keepDir + "\\" + name).c_str(), FALSE);
             std::ofstream log(keepDir + "\\failures.txt", std::ios::app);
@@ -354,12 +364,13 @@ int main(int argc, char** argv)
         std::fflush(stdout);
         runTarget(target, options, Clock::now() + std::chrono::duration_cast<Clock::duration>(share));
     }
-    std::printf("\n%-8s %7s %8s %7s %8s %5s\n", "target", "tried", "refused", "loaded", "crashed", "hung");
+    std::printf("\n%-8s %7s %8s %7s %8s %5s %7s\n", "target", "tried", "refused", "loaded", "crashed", "hung", "leaked");
     bool clean = true;
     for (const Target& t : targets) {
-        std::printf("%-8s %7zu %8zu %7zu %8zu %5zu\n", t.name, t.tried, t.refused, t.loaded, t.crashed, t.hung);
-        clean = clean && t.crashed == 0 && t.hung == 0;
+        std::printf("%-8s %7zu %8zu %7zu %8zu %5zu %7zu\n", t.name, t.tried, t.refused, t.loaded, t.crashed, t.hung,
+                    t.leaked);
+        clean = clean && t.crashed == 0 && t.hung == 0 && t.leaked == 0;
     }
-    std::printf("%s\n", clean ? "nothing crashed or hung" : ("failing inputs kept under " + options.out).c_str());
+    std::printf("%s\n", clean ? "nothing crashed, hung or leaked" : ("failing inputs kept under " + options.out).c_str());
     return clean ? 0 : 1;
 }

@@ -1,5 +1,7 @@
 #include "Mutator.h"
 
+#include <VexilDX9/EffectFile.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -87,7 +89,33 @@ std::string binaryWord(uint16_t value)
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-// Frames inside frames (X files), #if blocks or parentheses inside each other (effect source).
+// Compiled effects: one or two of the count, offset and size words that the library's check reads
+// set to a value a broken writer or a bit flip could leave, so that damage whose structure still
+// holds goes on to D3DX.
+void damageStructure(std::string& file, Random& random, std::string& what)
+{
+    static const uint32_t kExtremes[] = {0, 1, 2, 4, 0xFF, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFC, 0xFFFFFFFF};
+    std::vector<size_t> words;
+    if (!VexilDX9::isWellFormedEffectBinary(reinterpret_cast<const uint8_t*>(file.data()), file.size(), &words))
+        return;
+    for (size_t edits = 1 + below(random, 2); edits > 0; --edits) {
+        const size_t at = words[below(random, words.size())];
+        uint32_t word;
+        std::memcpy(&word, &file[at], sizeof word);
+        switch (below(random, 5)) {
+        case 0: word = kExtremes[below(random, sizeof kExtremes / sizeof *kExtremes)]; break;
+        case 1: word += 4 * (uint32_t(below(random, 9)) - 4); break;
+        case 2: word ^= 1u << below(random, 32); break;
+        case 3: word = uint32_t(file.size() - below(random, 16)); break;
+        default: word = uint32_t(random()); break;
+        }
+        std::memcpy(&file[at], &word, sizeof word);
+        what += "structure word at " + std::to_string(at) + " set to " + std::to_string(word) + "; ";
+    }
+}
+
+// Frames inside frames (X files), #if blocks or parentheses inside each other (effect source); a
+// compiled effect has its structure damaged instead.
 void nestDeeply(std::string& file, size_t start, Encoding encoding, Random& random, std::string& what)
 {
     static const size_t kDepths[] = {200, 2000, 20000, 30000};
@@ -114,7 +142,7 @@ void nestDeeply(std::string& file, size_t start, Encoding encoding, Random& rand
         }
         break;
     case Encoding::EffectBinary:
-        return;
+        return damageStructure(file, random, what);
     }
     file.insert(start, repeated(open, depth) + repeated(close, depth));
     what += "nested " + std::to_string(depth) + " deep; ";

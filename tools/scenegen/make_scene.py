@@ -190,6 +190,7 @@ class MeshBuilder:
                 self.face_materials += [0, 0]
 
     def text(self, name, materials, extra=""):
+        """The Mesh object; materials are Material texts (none: no material list at all)."""
         out = ["Mesh %s {" % name, " %d;" % len(self.positions)]
         out.append(",\n".join(" %s;%s;%s;" % tuple(num(c) for c in p) for p in self.positions) + ";")
         out.append(" %d;" % len(self.faces))
@@ -200,9 +201,10 @@ class MeshBuilder:
         out.append(",\n".join("  3;%d,%d,%d;" % f for f in self.faces) + ";\n }")
         out.append(" MeshTextureCoords {\n  %d;" % len(self.uvs))
         out.append(",\n".join("  %s;%s;" % (num(u), num(v)) for u, v in self.uvs) + ";\n }")
-        out.append(" MeshMaterialList {\n  %d;\n  %d;" % (len(materials), len(self.face_materials)))
-        out.append(",\n".join("  %d" % m for m in self.face_materials) + ";")
-        out.append("\n".join(MATERIALS[m] for m in materials) + "\n }")
+        if materials:
+            out.append(" MeshMaterialList {\n  %d;\n  %d;" % (len(materials), len(self.face_materials)))
+            out.append(",\n".join("  %d" % m for m in self.face_materials) + ";")
+            out.append("\n".join(materials) + "\n }")
         if extra:
             out.append(extra)
         out.append("}")
@@ -291,17 +293,24 @@ def character_mesh():
                 weights[parent].append((index, 0.5))
             else:
                 weights[name].append((index, 1.0))
-    blocks = ["XSkinMeshHeader {\n 2;\n 2;\n %d;\n}" % len(BONES)]
-    for name, *_ in BONES:
-        joint = bind_position(name)
+    joints = {name: bind_position(name) for name, *_ in BONES}
+    return mesh.text("Body", [MATERIALS["CharacterSkin"]], skin_text(weights, joints))
+
+
+def skin_text(weights, joints):
+    """The skin of a mesh: bone name to its (vertex, weight) entries, and each bone's joint in the
+    bind pose (bones carry no rotation there)."""
+    blocks = ["XSkinMeshHeader {\n 2;\n 2;\n %d;\n}" % len(weights)]
+    for name, entries in weights.items():
+        joint = joints[name]
         offset = translation(-joint[0], -joint[1], -joint[2])  # mesh space to bone space
-        entries = sorted(weights[name])
+        entries = sorted(entries)
         blocks.append("SkinWeights {\n \"%s\";\n %d;\n %s;\n %s;\n %s;;\n}" % (
             name, len(entries),
             ",\n ".join(str(i) for i, _ in entries),
             ",\n ".join(num(w) for _, w in entries),
             matrix_text(offset)))
-    return mesh.text("Body", ["CharacterSkin"], "\n".join(blocks))
+    return "\n".join(blocks)
 
 
 def skeleton_text(name=None):
@@ -321,8 +330,9 @@ def walk_pose(seconds):
     period, radius, stride = 4.0, 5.0, 1.0
     angle = 2 * math.pi * seconds / period
     x, z = radius * math.cos(angle), radius * math.sin(angle)
-    # The scene plays its tracks backwards, so the character faces where decreasing time leads.
-    heading = math.atan2(math.sin(angle), -math.cos(angle))
+    # The character faces where it goes as time runs forward (vexil-view plays sets forward; the
+    # library's own scene controller runs its tracks backwards).
+    heading = math.atan2(-math.sin(angle), math.cos(angle))
     swing = math.sin(2 * math.pi * seconds / stride)
     bob = 0.12 * abs(math.cos(2 * math.pi * seconds / stride))
     pose = {
@@ -361,18 +371,20 @@ def camera_pose(seconds, period):
     return translation(26 * math.cos(angle), 11 + 2 * math.cos(2 * math.pi * seconds / period), 26 * math.sin(angle))
 
 
-def animation_set(name, pose, period, samples):
+def animation_set(name, pose, period, samples, ticks=TICKS_PER_SECOND, looped=True):
+    """Matrix keys of every frame the pose names; looped sets are closed, the others open (played
+    once)."""
     keyed = {}
     for k in range(samples + 1):
         seconds = period * k / samples
         for frame_name, m in pose(seconds).items():
-            keyed.setdefault(frame_name, []).append((round(seconds * TICKS_PER_SECOND), m))
-    parts = ["AnimationSet %s {" % name]  # each animation closed (looping), linear
+            keyed.setdefault(frame_name, []).append((round(seconds * ticks), m))
+    parts = ["AnimationSet %s {" % name]
     for frame_name in sorted(keyed):
         keys = keyed[frame_name]
         body = ",\n".join("  %d;16;%s;;" % (t, matrix_text(m)) for t, m in keys)
-        parts.append(" Animation {\n  AnimationKey {\n  4;\n  %d;\n%s;\n  }\n  AnimationOptions { 0; 1; }\n  { %s }\n }"
-                     % (len(keys), body, frame_name))
+        parts.append(" Animation {\n  AnimationKey {\n  4;\n  %d;\n%s;\n  }\n  AnimationOptions { %d; 1; }\n  { %s }\n }"
+                     % (len(keys), body, 0 if looped else 1, frame_name))
     parts.append("}")
     return "\n".join(parts)
 
@@ -393,13 +405,13 @@ def prop_frame(name, position, size, material_name):
     mesh = MeshBuilder()
     mesh.box((-size[0] / 2, 0.0, -size[2] / 2), (size[0] / 2, size[1], size[2] / 2))
     return frame(name, multiply(rotation_y(0.3 * (len(name) % 3)), translation(*position)),
-                 mesh.text(name + "Mesh", [material_name]))
+                 mesh.text(name + "Mesh", [MATERIALS[material_name]]))
 
 
 def scene_text():
     floor = MeshBuilder()
     floor.grid(48.0, 12, 8)
-    world = [frame("Floor", identity(), floor.text("FloorMesh", ["FloorStone"]))]
+    world = [frame("Floor", identity(), floor.text("FloorMesh", [MATERIALS["FloorStone"]]))]
     world += [prop_frame(*p) for p in PROPS]
     world.append(frame("Character", identity(), character_mesh() + "\n" + skeleton_text()))
     world.append(frame("CameraDummy", camera_pose(0.0, 4.0)))

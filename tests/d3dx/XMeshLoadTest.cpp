@@ -1,0 +1,222 @@
+#include <d3dx9.h>
+#include <gtest/gtest.h>
+
+#include "TestDevice.h"
+#include "TestHierarchy.h"
+#include "XFixtures.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace xfixtures;
+using vexiltest::LoadedScene;
+using vexiltest::Ref;
+
+class XMeshLoad : public vexiltest::DeviceTest {};
+
+// The material of each quad of the strip, told by where its triangles lie (the loader sorts
+// faces by material); 99 for a quad whose two triangles differ.
+std::vector<DWORD> quadMaterials(ID3DXMesh* mesh)
+{
+    DWORD* attributes = nullptr;
+    WORD* indices = nullptr;
+    BYTE* vertices = nullptr;
+    std::vector<DWORD> quads(mesh->GetNumFaces() / 2, 98);
+    if (FAILED(mesh->LockAttributeBuffer(D3DLOCK_READONLY, &attributes)) ||
+        FAILED(mesh->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&indices))) ||
+        FAILED(mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&vertices))))
+        return {};
+    for (DWORD face = 0; face < mesh->GetNumFaces(); ++face) {
+        float left = 1e9f;
+        for (int corner = 0; corner < 3; ++corner)
+            left = std::min(left, reinterpret_cast<const float*>(vertices + indices[3 * face + corner] *
+                                                                 mesh->GetNumBytesPerVertex())[0]);
+        DWORD& quad = quads.at(size_t(left));
+        quad = quad == 98 || quad == attributes[face] ? attributes[face] : 99;
+    }
+    mesh->UnlockVertexBuffer();
+    mesh->UnlockIndexBuffer();
+    mesh->UnlockAttributeBuffer();
+    return quads;
+}
+
+// Short and long material lists read as Microsoft's loader reads them, in every encoding and
+// with the mesh inside its frame or named by it from the top level.
+TEST_F(XMeshLoad, ShortMaterialListsGiveTheLastIndexToTheRemainingFaces)
+{
+    const struct {
+        const char* what;
+        std::vector<uint32_t> listed;
+        std::vector<DWORD> expected;  // of the 4 quads
+    } lists[] = {{"one index", {1}, {1, 1, 1, 1}},
+                 {"two indices", {1, 0}, {1, 0, 0, 0}},
+                 {"none", {}, {0, 0, 0, 0}},
+                 {"more than faces", {0, 1, 0, 1, 1, 1}, {0, 1, 0, 1}},
+                 {"one a face", {1, 0, 1, 0}, {1, 0, 1, 0}}};
+    for (const auto& list : lists) {
+        for (int variant = 0; variant < 6; ++variant) {
+            const bool binary = variant % 2, packed = variant / 2 == 1, referenced = variant / 2 == 2;
+            SCOPED_TRACE(std::string(list.what) + (binary ? ", binary" : ", text") + (packed ? ", compressed" : "") +
+                         (referenced ? ", referenced" : ""));
+            const std::string plain = materialListFile(4, list.listed, binary, referenced);
+            LoadedScene scene(device(), packed ? compressed(plain, 64) : plain);
+            ASSERT_EQ(S_OK, scene.result);
+            const D3DXMESHCONTAINER* container = scene.frame("Strip")->pMeshContainer;
+            ASSERT_NE(nullptr, container);
+            EXPECT_EQ(2u, container->NumMaterials);
+            EXPECT_EQ(list.expected, quadMaterials(container->MeshData.pMesh));
+        }
+    }
+    const std::string file = compressed(materialListFile(4, {1}, true));
+    Ref<ID3DXMesh> mesh;
+    Ref<ID3DXBuffer> materials;
+    DWORD materialCount = 0;
+    ASSERT_EQ(D3D_OK, D3DXLoadMeshFromXInMemory(file.data(), DWORD(file.size()), D3DXMESH_SYSTEMMEM, device(),
+                                                nullptr, materials.out(), nullptr, &materialCount, mesh.out()));
+    EXPECT_EQ(2u, materialCount);
+    EXPECT_EQ((std::vector<DWORD>{1, 1, 1, 1}), quadMaterials(mesh.get())) << "the single-mesh loader reads them too";
+}
+
+// A single index over many faces draws every face in that material.
+TEST_F(XMeshLoad, OneIndexMaterialListDrawsEveryFace)
+{
+    LoadedScene scene(device(), compressed(materialListFile(64, {1}, true)));
+    ASSERT_EQ(S_OK, scene.result);
+    ID3DXMesh* mesh = scene.frame("Strip")->pMeshContainer->MeshData.pMesh;
+    D3DXMATRIX identity, projection;
+    D3DXMatrixOrthoOffCenterLH(&projection, 0, 64, 0, 1, -1, 1);
+    IDirect3DDevice9* d = device();
+    d->SetTransform(D3DTS_WORLD, D3DXMatrixIdentity(&identity));
+    d->SetTransform(D3DTS_VIEW, &identity);
+    d->SetTransform(D3DTS_PROJECTION, &projection);
+    d->SetRenderState(D3DRS_LIGHTING, FALSE);
+    d->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+    d->SetTextureStageState(0, D3DTSS_COLOROP, D3DTOP_SELECTARG1);
+    d->SetTextureStageState(0, D3DTSS_COLORARG1, D3DTA_TFACTOR);
+    testDevice().clear(0xff000000);
+    ASSERT_EQ(D3D_OK, d->BeginScene());
+    const D3DCOLOR colours[2] = {0xffff0000, 0xff0000ff};
+    for (DWORD subset = 0; subset < 2; ++subset) {
+        d->SetRenderState(D3DRS_TEXTUREFACTOR, colours[subset]);
+        mesh->DrawSubset(subset);
+    }
+    d->EndScene();
+    for (unsigned x = 0; x < 64; x += 9)
+        EXPECT_TRUE(renderedPixelIs(x, 32, colours[1]));
+}
+
+// Frames Root (at x = 10) > Big (scaled 2, at x = +3) and Small (at x = -3) > an unnamed frame,
+// Big and Small each holding the six points at unit distance on the axes.
+const char* const kTwoBalls = R"(
+Frame Root {
+  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,10.0,0.0,0.0,1.0;; }
+  Frame Big {
+    FrameTransformMatrix { 2.0,0.0,0.0,0.0,0.0,2.0,0.0,0.0,0.0,0.0,2.0,0.0,3.0,0.0,0.0,1.0;; }
+    Mesh { 6; 1.0;0.0;0.0;, -1.0;0.0;0.0;, 0.0;1.0;0.0;, 0.0;-1.0;0.0;, 0.0;0.0;1.0;, 0.0;0.0;-1.0;;
+           2; 3;0,2,4;, 3;1,3,5;; }
+  }
+  Frame Small {
+    FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,-3.0,0.0,0.0,1.0;; }
+    Mesh { 6; 1.0;0.0;0.0;, -1.0;0.0;0.0;, 0.0;1.0;0.0;, 0.0;-1.0;0.0;, 0.0;0.0;1.0;, 0.0;0.0;-1.0;;
+           2; 3;0,2,4;, 3;1,3,5;; }
+    Frame { FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; } }
+  }
+}
+)";
+
+// The sphere holds every vertex where the frames place it: centred on their mean (10, 0, 0), out
+// to Big's far point (15, 0, 0).
+TEST_F(XMeshLoad, FrameUtilitiesMeasureCountAndRegisterTheHierarchy)
+{
+    LoadedScene scene(device(), textFile({kTwoBalls}));
+    ASSERT_EQ(S_OK, scene.result);
+    D3DXVECTOR3 center;
+    float radius = 0;
+    ASSERT_EQ(D3D_OK, D3DXFrameCalculateBoundingSphere(scene.root, &center, &radius));
+    EXPECT_NEAR(10, center.x, 1e-5);
+    EXPECT_NEAR(0, std::fabs(center.y) + std::fabs(center.z), 1e-5);
+    EXPECT_NEAR(5, radius, 1e-5);
+
+    EXPECT_EQ(3u, D3DXFrameNumNamedMatrices(scene.root)) << "the unnamed frame does not count";
+    D3DXFRAME* leaf = nullptr;
+    ASSERT_EQ(S_OK, scene.allocator.CreateFrame("Leaf", &leaf));
+    ASSERT_EQ(D3D_OK, D3DXFrameAppendChild(scene.frame("Small"), leaf));
+    EXPECT_EQ(leaf, scene.frame("Small")->pFrameFirstChild->pFrameSibling) << "after the unnamed frame";
+    EXPECT_EQ(4u, D3DXFrameNumNamedMatrices(scene.root));
+
+    // Registered outputs are what a keyframed set drives; a controller too small refuses the rest.
+    Ref<ID3DXAnimationController> small, controller;
+    ASSERT_EQ(D3D_OK, D3DXCreateAnimationController(2, 1, 1, 1, small.out()));
+    EXPECT_EQ(D3DERR_INVALIDCALL, D3DXFrameRegisterNamedMatrices(scene.root, small.get()));
+    ASSERT_EQ(D3D_OK, D3DXCreateAnimationController(4, 1, 1, 1, controller.out()));
+    ASSERT_EQ(D3D_OK, D3DXFrameRegisterNamedMatrices(scene.root, controller.get()));
+    Ref<ID3DXKeyframedAnimationSet> set;
+    const D3DXKEY_VECTOR3 keys[2] = {{0, D3DXVECTOR3(0, 0, 0)}, {1, D3DXVECTOR3(0, 8, 0)}};
+    ASSERT_EQ(D3D_OK, D3DXCreateKeyframedAnimationSet("Lift", 1, D3DXPLAY_ONCE, 1, 0, nullptr, set.out()));
+    ASSERT_EQ(D3D_OK, set->RegisterAnimationSRTKeys("Leaf", 0, 0, 2, nullptr, nullptr, keys, nullptr));
+    ASSERT_EQ(D3D_OK, controller->RegisterAnimationSet(set.get()));
+    ASSERT_EQ(D3D_OK, controller->SetTrackAnimationSet(0, set.get()));
+    ASSERT_EQ(D3D_OK, controller->AdvanceTime(0.5, nullptr));
+    EXPECT_FLOAT_EQ(4, leaf->TransformationMatrix._42);
+}
+
+// A box (position, normal; material 0) and a textured quad (position, texture coordinates;
+// material 1) moved 5 along x, its coordinates scaled by 2: one mesh holding both, the quad's
+// indices after the box's vertices, the declaration the union of theirs, both attribute tables.
+TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
+{
+    Ref<ID3DXMesh> box, quad, joined;
+    ASSERT_EQ(D3D_OK, D3DXCreateBox(device(), 2, 2, 2, box.out(), nullptr));
+    ASSERT_EQ(D3D_OK, D3DXCreateMeshFVF(2, 4, D3DXMESH_SYSTEMMEM, D3DFVF_XYZ | D3DFVF_TEX1, device(), quad.out()));
+    float* v = nullptr;
+    WORD* i = nullptr;
+    DWORD* a = nullptr;
+    quad->LockVertexBuffer(0, reinterpret_cast<void**>(&v));
+    const float corners[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    for (int c = 0; c < 4; ++c) {
+        const float vertex[5] = {corners[c][0], corners[c][1], 0, corners[c][0], corners[c][1]};
+        std::copy(vertex, vertex + 5, v + 5 * c);
+    }
+    quad->UnlockVertexBuffer();
+    quad->LockIndexBuffer(0, reinterpret_cast<void**>(&i));
+    const WORD indices[6] = {0, 1, 2, 0, 2, 3};
+    std::copy(indices, indices + 6, i);
+    quad->UnlockIndexBuffer();
+    quad->LockAttributeBuffer(0, &a);
+    a[0] = a[1] = 1;
+    quad->UnlockAttributeBuffer();
+    const D3DXATTRIBUTERANGE quadRange = {1, 0, 2, 0, 4};
+    ASSERT_EQ(D3D_OK, quad->SetAttributeTable(&quadRange, 1));
+
+    ID3DXMesh* both[2] = {box.get(), quad.get()};
+    D3DXMATRIX geometry[2], texture[2];
+    D3DXMatrixTranslation(&geometry[1], 5, 0, 0);
+    D3DXMatrixScaling(&texture[1], 2, 2, 1);
+    D3DXMatrixIdentity(&geometry[0]);
+    D3DXMatrixIdentity(&texture[0]);
+    ASSERT_EQ(D3D_OK, D3DXConcatenateMeshes(both, 2, D3DXMESH_SYSTEMMEM, geometry, texture, nullptr, device(),
+                                            joined.out()));
+    ASSERT_EQ(28u, joined->GetNumVertices());
+    ASSERT_EQ(14u, joined->GetNumFaces());
+    EXPECT_EQ(D3DFVF_XYZ | D3DFVF_NORMAL | D3DFVF_TEX1, joined->GetFVF());
+    joined->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
+    const float* corner = v + 8 * 26;  // the quad's (1, 1): x, y, z, normal, u, v
+    EXPECT_TRUE(corner[0] == 6 && corner[1] == 1 && corner[6] == 2 && corner[7] == 2);
+    EXPECT_NEAR(1, D3DXVec3Length(reinterpret_cast<const D3DXVECTOR3*>(v + 3)), 1e-5) << "box normals kept";
+    EXPECT_TRUE(v[6] == 0 && v[7] == 0) << "no texture coordinates for the box";
+    joined->UnlockVertexBuffer();
+    joined->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&i));
+    EXPECT_TRUE(i[36] == 24 && i[37] == 25 && i[38] == 26);
+    joined->UnlockIndexBuffer();
+    D3DXATTRIBUTERANGE table[2] = {};
+    DWORD entries = 2;
+    ASSERT_EQ(D3D_OK, joined->GetAttributeTable(table, &entries));
+    ASSERT_EQ(2u, entries);
+    EXPECT_TRUE(table[1].AttribId == 1 && table[1].FaceStart == 12 && table[1].VertexStart == 24);
+}
+
+}  // namespace
