@@ -7,7 +7,16 @@
 
 #include <windows.h>
 
+// Clang instantiates Array<String> inside String's own definition, where a member returns one;
+// an export can no longer apply after that, so clang leaves this instantiation to each module.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wignored-attributes"
+#endif
 template class VEXILDX9_API zeb::Array<zeb::String>;
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 template class VEXILDX9_API zeb::Array<zeb::Array<zeb::String>>;
 template class VEXILDX9_API zeb::Array<unsigned int>;
 template class VEXILDX9_API zeb::Array<int>;

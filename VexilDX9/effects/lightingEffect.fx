@@ -89,6 +89,7 @@ technique BlinnPhongShading
         };
         PixelShader = asm {
             ps_3_0
+            // An instruction reads one constant register at most; a second goes through a temporary.
             def c20, 0, 1, 2, 3
             dcl_texcoord0 v0.xyz
             dcl_texcoord1 v1.xyz
@@ -148,7 +149,8 @@ technique BlinnPhongShading
             dp3 r9.w, r9, r9
             rsq r10.x, r9.w
             mul r4.xyz, r9, r10.x
-            mad r10.y, r9.w, c8.x, c20.y
+            mov r10.z, c20.y
+            mad r10.y, r9.w, c8.x, r10.z
             rcp r10.y, r10.y
             mul r5.xyz, c17, r10.y
             dp3 r6.x, r0, r4
@@ -169,12 +171,15 @@ technique BlinnPhongShading
             else
                 mov r13, c20.y
             endif
-            mul r14.xyz, c1, c0.x
+            mov r14, c0
+            mul r14.xyz, c1, r14.x
             mul r14.xyz, r14, r13
-            mul r15.xyz, c3, c2.x
+            mov r15, c2
+            mul r15.xyz, c3, r15.x
             mul r15.xyz, r15, r13
             mad r14.xyz, r15, r2, r14
-            mul r15.xyz, c6, c4.x
+            mov r15, c4
+            mul r15.xyz, c6, r15.x
             mad r14.xyz, r15, r3, r14
             mul r14.w, c3.w, r13.w
             mov oC0, r14

@@ -57,6 +57,8 @@ sampler2D textureSampler : register(s1) = sampler_state {
     AddressV = WRAP;
 };
 
+// An instruction reads one constant register at most; a second goes through a temporary.
+
 technique ShadowDepth
 {
     pass Depth
@@ -83,7 +85,8 @@ technique ShadowDepth
             mad r3, r1.w, c23, r3
             mov o0, r3
             add r2.x, r1.z, -c24.x
-            add r2.y, c25.x, -c24.x
+            mov r2.y, c25.x
+            add r2.y, r2.y, -c24.x
             rcp r2.y, r2.y
             mul o1.x, r2.x, r2.y
         };
@@ -137,7 +140,8 @@ technique ShadowReceiver
             mad r3, r1.w, c23, r3
             mov o2, r3
             add r2.x, r1.z, -c24.x
-            add r2.y, c25.x, -c24.x
+            mov r2.y, c25.x
+            add r2.y, r2.y, -c24.x
             rcp r2.y, r2.y
             mul o3.x, r2.x, r2.y
             add o4.xyz, c15, -r0
@@ -164,25 +168,26 @@ technique ShadowReceiver
             rcp r1.x, c9.x
             add r1.y, v2.x, -c10.x
             mov r4.x, c20.x
+            mov r15.x, c21.x
             mov r2, r0
             texld r3, r2, s0
             add r3.x, r3.x, -r1.y
-            cmp r3.x, r3.x, c21.x, c20.x
+            cmp r3.x, r3.x, r15.x, c20.x
             add r4.x, r4.x, r3.x
             add r2.x, r0.x, r1.x
             texld r3, r2, s0
             add r3.x, r3.x, -r1.y
-            cmp r3.x, r3.x, c21.x, c20.x
+            cmp r3.x, r3.x, r15.x, c20.x
             add r4.x, r4.x, r3.x
             add r2.y, r0.y, r1.x
             texld r3, r2, s0
             add r3.x, r3.x, -r1.y
-            cmp r3.x, r3.x, c21.x, c20.x
+            cmp r3.x, r3.x, r15.x, c20.x
             add r4.x, r4.x, r3.x
             mov r2.x, r0.x
             texld r3, r2, s0
             add r3.x, r3.x, -r1.y
-            cmp r3.x, r3.x, c21.x, c20.x
+            cmp r3.x, r3.x, r15.x, c20.x
             add r4.x, r4.x, r3.x
 
             // white directional light, Blinn-Phong
@@ -205,12 +210,15 @@ technique ShadowReceiver
             else
                 mov r11, c20.y
             endif
-            mul r12.xyz, c1, c0.x
+            mov r12, c0
+            mul r12.xyz, c1, r12.x
             mul r12.xyz, r12, r11
-            mul r13.xyz, c3, c2.x
+            mov r13, c2
+            mul r13.xyz, c3, r13.x
             mul r13.xyz, r13, r11
             mul r13.xyz, r13, r9.y
-            mul r14.xyz, c6, c4.x
+            mov r14, c4
+            mul r14.xyz, c6, r14.x
             mad r13.xyz, r14, r7.x, r13
             mad r12.xyz, r13, r4.x, r12
             mul r12.w, c3.w, r11.w

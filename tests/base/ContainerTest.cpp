@@ -10,6 +10,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 using zeb::Array;
 using zeb::String;
@@ -143,7 +144,7 @@ TEST(ComHolder, CopiesOwnOneReferenceEachAndThrowingReleasesReachTheCaller) {
         COMPtr<IUnknown>::pointer first(&object);  // adopts the creation reference
         COMPtr<IUnknown>::pointer second(first);
         second = first;  // same interface on both sides: count unchanged
-        second = second;
+        second = std::as_const(second);  // self-assignment
         EXPECT_EQ(2u, object.references);
         second = COMPtr<IUnknown>::pointer();
         EXPECT_EQ(1u, object.references);
@@ -173,7 +174,7 @@ TEST(SharedTransferBorrowed, EachOwnsAsItsKindSays) {
             third = second;
             EXPECT_EQ(3u, first.useCount());
         }
-        first = first;
+        first = std::as_const(first);  // self-assignment
         first.reset(first.get());  // its own object again: kept, not adopted twice
         EXPECT_EQ(1u, first.useCount());
         EXPECT_EQ(1, Tracked::live);

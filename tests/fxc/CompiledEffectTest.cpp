@@ -231,11 +231,11 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
         sampler2D ByRegister : register(s1) = sampler_state { Texture = <Picture>; AddressU = CLAMP; };
         sampler2D ByState = sampler_state { Texture = <Picture>; AddressV = MIRROR; };
         technique Registers { pass { VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 };
-            PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 add oC0, r0, c3 }; } }
+            PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 add r0, r0, c3 mov oC0, r0 }; } }
         technique States { pass {
             VertexShaderConstantF[4] = <Bones>; PixelShaderConstantF[0] = (Colour); Sampler[2] = <ByState>;
             VertexShader = asm { vs_2_0 dcl_position v0 add oPos, v0, c104 };
-            PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s2 texld r0, t0, s2 add oC0, r0, c0 }; } }
+            PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s2 texld r0, t0, s2 add r0, r0, c0 mov oC0, r0 }; } }
     )");
     ASSERT_TRUE(effect);
     IDirect3DTexture9* texture = nullptr;

@@ -1,6 +1,7 @@
 #include "Compiler.h"
 #include "BinaryWriter.h"
 #include "Parser.h"
+#include "ShaderValidator.h"
 #include <d3dx9.h>
 
 #include <cstdlib>
@@ -48,7 +49,9 @@ std::vector<uint8_t> assembleShader(const std::string& text, const SourceLocatio
                                     &errors);
     std::string message = errors ? firstLine(static_cast<const char*>(errors->GetBufferPointer())) : std::string();
     if (errors) errors->Release();
-    if (FAILED(hr) || !code) {
+    // Wine's assembler reports some errors yet succeeds, with the faulty operand replaced.
+    bool reportedError = !message.empty() && message.find("warning") == std::string::npos;
+    if (FAILED(hr) || !code || reportedError) {
         if (code) code->Release();
         std::string rest;
         SourceLocation located = locateMessage(message, where, rest);
@@ -57,6 +60,7 @@ std::vector<uint8_t> assembleShader(const std::string& text, const SourceLocatio
     const uint8_t* bytes = static_cast<const uint8_t*>(code->GetBufferPointer());
     std::vector<uint8_t> result(bytes, bytes + code->GetBufferSize());
     code->Release();
+    validateShader(result, text, where);
     return result;
 }
 

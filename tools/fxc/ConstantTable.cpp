@@ -1,4 +1,8 @@
 #include "ConstantTable.h"
+#include "ShaderRules.h"
+#include <windows.h>
+#include <d3d9types.h>
+
 #include <cstring>
 #include <string>
 
@@ -29,10 +33,6 @@ uint32_t versionToken(const std::vector<uint8_t>& code) {
 
 bool isVertexShader(uint32_t version) { return (version >> 16) == 0xFFFE; }
 
-std::string targetName(uint32_t version) {
-    return std::string(isVertexShader(version) ? "vs_" : "ps_") + std::to_string((version >> 8) & 0xFF) + "_" +
-           std::to_string(version & 0xFF);
-}
 
 class TableBuilder {
 public:
@@ -67,13 +67,10 @@ uint32_t registerCount(const TypeDesc& type, char set) {
 
 uint32_t registerLimit(const std::vector<uint8_t>& code, char set) {
     uint32_t version = versionToken(code);
-    bool vertex = isVertexShader(version);
-    uint32_t major = (version >> 8) & 0xFF;
-    switch (set) {
-    case 'c': return vertex ? 256 : major >= 3 ? 224 : 32;
-    case 's': return vertex ? 4 : 16;
-    default: return 16;
-    }
+    const ShaderModel* model = findShaderModel(isVertexShader(version), version & 0xFFFF);
+    uint32_t kind = set == 'c' ? D3DSPR_CONST : set == 'b' ? D3DSPR_CONSTBOOL : set == 'i' ? D3DSPR_CONSTINT : D3DSPR_SAMPLER;
+    const RegisterRule* registers = model ? model->registerRule(kind) : nullptr;
+    return registers ? registers->count : 0;
 }
 
 std::vector<uint8_t> withConstantTable(const std::vector<uint8_t>& code, const std::vector<ConstantBinding>& bindings) {
@@ -107,7 +104,7 @@ std::vector<uint8_t> withConstantTable(const std::vector<uint8_t>& code, const s
     for (uint32_t i = 0; i < count; ++i)
         table.set32(infoOffset + i * kConstantInfoSize, table.putString(bindings[i].parameter->name));
     uint32_t creator = table.putString("vexil-fxc");
-    uint32_t target = table.putString(targetName(version));
+    uint32_t target = table.putString(shaderModelName(isVertexShader(version), version & 0xFFFF));
     table.set32(0, kHeaderSize);
     table.set32(4, creator);
     table.set32(8, version);
