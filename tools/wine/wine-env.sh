@@ -17,3 +17,19 @@ if [ -f "$VEXIL_WINE_STATE/display" ]; then
   DISPLAY="$(cat "$VEXIL_WINE_STATE/display")"
   export DISPLAY
 fi
+
+# A prefix is usable once its system DLLs are in place (system.reg appears long before them).
+prefix_ready() { [ -f "$WINEPREFIX/drive_c/windows/system32/kernel32.dll" ]; }
+
+# Makes the prefix if it is not usable yet, under the caller's lock; a set-up cut short (a Wine
+# process killed mid-way on a busy machine) is thrown away and made again.
+make_prefix() {
+  local attempt
+  for attempt in 1 2 3; do
+    prefix_ready && return 0
+    rm -rf "$WINEPREFIX"
+    setsid wineboot -i </dev/null >/dev/null 2>&1 9>&- || true
+    wineserver -w >/dev/null 2>&1 9>&- || true
+  done
+  prefix_ready
+}
