@@ -228,6 +228,7 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
         technique States { pass {
             VertexShaderConstantF[4] = <Bones>; PixelShaderConstantF[0] = (Colour); Sampler[2] = <ByState>;
             VertexShaderConstantB[2] = true; VertexShaderConstantI[1] = { 1, 2, 3, 4 };
+            PixelShaderConstantB[4] = true; PixelShaderConstantI[5] = { 1, 2, 3, 4 };
             VertexShader = asm { vs_2_0 dcl_position v0 add oPos, v0, c104 };
             PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s2 texld r0, t0, s2 add r0, r0, c0 mov oC0, r0 }; } }
     )");
@@ -242,8 +243,8 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
     std::fill(bones, bones + 26, D3DXMATRIX(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16));
     ASSERT_EQ(D3D_OK, effect->SetMatrixArray("Bones", bones, 26));
     float constant[4] = {}, rows[4][4] = {};
-    BOOL flags[2] = {};
-    int integers[4] = {};
+    BOOL flags[3] = {};
+    int integers[8] = {};
     IDirect3DBaseTexture9* sampled[2] = {};
     DWORD addressU = 0, addressV = 0;
     inPass("Registers", [&] {
@@ -258,12 +259,14 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
         device()->GetSamplerState(2, D3DSAMP_ADDRESSV, &addressV);
         device()->GetVertexShaderConstantB(2, &flags[0], 1);
         device()->GetVertexShaderConstantI(1, integers, 1);
+        device()->GetPixelShaderConstantB(4, &flags[2], 1);
+        device()->GetPixelShaderConstantI(5, integers + 4, 1);
     });
     EXPECT_EQ(1.0f, constant[2]) << "register(ps, c3) sets c3 of the pass's pixel shader";
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 3; ++c) EXPECT_EQ(4.0f * r + c + 1, rows[r][c]) << "rows of Bones[25] in c104 onwards";
-    EXPECT_TRUE(flags[0] && flags[1]) << "bool constants, literal and bound";
-    EXPECT_EQ(3, integers[2]);
+    EXPECT_TRUE(flags[0] && flags[1] && flags[2]) << "bool constants, literal and bound";
+    EXPECT_TRUE(integers[2] == 3 && integers[6] == 3) << "int constants of both shaders";
     for (IDirect3DBaseTexture9* seen : sampled) {
         EXPECT_EQ(texture, seen) << "the texture reaches the sampler the pixel shader reads";
         if (seen) seen->Release();
