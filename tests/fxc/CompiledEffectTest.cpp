@@ -4,11 +4,13 @@
 
 #include <d3dx9.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -57,14 +59,14 @@ protected:
     ID3DXEffect* m_effect = nullptr;
 };
 
+// A parameter's description and the words of its default, when the declaration gives one.
 struct Expected {
-    const char* name;
-    const char* semantic;
+    const char *name, *semantic;
     D3DXPARAMETER_CLASS cls;
     D3DXPARAMETER_TYPE type;
     UINT rows, columns, elements, annotations;
     DWORD flags;
-    std::vector<uint32_t> value;  // the default's words, when the declaration gives one
+    std::vector<uint32_t> value;
 };
 
 std::vector<uint32_t> bitsOf(std::initializer_list<float> values) {
@@ -75,46 +77,54 @@ std::vector<uint32_t> bitsOf(std::initializer_list<float> values) {
 
 enum StateKind { Render, Stage, Sampler };
 
-struct PassState {
-    const char* source;
-    StateKind kind;
-    DWORD state, index, expected;
+// A state by its Direct3D name, which the effect's name matches but for letter case.
+struct DeviceState { const char* name; StateKind kind; DWORD state; bool isFloat; };
+
+#define RS(name) {#name, Render, D3DRS_##name, false}
+#define RF(name) {#name, Render, D3DRS_##name, true}
+#define TS(name) {#name, Stage, D3DTSS_##name, false}
+#define TF(name) {#name, Stage, D3DTSS_##name, true}
+#define SS(name) {#name, Sampler, D3DSAMP_##name, false}
+
+// Every render, texture-stage and sampler state a pass can set.
+const DeviceState kDeviceStates[] = {
+    RS(ZENABLE), RS(FILLMODE), RS(SHADEMODE), RS(ZWRITEENABLE), RS(ALPHATESTENABLE), RS(LASTPIXEL), RS(SRCBLEND),
+    RS(DESTBLEND), RS(CULLMODE), RS(ZFUNC), RS(ALPHAREF), RS(ALPHAFUNC), RS(DITHERENABLE), RS(ALPHABLENDENABLE),
+    RS(FOGENABLE), RS(SPECULARENABLE), RS(FOGCOLOR), RS(FOGTABLEMODE), RF(FOGSTART), RF(FOGEND), RF(FOGDENSITY),
+    RS(RANGEFOGENABLE), RS(STENCILENABLE), RS(STENCILFAIL), RS(STENCILZFAIL), RS(STENCILPASS), RS(STENCILFUNC),
+    RS(STENCILREF), RS(STENCILMASK), RS(STENCILWRITEMASK), RS(TEXTUREFACTOR), RS(WRAP0), RS(WRAP1), RS(WRAP2),
+    RS(WRAP3), RS(WRAP4), RS(WRAP5), RS(WRAP6), RS(WRAP7), RS(WRAP8), RS(WRAP9), RS(WRAP10), RS(WRAP11), RS(WRAP12),
+    RS(WRAP13), RS(WRAP14), RS(WRAP15), RS(CLIPPING), RS(LIGHTING), RS(AMBIENT), RS(FOGVERTEXMODE), RS(COLORVERTEX),
+    RS(LOCALVIEWER), RS(NORMALIZENORMALS), RS(DIFFUSEMATERIALSOURCE), RS(SPECULARMATERIALSOURCE),
+    RS(AMBIENTMATERIALSOURCE), RS(EMISSIVEMATERIALSOURCE), RS(VERTEXBLEND), RS(CLIPPLANEENABLE), RF(POINTSIZE),
+    RF(POINTSIZE_MIN), RF(POINTSIZE_MAX), RS(POINTSPRITEENABLE), RS(POINTSCALEENABLE), RF(POINTSCALE_A),
+    RF(POINTSCALE_B), RF(POINTSCALE_C), RS(MULTISAMPLEANTIALIAS), RS(MULTISAMPLEMASK), RS(PATCHEDGESTYLE),
+    RS(DEBUGMONITORTOKEN), RS(INDEXEDVERTEXBLENDENABLE), RS(COLORWRITEENABLE), RF(TWEENFACTOR), RS(BLENDOP),
+    RS(POSITIONDEGREE), RS(NORMALDEGREE), RS(SCISSORTESTENABLE), RF(SLOPESCALEDEPTHBIAS), RS(ANTIALIASEDLINEENABLE),
+    RF(MINTESSELLATIONLEVEL), RF(MAXTESSELLATIONLEVEL), RF(ADAPTIVETESS_X), RF(ADAPTIVETESS_Y), RF(ADAPTIVETESS_Z),
+    RF(ADAPTIVETESS_W), RS(ENABLEADAPTIVETESSELLATION), RS(TWOSIDEDSTENCILMODE), RS(CCW_STENCILFAIL),
+    RS(CCW_STENCILZFAIL), RS(CCW_STENCILPASS), RS(CCW_STENCILFUNC), RS(COLORWRITEENABLE1), RS(COLORWRITEENABLE2),
+    RS(COLORWRITEENABLE3), RS(BLENDFACTOR), RS(SRGBWRITEENABLE), RF(DEPTHBIAS), RS(SEPARATEALPHABLENDENABLE),
+    RS(SRCBLENDALPHA), RS(DESTBLENDALPHA), RS(BLENDOPALPHA),
+    TS(COLOROP), TS(COLORARG0), TS(COLORARG1), TS(COLORARG2), TS(ALPHAOP), TS(ALPHAARG0), TS(ALPHAARG1),
+    TS(ALPHAARG2), TS(RESULTARG), TF(BUMPENVMAT00), TF(BUMPENVMAT01), TF(BUMPENVMAT10), TF(BUMPENVMAT11),
+    TS(TEXCOORDINDEX), TF(BUMPENVLSCALE), TF(BUMPENVLOFFSET), TS(TEXTURETRANSFORMFLAGS), TS(CONSTANT),
+    SS(ADDRESSU), SS(ADDRESSV), SS(ADDRESSW), SS(BORDERCOLOR), SS(MAGFILTER), SS(MINFILTER), SS(MIPFILTER),
+    {"MIPMAPLODBIAS", Sampler, D3DSAMP_MIPMAPLODBIAS, true}, SS(MAXMIPLEVEL), SS(MAXANISOTROPY), SS(SRGBTEXTURE),
+    SS(ELEMENTINDEX), SS(DMAPOFFSET),
 };
 
-// A row of every family of state and of every table of symbolic values: a wrong row of the state
-// table or a wrong symbol shows up here.
-const PassState kPassStates[] = {
-    {"CullMode = CW", Render, D3DRS_CULLMODE, 0, D3DCULL_CW},
-    {"ZFunc = GREATEREQUAL", Render, D3DRS_ZFUNC, 0, D3DCMP_GREATEREQUAL},
-    {"SrcBlend = INVSRCALPHA", Render, D3DRS_SRCBLEND, 0, D3DBLEND_INVSRCALPHA},
-    {"AlphaBlendEnable = <Blend>", Render, D3DRS_ALPHABLENDENABLE, 0, TRUE},
-    {"FillMode = WIREFRAME", Render, D3DRS_FILLMODE, 0, D3DFILL_WIREFRAME},
-    {"ShadeMode = FLAT", Render, D3DRS_SHADEMODE, 0, D3DSHADE_FLAT},
-    {"FogTableMode = LINEAR", Render, D3DRS_FOGTABLEMODE, 0, D3DFOG_LINEAR},
-    {"DiffuseMaterialSource = COLOR2", Render, D3DRS_DIFFUSEMATERIALSOURCE, 0, D3DMCS_COLOR2},
-    {"FogColor = 0x00ff00ff", Render, D3DRS_FOGCOLOR, 0, 0x00ff00ff},
-    {"Wrap1 = 3", Render, D3DRS_WRAP1, 0, 3},
-    {"Lighting = FALSE", Render, D3DRS_LIGHTING, 0, FALSE},
-    {"FogStart = 0.25", Render, D3DRS_FOGSTART, 0, bitsOf({0.25f})[0]},
-    {"PointScaleEnable = TRUE", Render, D3DRS_POINTSCALEENABLE, 0, TRUE},
-    {"AntialiasedLineEnable = TRUE", Render, D3DRS_ANTIALIASEDLINEENABLE, 0, TRUE},
-    {"BlendFactor = 0x11223344", Render, D3DRS_BLENDFACTOR, 0, 0x11223344},
-    {"ColorWriteEnable = RED | BLUE", Render, D3DRS_COLORWRITEENABLE, 0, D3DCOLORWRITEENABLE_RED | D3DCOLORWRITEENABLE_BLUE},
-    {"StencilFail = INCRSAT", Render, D3DRS_STENCILFAIL, 0, D3DSTENCILOP_INCRSAT},
-    {"BlendOpAlpha = REVSUBTRACT", Render, D3DRS_BLENDOPALPHA, 0, D3DBLENDOP_REVSUBTRACT},
-    {"DepthBias = -0.5", Render, D3DRS_DEPTHBIAS, 0, bitsOf({-0.5f})[0]},
-    {"ColorOp[1] = MODULATE2X", Stage, D3DTSS_COLOROP, 1, D3DTOP_MODULATE2X},
-    {"ColorArg1[1] = TEXTURE | COMPLEMENT", Stage, D3DTSS_COLORARG1, 1, D3DTA_TEXTURE | D3DTA_COMPLEMENT},
-    {"BumpEnvMat00[1] = 0.75", Stage, D3DTSS_BUMPENVMAT00, 1, bitsOf({0.75f})[0]},
-    {"TextureTransformFlags[3] = COUNT3", Stage, D3DTSS_TEXTURETRANSFORMFLAGS, 3, D3DTTFF_COUNT3},
-    {"MinFilter[2] = ANISOTROPIC", Sampler, D3DSAMP_MINFILTER, 2, D3DTEXF_ANISOTROPIC},
-    {"AddressW[2] = BORDER", Sampler, D3DSAMP_ADDRESSW, 2, D3DTADDRESS_BORDER},
-    {"MaxAnisotropy[2] = 4", Sampler, D3DSAMP_MAXANISOTROPY, 2, 4},
-};
+// Light and material states in the order of the fields of D3DLIGHT9 (after Type) and D3DMATERIAL9,
+// with the number of values each takes.
+const std::pair<const char*, int> kLightAndMaterial[] = {
+    {"LightDiffuse[0]", 4}, {"LightSpecular[0]", 4}, {"LightAmbient[0]", 4}, {"LightPosition[0]", 3},
+    {"LightDirection[0]", 3}, {"LightRange[0]", 1}, {"LightFallOff[0]", 1}, {"LightAttenuation0[0]", 1},
+    {"LightAttenuation1[0]", 1}, {"LightAttenuation2[0]", 1}, {"LightTheta[0]", 1}, {"LightPhi[0]", 1},
+    {"MaterialDiffuse", 4}, {"MaterialAmbient", 4}, {"MaterialSpecular", 4}, {"MaterialEmissive", 4}, {"MaterialPower", 1}};
 
 }  // namespace
 
-TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndAnnotations) {
+TEST_F(CompiledEffectTest, ParametersTechniquesAndPassesAreDescribedAsDeclared) {
     std::ifstream in(vexiltest::sourcePath("tests/fxc/fixtures/declarations.fx"), std::ios::binary);
     ID3DXEffect* effect = load(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
     ASSERT_TRUE(effect);
@@ -143,7 +153,6 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
     D3DXEFFECT_DESC effectDesc;
     ASSERT_EQ(D3D_OK, effect->GetDesc(&effectDesc));
     ASSERT_EQ(sizeof(expected) / sizeof(expected[0]), effectDesc.Parameters);
-    EXPECT_EQ(0u, effectDesc.Techniques);
     for (UINT i = 0; i < effectDesc.Parameters; ++i) {
         const Expected& e = expected[i];
         D3DXHANDLE parameter = effect->GetParameter(nullptr, i);
@@ -167,7 +176,6 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
         EXPECT_EQ(e.value, words);
     }
     D3DXHANDLE colour = effect->GetParameterByName(nullptr, "Colour");
-    EXPECT_EQ(colour, effect->GetParameterBySemantic(nullptr, "DIFFUSE"));
     uint32_t max = 0, steps = 0;
     effect->GetValue(effect->GetAnnotationByName(colour, "Max"), &max, 4);
     effect->GetValue(effect->GetAnnotationByName(colour, "Steps"), &steps, 4);
@@ -180,28 +188,9 @@ TEST_F(CompiledEffectTest, ParametersAreDescribedAsDeclaredWithTheirDefaultsAndA
     ASSERT_EQ(D3D_OK, effect->GetVertexShader("Shared", &shader));
     EXPECT_TRUE(shader) << "shader parameters are created with the effect";
     if (shader) shader->Release();
-}
-
-TEST_F(CompiledEffectTest, TechniquesAndPassesKeepSourceOrderNamesAndAnnotations) {
-    ID3DXEffect* effect = load(R"(
-        technique First < string Purpose = "lit"; int Order = 1; >
-        {
-            pass Opaque < string Mark = "one"; > { VertexShader = asm { vs_2_0 dcl_position v0 mov oPos, v0 }; }
-            pass { PixelShader = asm { ps_2_0 def c0, 1, 0, 0, 1 mov oC0, c0 }; }
-            pass Last { CullMode = NONE; }
-        }
-        technique { pass Only { } }
-        technique Third { }
-    )");
-    ASSERT_TRUE(effect);
-    D3DXEFFECT_DESC effectDesc;
-    effect->GetDesc(&effectDesc);
     ASSERT_EQ(3u, effectDesc.Techniques);
     // Unnamed techniques and passes read as "": D3DX compares names without checking for null.
-    const struct {
-        const char* name;
-        UINT passes, annotations;
-    } techniques[] = {{"First", 3, 2}, {"", 1, 0}, {"Third", 0, 0}};
+    const struct { const char* name; UINT passes, annotations; } techniques[] = {{"First", 3, 2}, {"", 1, 0}, {"Third", 0, 0}};
     for (UINT t = 0; t < 3; ++t) {
         D3DXTECHNIQUE_DESC desc;
         ASSERT_EQ(D3D_OK, effect->GetTechniqueDesc(effect->GetTechnique(t), &desc));
@@ -214,11 +203,14 @@ TEST_F(CompiledEffectTest, TechniquesAndPassesKeepSourceOrderNamesAndAnnotations
     D3DXPASS_DESC passes[3];
     for (UINT p = 0; p < 3; ++p) ASSERT_EQ(D3D_OK, effect->GetPassDesc(effect->GetPass("First", p), &passes[p]));
     EXPECT_STREQ("Opaque", passes[0].Name);
-    EXPECT_EQ(1u, passes[0].Annotations);
     EXPECT_TRUE(passes[0].pVertexShaderFunction && !passes[0].pPixelShaderFunction);
     EXPECT_STREQ("", passes[1].Name);
     EXPECT_TRUE(passes[1].pPixelShaderFunction && !passes[1].pVertexShaderFunction);
     EXPECT_EQ(effect->GetPass("First", 2), effect->GetPassByName("First", "Last"));
+    DWORD address = 0;
+    inPass(effect->GetTechnique(1),
+           [&] { device()->GetSamplerState(D3DVERTEXTEXTURESAMPLER0, D3DSAMP_ADDRESSU, &address); });
+    EXPECT_EQ(static_cast<DWORD>(D3DTADDRESS_MIRROR), address) << "register(vs, s0) in the pass of a shader parameter";
 }
 
 TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) {
@@ -226,7 +218,8 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
     ID3DXEffect* effect = load(R"(
         float4 Colour = { 1, 0, 0, 1 };
         float4 Bound : register(ps, c3) = { 0, 1, 0, 1 };
-        float4x4 Bones[26];
+        float4x3 Bones[26];
+        bool Flag : register(vs, b3) = true;
         texture Picture;
         sampler2D ByRegister : register(s1) = sampler_state { Texture = <Picture>; AddressU = CLAMP; };
         sampler2D ByState = sampler_state { Texture = <Picture>; AddressV = MIRROR; };
@@ -234,6 +227,8 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
             PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s1 texld r0, t0, s1 add r0, r0, c3 mov oC0, r0 }; } }
         technique States { pass {
             VertexShaderConstantF[4] = <Bones>; PixelShaderConstantF[0] = (Colour); Sampler[2] = <ByState>;
+            VertexShaderConstantB[2] = true; VertexShaderConstantI[1] = { 1, 2, 3, 4 };
+            PixelShaderConstantB[4] = true; PixelShaderConstantI[5] = { 1, 2, 3, 4 };
             VertexShader = asm { vs_2_0 dcl_position v0 add oPos, v0, c104 };
             PixelShader = asm { ps_2_0 dcl t0.xy dcl_2d s2 texld r0, t0, s2 add r0, r0, c0 mov oC0, r0 }; } }
     )");
@@ -243,27 +238,35 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
     ASSERT_EQ(D3D_OK, effect->SetTexture("Picture", texture));
     D3DXVECTOR4 bound(0, 0, 1, 1);
     ASSERT_EQ(D3D_OK, effect->SetVector("Bound", &bound));
-    // Bones[25] starts at c4 + 25 * 4 = c104, where the vertex shader takes its offset.
+    // A 4x3 matrix takes a register a row, so Bones[25] starts at c4 + 25 * 4 = c104.
     D3DXMATRIX bones[26];
-    for (D3DXMATRIX& bone : bones) D3DXMatrixIdentity(&bone);
-    bones[25]._11 = 0.0f;
-    bones[25]._12 = 1.0f;
+    std::fill(bones, bones + 26, D3DXMATRIX(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16));
     ASSERT_EQ(D3D_OK, effect->SetMatrixArray("Bones", bones, 26));
-    float constant[4] = {}, row[4] = {};
+    float constant[4] = {}, rows[4][4] = {};
+    BOOL flags[3] = {};
+    int integers[8] = {};
     IDirect3DBaseTexture9* sampled[2] = {};
     DWORD addressU = 0, addressV = 0;
     inPass("Registers", [&] {
         device()->GetPixelShaderConstantF(3, constant, 1);
         device()->GetTexture(1, &sampled[0]);
         device()->GetSamplerState(1, D3DSAMP_ADDRESSU, &addressU);
+        device()->GetVertexShaderConstantB(3, &flags[1], 1);
     });
     inPass("States", [&] {
-        device()->GetVertexShaderConstantF(104, row, 1);
+        device()->GetVertexShaderConstantF(104, rows[0], 4);
         device()->GetTexture(2, &sampled[1]);
         device()->GetSamplerState(2, D3DSAMP_ADDRESSV, &addressV);
+        device()->GetVertexShaderConstantB(2, &flags[0], 1);
+        device()->GetVertexShaderConstantI(1, integers, 1);
+        device()->GetPixelShaderConstantB(4, &flags[2], 1);
+        device()->GetPixelShaderConstantI(5, integers + 4, 1);
     });
     EXPECT_EQ(1.0f, constant[2]) << "register(ps, c3) sets c3 of the pass's pixel shader";
-    EXPECT_TRUE(row[0] == 0.0f && row[1] == 1.0f) << "rows of Bones[25] land in c104 onwards";
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 3; ++c) EXPECT_EQ(4.0f * r + c + 1, rows[r][c]) << "rows of Bones[25] in c104 onwards";
+    EXPECT_TRUE(flags[0] && flags[1] && flags[2]) << "bool constants, literal and bound";
+    EXPECT_TRUE(integers[2] == 3 && integers[6] == 3) << "int constants of both shaders";
     for (IDirect3DBaseTexture9* seen : sampled) {
         EXPECT_EQ(texture, seen) << "the texture reaches the sampler the pixel shader reads";
         if (seen) seen->Release();
@@ -276,25 +279,43 @@ TEST_F(CompiledEffectTest, ParametersFeedTheRegistersAndSamplersTheyAreBoundTo) 
     texture->Release();
 }
 
-TEST_F(CompiledEffectTest, PassStatesReachTheDevice) {
-    std::string source = "bool Blend = true;\ntechnique T { pass {\n LightEnable[0] = TRUE; MaterialPower = 8;\n";
-    for (const PassState& row : kPassStates) source += std::string(" ") + row.source + ";\n";
+// Each state gets its own value, a whole number or a float as the state takes, so a state table row
+// that names the wrong state shows; values of two terms are or-ed.
+TEST_F(CompiledEffectTest, EveryPassStateReachesItsDeviceState) {
+    std::string source = "bool Lit = true;\ntechnique T { pass {\n LightEnable[0] = Lit; LightType[0] = DIRECTIONAL;\n";
+    int counted = 0;  // light and material values count up from 1, in field order
+    for (const auto& field : kLightAndMaterial) {
+        std::string values;
+        for (int i = 0; i < field.second; ++i) values += (i ? ", " : "") + std::to_string(++counted);
+        source += std::string(" ") + field.first + " = { " + values + " };\n";
+    }
+    for (size_t k = 0; k < std::size(kDeviceStates); ++k) {
+        const DeviceState& row = kDeviceStates[k];
+        source += std::string(" ") + row.name + (row.kind == Render ? "" : "[1]") + " = " +
+                  (row.isFloat ? std::to_string(k + 0.5) : "256 | " + std::to_string(k)) + ";\n";
+    }
     ID3DXEffect* effect = load(source + "} }");
     ASSERT_TRUE(effect);
     BOOL lightEnabled = FALSE;
+    D3DLIGHT9 light = {};
     D3DMATERIAL9 material = {};
+    float fields[42] = {};
     inPass("T", [&] {
-        for (const PassState& row : kPassStates) {
+        for (size_t k = 0; k < std::size(kDeviceStates); ++k) {
+            const DeviceState& row = kDeviceStates[k];
             DWORD value = 0xDEADBEEF;
             if (row.kind == Render) device()->GetRenderState(static_cast<D3DRENDERSTATETYPE>(row.state), &value);
-            if (row.kind == Stage)
-                device()->GetTextureStageState(row.index, static_cast<D3DTEXTURESTAGESTATETYPE>(row.state), &value);
-            if (row.kind == Sampler) device()->GetSamplerState(row.index, static_cast<D3DSAMPLERSTATETYPE>(row.state), &value);
-            EXPECT_EQ(row.expected, value) << row.source;
+            if (row.kind == Stage) device()->GetTextureStageState(1, static_cast<D3DTEXTURESTAGESTATETYPE>(row.state), &value);
+            if (row.kind == Sampler) device()->GetSamplerState(1, static_cast<D3DSAMPLERSTATETYPE>(row.state), &value);
+            EXPECT_EQ(row.isFloat ? bitsOf({k + 0.5f})[0] : 0x100 | static_cast<DWORD>(k), value) << row.name;
         }
         device()->GetLightEnable(0, &lightEnabled);
+        device()->GetLight(0, &light);
         device()->GetMaterial(&material);
     });
     EXPECT_TRUE(lightEnabled);
-    EXPECT_EQ(8.0f, material.Power);
+    EXPECT_EQ(D3DLIGHT_DIRECTIONAL, light.Type);
+    std::memcpy(fields, &light.Diffuse, 25 * sizeof(float));
+    std::memcpy(fields + 25, &material, sizeof(material));
+    for (int i = 0; i < 42; ++i) EXPECT_EQ(i + 1.0f, fields[i]) << "field " << i << " of the light, then the material";
 }
