@@ -45,7 +45,7 @@ TEST(String, TokenizeSubStringRemoveAndNumbers) {
         const char* text;
         int base;
         unsigned value;
-    } numbers[] = {{"42:frame", 10, 42}, {"0xFF", 16, 255}, {"101", 2, 5}, {"frame", 10, 0}, {"4294967295", 10, 0xFFFFFFFFu}};
+    } numbers[] = {{"42:frame", 10, 42}, {"0xFF", 16, 255}, {"1012", 2, 5}, {"frame", 10, 0}, {"4294967295", 10, 0xFFFFFFFFu}};
     for (const auto& n : numbers) EXPECT_EQ(n.value, String::strToUInt(String(n.text), n.base)) << n.text;
 }
 
