@@ -91,14 +91,15 @@ private:
 const uint32_t kTextureOperation = 0xA4, kNone = 0xFFFFFFFF;
 const Words kScalarShape{1, 1};
 
-// "Scale" = 2, texture "Tex" (object 1) and sampler "Smp" whose state 0 (object 2) sets its texture.
-TinyEffect samplerEffect() {
+// "Scale" = 2, texture "Tex" (object 1) and sampler "Smp" whose state 0 (object 2) sets its texture
+// (or whichever state the operation names).
+TinyEffect samplerEffect(uint32_t operation = kTextureOperation) {
     TinyEffect effect;
     effect.objectCount = 3;
     effect.parameter(D3DXPT_FLOAT, "Scale", D3DXPC_SCALAR, {0x40000000}, kScalarShape);
     effect.parameter(D3DXPT_TEXTURE, "Tex", D3DXPC_OBJECT, {1});
     uint32_t stateType = effect.type(D3DXPT_TEXTURE, D3DXPC_OBJECT, effect.text("", false), 0);
-    uint32_t samplerValue = effect.words({1, kTextureOperation, 0, stateType, effect.words({2})});
+    uint32_t samplerValue = effect.words({1, operation, 0, stateType, effect.words({2})});
     effect.parameterAt(effect.type(D3DXPT_SAMPLER2D, D3DXPC_OBJECT, effect.text("Smp"), 0), samplerValue);
     return effect;
 }
@@ -181,6 +182,8 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
         c.change(effect);
         EXPECT_EQ(c.sound, effect.wellFormed()) << c.rule;
     }
+    EXPECT_TRUE(samplerEffect(0xB2).wellFormed()) << "the last state of D3DX's table";
+    EXPECT_FALSE(samplerEffect(0xB3).wellFormed()) << "one past it";
 }
 
 // D3DX walks the comments of shader code up to its end token and reads the constant table it
