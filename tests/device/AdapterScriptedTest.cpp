@@ -160,6 +160,10 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_EQ(1u, adapter.chainIndex(lowerCase(headName(0)).c_str()));
     for (UINT head : {0, 1, 2})
         EXPECT_TRUE(adapter.swapChain(name(head)) && adapter.depthBuffer(name(head)) && adapter.displayHead(head).renderFlag) << head;
+    EXPECT_EQ((std::vector<UINT>{2, 0, 1}), d3d->lastDevice()->swapChainsAsked) << "chain k is head k's own";
+    D3DSURFACE_DESC depth;  // as large as the chain, on a display that is wider than high
+    adapter.depthBuffer(name(1))->GetDesc(&depth);
+    EXPECT_TRUE(depth.Width == lastCall().params[1].BackBufferWidth && depth.Height == lastCall().params[1].BackBufferHeight);
     EXPECT_FALSE(adapter.swapChain("\\\\.\\NOWHERE") || adapter.depthBuffer(name(3)));
     EXPECT_TRUE(adapter.isSameRenderingOSLocator(names({1, 2, 0})));
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})) || adapter.isSameRenderingOSLocator(names({1, 2})));

@@ -44,7 +44,9 @@ TEST_F(ScriptedManager, HeadsOfOneCardShareAnAdapterGroupDeviceAndAWindowedSetup
                 single.flags == D3DCREATE_HARDWARE_VERTEXPROCESSING);
     EXPECT_EQ(manager->renderDevice(D3DDEVTYPE_HAL, w[0]).get(), manager->renderDevice(D3DDEVTYPE_HAL, w[1]).get());
     EXPECT_NE(manager->renderDevice(D3DDEVTYPE_HAL, w[0]).get(), manager->renderDevice(D3DDEVTYPE_HAL, w[2]).get());
-    EXPECT_TRUE(renderBufferOf(w[1]).swapChain->swapChain()) << "each head has its implicit swap chain";
+    IDirect3DDevice9* cardDevice = manager->renderDevice(D3DDEVTYPE_HAL, w[0])->d3dDevice().get();
+    EXPECT_EQ((std::vector<UINT>{0, 1}), ScriptedDevice9::of(cardDevice).swapChainsAsked) << "each head gets its own chain";
+    EXPECT_TRUE(renderBufferOf(w[1]).swapChain->swapChain());
 
     EXPECT_EQ(1u, create({on(1, windowedChain(w[1]))}, w[1]));
     EXPECT_TRUE(lastCall().adapter == 1 && !(lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE)) << "a head alone uses its ordinal";
