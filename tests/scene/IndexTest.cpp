@@ -206,8 +206,8 @@ TEST_F(LoaderTest, TexturesGroupSubsetsWithTheIntendedMerges) {
     table[a].setTexture(texture);
     TextureTuple copy(table[a]);
     EXPECT_EQ(copy.texture(), texture.get());
-    EXPECT_EQ(references(texture.get()), 3u);
+    EXPECT_EQ(referencesOf(texture.get()), 3u);
     copy.cleanup();
     table.clear();
-    EXPECT_EQ(references(texture.get()), 1u);
+    EXPECT_EQ(referencesOf(texture.get()), 1u);
 }

@@ -118,8 +118,8 @@ TEST_F(LoaderTest, CallbacksCalledDirectlyUnwindEveryFailure) {
     ASSERT_EQ(create("Box"), S_OK);
     const unsigned steps = spy.allocations() - before;
     EXPECT_EQ(steps, 6u);  // container, name, materials, two texture names, adjacency
-    EXPECT_EQ(references(box), 2u);
-    EXPECT_EQ(references(skinInfo), 2u);
+    EXPECT_EQ(referencesOf(box), 2u);
+    EXPECT_EQ(referencesOf(skinInfo), 2u);
     EXPECT_EQ(c->pMaterials[0].MatD3D.Ambient.b, 0.6f);
     EXPECT_STREQ(c->pMaterials[1].pTextureFilename, "");
     EXPECT_EQ(std::vector<DWORD>(c->pAdjacency, c->pAdjacency + 36), adjacency);

@@ -40,9 +40,18 @@ std::string xHeader() {
 
 std::string frame(const std::string& name, const std::string& body) { return "Frame " + name + " {\n" + body + "}\n"; }
 
+// The sixteen numbers row by row, as a Matrix4x4.
+static std::string matrixText(const D3DXMATRIX& m) {
+    std::string text;
+    for (int i = 0; i < 16; ++i) text += std::to_string(m[i]) + (i < 15 ? "," : ";;");
+    return text;
+}
+
+std::string transform(const D3DXMATRIX& matrix) { return "FrameTransformMatrix { " + matrixText(matrix) + " }\n"; }
+
 std::string translation(float x, float y, float z) {
-    return "FrameTransformMatrix { 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, " + std::to_string(x) + "," +
-           std::to_string(y) + "," + std::to_string(z) + ",1.0;; }\n";
+    D3DXMATRIX m;
+    return transform(*D3DXMatrixTranslation(&m, x, y, z));
 }
 
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra) {
@@ -64,11 +73,11 @@ std::string materialList(const std::vector<std::string>& materials, unsigned fac
     return text + "}\n";
 }
 
-std::string skin(const std::vector<std::string>& bones) {
+std::string skin(const std::vector<std::string>& bones, const D3DXMATRIX& offset) {
     std::string text = "XSkinMeshHeader { 2; 2; " + std::to_string(bones.size()) + "; }\n";
     for (size_t b = 0; b < bones.size(); ++b)
         text += "SkinWeights { \"" + bones[b] + "\"; 2; " + std::to_string(2 * b % 4) + "," + std::to_string(2 * b % 4 + 1) +
-                "; 1.0,1.0; 1.0,0.0,0.0,0.0, 0.0,1.0,0.0,0.0, 0.0,0.0,1.0,0.0, 0.0,0.0,0.0,1.0;; }\n";
+                "; 1.0,1.0; " + matrixText(offset) + " }\n";
     return text;
 }
 

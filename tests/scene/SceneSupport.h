@@ -11,6 +11,7 @@
 #include <d3dx9.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <set>
 #include <string>
 #include <utility>
@@ -41,12 +42,14 @@ private:
 // X text. The skin templates are declared inline: stock Wine refuses skinned files without.
 std::string xHeader();
 std::string frame(const std::string& name, const std::string& body);
+std::string transform(const D3DXMATRIX& matrix);
 std::string translation(float x, float y, float z);
 // One quad (two faces taking materials face0 and face1) with optional material list and extras.
 std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra = "");
 std::string material(float r, float g, float b, float a, float power, const std::string& textureFile);
 std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1);
-std::string skin(const std::vector<std::string>& bones);  // header plus one weight block per bone
+// Header plus one weight block per bone, each with that offset matrix.
+std::string skin(const std::vector<std::string>& bones, const D3DXMATRIX& offset = D3DXMATRIX(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1));
 std::string writeFixture(const std::string& fileName, const std::string& text);  // Windows path
 
 // A tree loaded through a loader and destroyed through the same loader.
@@ -79,9 +82,14 @@ protected:
     SceneLoaderX loader;
 };
 
-inline ULONG references(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
+using vexiltest::referencesOf;
+// Vectors and matrices alike, element by element.
+template <class T>::testing::AssertionResult same(const T& actual, const T& expected) {
+    const float *a = actual, *e = expected;
+    for (size_t i = 0; i < sizeof(T) / sizeof(float); ++i)
+        if (std::fabs(a[i] - e[i]) > 1e-5f * (1.0f + std::fabs(e[i])))
+            return ::testing::AssertionFailure() << "element " << i << ": " << a[i] << " vs " << e[i];
+    return ::testing::AssertionSuccess();
 }
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
 std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);

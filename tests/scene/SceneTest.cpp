@@ -135,9 +135,9 @@ TEST_F(SceneTest, LoadBuildsTexturesGroupsSkinsAndHidesTheFramesOfAFailedSkin) {
         EXPECT_EQ(list[0].get(), texture);
         EXPECT_EQ(list[1].get(), nullptr);
     }
-    const ULONG held = references(texture);  // a copied frame node holds a reference of its own
-    EXPECT_EQ(references(FrameNode(scene.frameRefByName("Left")).m_containerTextures[0].m_textureList[0].get()), held + 1);
-    EXPECT_EQ(references(texture), held);
+    const ULONG held = referencesOf(texture);  // a copied frame node holds a reference of its own
+    EXPECT_EQ(referencesOf(FrameNode(scene.frameRefByName("Left")).m_containerTextures[0].m_textureList[0].get()), held + 1);
+    EXPECT_EQ(referencesOf(texture), held);
     const auto& groups = scene.textureTable();
     ASSERT_EQ(groups.size(), 3u);
     EXPECT_EQ(groups.keys()[0], tex);
@@ -201,7 +201,7 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
         const FrameNode& bone = scene.frameRefByName("Bone1");
         D3DXMATRIX expected, product;
         D3DXMatrixTranslation(&expected, -0.5f, -1.5f + lift, 0);
-        for (int i = 0; i < 16; ++i) EXPECT_NEAR(bone.m_combinedTransform[i], expected[i], 1e-5) << "lift " << lift;
+        EXPECT_TRUE(same(bone.m_combinedTransform, expected)) << "lift " << lift;
         D3DXMatrixMultiply(&product, &bone.m_combinedTransform, &bone.m_inverseTransform);
         EXPECT_NEAR(product._42, 0.0f, 1e-5);
         EXPECT_NEAR(bone.m_invTransposeTransform._24, bone.m_inverseTransform._42, 1e-6);
@@ -233,6 +233,37 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
     ASSERT_TRUE(scene.loadVirtualReality("", writeFixture("lone.x", lone).c_str(), device(), zeb::Array<zeb::String>()));
     EXPECT_THROW(scene.animate(0), zeb::HashKeyMissing);
     EXPECT_EQ(scene.frameRefByName("Lone").m_combinedTransform._41, 4.0f);
+}
+
+// Under rotations and uneven scales the other orders give other matrices: a frame's world is its own
+// matrix, then its parent's world; a bone's is its offset, then its frame's world, on both skin paths.
+TEST_F(SceneTest, WorldsTakeTheChildBeforeTheParentAndTheOffsetBeforeTheBone) {
+    D3DXMATRIX parent, child, offset, turn;
+    D3DXMatrixMultiply(&parent, D3DXMatrixScaling(&parent, 2, 1, 0.5f), D3DXMatrixRotationZ(&turn, 0.5f));
+    D3DXMatrixMultiply(&child, D3DXMatrixRotationX(&child, 0.7f), D3DXMatrixScaling(&turn, 1, 3, 1));
+    D3DXMatrixMultiply(&offset, D3DXMatrixRotationY(&offset, 0.3f), D3DXMatrixTranslation(&turn, 0, 0, 2));
+    parent._41 = 1, child._42 = 2;
+    const std::string text = xHeader() + frame("Parent", transform(parent) + frame("Child", transform(child))) +
+                             frame("Body", quadMesh("Skin", "", skin({"Child"}, offset)));
+    VirtualRealityDX9 scene;
+    Effect effect;
+    ASSERT_TRUE(scene.loadVirtualReality("", writeFixture("turned.x", text).c_str(), device(), frameList) &&
+                effect.load("skinnedMesh.fxo", holder) && scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
+    scene.meshManager().updateTransformation();
+    D3DXFRAME* root = scene.frameRoot();
+    const D3DXMATRIX world = D3DXFrameFind(root, "Child")->TransformationMatrix * D3DXFrameFind(root, "Parent")->TransformationMatrix;
+    const D3DXMATRIX bone = *D3DXFrameFind(root, "Body")->pMeshContainer->pSkinInfo->GetBoneOffsetMatrix(0) * world;
+    EXPECT_TRUE(same(scene.frameRefByName("Child").m_combinedTransform, world));
+    device()->BeginScene();
+    ASSERT_TRUE(scene.renderSkin(device(), false) && scene.meshManager().renderSkin(holder, scene, false, firstPass));
+    device()->EndScene();
+    D3DXMATRIX fixedFunction;
+    zeb::Array<D3DXMATRIX> palette;
+    palette.resize(3);
+    device()->GetTransform(D3DTS_WORLDMATRIX(0), &fixedFunction);
+    ASSERT_TRUE(scene.meshManager().skinnedMesh()[0].vertexBlend()->m_blendMatrices.get(palette));
+    EXPECT_TRUE(same(fixedFunction, bone));
+    EXPECT_TRUE(same(palette[0], bone));
 }
 
 TEST_F(SceneTest, RenderDrawsMaterialsTexturesAndMovesExactlyTheVerticesOfAMovedBone) {
@@ -413,6 +444,8 @@ TEST_F(SceneTest, LoadsLeaveTheSceneWholeOrEmptyAndNothingBehind) {
         ASSERT_EQ(scene.meshManager().skinnedMesh().size(), 1u);
         EXPECT_EQ(scene.meshManager().skinnedMesh()[0].boneArrays()[0].material.material.Diffuse.g, 1.0f);
         EXPECT_TRUE(scene.renderSkin(device(), true));
+        ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
+        EXPECT_STREQ(scene.frameRoot()->Name, "dummy_0") << "a reload numbers the nameless frames afresh";
         ASSERT_TRUE(DeleteFileA(barePath.c_str()));  // a scene that can no longer be read leaves nothing
         EXPECT_FALSE(scene.reallocateRenderResources(holder, frameList));
         EXPECT_EQ(log.count("VexilDX9", "Failed to reload virtual reality", 4), 1u);
