@@ -2,7 +2,7 @@
 
 #include <VexilDX9/Viewer.h>
 
-using scenetest::same;
+using vexiltest::same;
 
 namespace {
 const float kPi = 3.14159265f;
