@@ -2,7 +2,6 @@
 
 #include <LogCapture.h>
 #include <TestDevice.h>
-#include <TestPaths.h>
 
 #include <cstring>
 
@@ -10,9 +9,12 @@ using namespace scenetest;
 
 namespace {
 
-std::vector<std::string> namesOf(D3DXFRAME* root) {
-    std::vector<std::string> names;
-    for (D3DXFRAME* f : framesPreOrder(root)) names.push_back(f->Name);
+// The names of a frame, its children and its siblings, each frame before its children.
+std::vector<std::string> namesOf(const D3DXFRAME* f, std::vector<std::string> names = {}) {
+    for (; f; f = f->pFrameSibling) {
+        names.push_back(f->Name);
+        names = namesOf(f->pFrameFirstChild, names);
+    }
     return names;
 }
 

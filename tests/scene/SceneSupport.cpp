@@ -1,7 +1,5 @@
 #include "SceneSupport.h"
 
-#include <functional>
-
 namespace scenetest {
 
 static AllocationSpy* activeSpy = nullptr;
@@ -44,18 +42,6 @@ HRESULT LoadedHierarchy::destroy() {
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame) {
     std::vector<D3DXMESHCONTAINER*> result;
     for (D3DXMESHCONTAINER* c = frame->pMeshContainer; c; c = c->pNextMeshContainer) result.push_back(c);
-    return result;
-}
-
-std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root) {
-    std::vector<D3DXFRAME*> result;
-    std::function<void(D3DXFRAME*)> visit = [&](D3DXFRAME* f) {
-        for (; f; f = f->pFrameSibling) {
-            result.push_back(f);
-            visit(f->pFrameFirstChild);
-        }
-    };
-    visit(root);
     return result;
 }
 

@@ -73,7 +73,6 @@ protected:
 using vexiltest::referencesOf;
 using vexiltest::same;
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
-std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);
 
 typedef std::pair<std::string, unsigned> FrameRow;  // a frame's name and its parent's row
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);

@@ -10,7 +10,6 @@
 #include <TestPaths.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <deque>
 
@@ -452,60 +451,4 @@ TEST_F(SceneTest, LoadsLeaveTheSceneWholeOrEmptyAndNothingBehind) {
         EXPECT_EQ(scene.frameRoot(), nullptr);
     }
     EXPECT_EQ(spy.liveBlocks(), 0u);
-}
-
-// ---- Third-party scenes --------------------------------------------------------------------
-
-TEST_F(SceneTest, SampleScenesLoadAnimateAndDrawThroughBothSkinPaths) {
-    VEXIL_REQUIRE_SAMPLES();
-    Effect effect;
-    ASSERT_TRUE(effect.load("skinnedMesh.fxo", holder));  // compiled beside the test program
-    zeb::Array<zeb::String> anyFrames;  // a (harmless) list for every skinned container that fails
-    for (int k = 0; k < 16; ++k) anyFrames.append((std::to_string(k) + ":none").c_str());
-    for (const char* file : {"sdk\\Tiny\\tiny.x", "sdk\\MultiAnimation\\tiny_4anim.x", "assimp\\Testwuson.X",
-                             "assimp\\BCN_Epileptic.X", "sdk\\Dwarf\\Dwarf.x"}) {
-        SCOPED_TRACE(file);
-        std::string full = vexiltest::samplesDir() + "\\" + file;
-        VirtualRealityDX9 scene;
-        ASSERT_TRUE(scene.loadVirtualReality(full.substr(0, full.rfind('\\')).c_str(), full.c_str(), device(), anyFrames));
-        try {
-            scene.animate(0);  // the world matrices are updated before the camera is looked for
-        } catch (const zeb::HashKeyMissing&) {  // no "CameraDummy"
-        }
-        // Camera in front of the meshes, looking at their middle.
-        D3DXVECTOR3 low(1e30f, 1e30f, 1e30f), high(-1e30f, -1e30f, -1e30f);
-        const FrameNodeIndexer& frames = scene.meshManager().frameIndex();
-        for (unsigned i = 0; i < frames.size(); ++i)
-            for (D3DXMESHCONTAINER* c : containersOf(frames[int(i)].m_frame)) {
-                D3DXVECTOR3 centre;
-                float radius = 0;
-                void* vertices = nullptr;
-                ID3DXMesh* mesh = c->MeshData.pMesh;
-                ASSERT_EQ(mesh->LockVertexBuffer(D3DLOCK_READONLY, &vertices), D3D_OK);
-                D3DXComputeBoundingSphere(static_cast<D3DXVECTOR3*>(vertices), mesh->GetNumVertices(), mesh->GetNumBytesPerVertex(), &centre, &radius);
-                mesh->UnlockVertexBuffer();
-                D3DXVec3TransformCoord(&centre, &centre, &frames[int(i)].m_combinedTransform);
-                D3DXVECTOR3 reach(radius, radius, radius), corner;
-                D3DXVec3Minimize(&low, &low, &(corner = centre - reach));
-                D3DXVec3Maximize(&high, &high, &(corner = centre + reach));
-            }
-        D3DXVECTOR3 middle = (low + high) * 0.5f, size = high - low;
-        PerspectiveViewer& viewer = scene.perspectiveViewer();
-        float reach = std::fmax(1.0f, D3DXVec3Length(&size));
-        viewer.setZPlane(reach * 0.01f, reach * 100);
-        viewer.setLookAt(middle);
-        viewer.setTranslation(middle - D3DXVECTOR3(0, 0, reach * 2));
-        viewer.matrixLookAtLH();
-        viewer.calculateViewInverse();
-        viewer.matrixPerspectiveFovLH();
-        viewer.calculateViewProjectionLH();
-        prepare(scene);
-        EXPECT_TRUE(scene.render(device(), true));
-        EXPECT_GT(covered(finish()), 4);
-        if (scene.meshManager().skinnedMesh().empty()) continue;
-        EXPECT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
-        prepare(scene);
-        EXPECT_TRUE(scene.meshManager().renderSkin(holder, scene, true, firstPass));
-        EXPECT_GT(covered(finish()), 4);
-    }
 }
