@@ -197,6 +197,7 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
         {0, 0, true},
         {0, 0xFFFF03FF, true},            // ps_3_sw: the software models are 2.sw and 3.sw
         {0, 0xFFFF0301, false},           // there is no shader model 3.1
+        {0, 0xFFFD0200, false},           // neither a vertex nor a pixel shader
         {1, 0xFFFE, false},               // an empty comment reads as a table of 4 GB
         {1, 0xFFFE | (200u << 16), false},  // past the end token
         {3, 32, false},                   // header size
@@ -235,6 +236,7 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
     EXPECT_TRUE(sound(expression({1, 2, 0, 1, 0}))) << "literals through an input register";
     EXPECT_TRUE(sound(expression({1, 1, 0, 2, 0}))) << "inputs through a literal";
     EXPECT_FALSE(sound(expression({1, 2, 0, 7, 0}))) << "temporaries nothing writes";
+    EXPECT_FALSE(sound(expression({0, 2, 4 << 14}))) << "an input one past the highest register";
     EXPECT_FALSE(sound(expression({0, 1, 0}, {0, 4, 0}, MAKEFOURCC('C', 'T', 'I', 'T')))) << "no literal block";
     EXPECT_FALSE(sound(expression({0, 1, 0}, {1, 2, 0, 4, 0}))) << "an output through an address register";
     EXPECT_FALSE(sound(expression(), 3, 2)) << "literals in part of a register";
