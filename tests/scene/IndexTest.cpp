@@ -91,45 +91,6 @@ TEST(FrameNodeIndexer, FlattensAChainTooDeepForRecursion) {
     EXPECT_EQ(index.disableFrameRendering("f199990").size(), 10u);
 }
 
-// ---- Trees loaded through D3DX ------------------------------------------------------------
-
-namespace {
-
-// Loads and indexes; holds the table to the expected rows.
-void expectIndexed(IDirect3DDevice9* device, SceneLoaderX& loader, const std::string& path,
-                   const std::vector<FrameRow>& expected, bool distinctNames = true) {
-    SCOPED_TRACE(path);
-    loader.resetDummyFrameCounter();
-    LoadedHierarchy scene(device, path, loader);
-    ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
-    FrameNodeIndexer index;
-    EXPECT_EQ(index.initialize(scene.root()), distinctNames);
-    EXPECT_EQ(tableOf(index), expected);
-}
-
-}  // namespace
-
-TEST_F(LoaderTest, GeneratedFixturesIndexAsTheirTextNests) {
-    std::string deep, wide;
-    std::vector<FrameRow> deepRows, wideRows{{"Hub", kTop}};
-    for (unsigned i = 0; i < 60; ++i) {
-        deep = frame("deep" + std::to_string(i), deep);
-        deepRows.push_back({"deep" + std::to_string(59 - i), i ? i - 1 : kTop});
-    }
-    for (unsigned i = 0; i < 150; ++i) {  // every third frame nameless
-        wide += frame(i % 3 ? "w" + std::to_string(i) : "", "");
-        wideRows.push_back({i % 3 ? "w" + std::to_string(i) : "dummy_" + std::to_string(i / 3), 0});
-    }
-    std::string mixed = frame("Root", frame("", frame("Leaf", "") + frame("", "")) + frame("Twin", frame("Twin", "")) +
-                                          frame("Mid", quadMesh("", "") + frame("", "")));
-    expectIndexed(device(), loader, writeFixture("deep.x", xHeader() + deep), deepRows);
-    expectIndexed(device(), loader, writeFixture("wide.x", xHeader() + frame("Hub", wide)), wideRows);
-    expectIndexed(device(), loader, writeFixture("mixed.x", xHeader() + mixed),
-                  {{"Root", kTop}, {"dummy_0", 0}, {"Twin", 0}, {"Mid", 0}, {"Leaf", 1}, {"dummy_1", 1}, {"Twin", 2},
-                   {"dummy_2", 3}},
-                  false);
-}
-
 // ---- The texture index built on a loaded tree -------------------------------------------------
 
 namespace {
