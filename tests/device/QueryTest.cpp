@@ -6,10 +6,6 @@ namespace {
 
 class QueryOnWine : public DeviceTest {
 protected:
-    COMPtr<IDirect3DDevice9>::pointer heldDevice() {
-        device()->AddRef();
-        return COMPtr<IDirect3DDevice9>::pointer(device());
-    }
     template <class T> HRESULT waitForData(const QueryCommon& query, T& data) {
         HRESULT hr;
         int tries = 1000;
@@ -20,7 +16,7 @@ protected:
 
 TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
     LogCapture log;
-    QueryCommon event(heldDevice(), D3DQUERYTYPE_EVENT);
+    QueryCommon event(deviceHolder(), D3DQUERYTYPE_EVENT);
     ASSERT_TRUE(event.query());
     EXPECT_EQ(D3DQUERYTYPE_EVENT, event.query()->GetType());
     testDevice().clear(0xFF000000);
@@ -31,7 +27,7 @@ TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
     EXPECT_TRUE(log.contains("VexilDX9", 3, "14 IDirect3DQuery9::Issue S_OK")) << log.dump();
 
     // Occlusion counts the pixels drawn between the two marks.
-    QueryCommon occlusion(heldDevice(), D3DQUERYTYPE_OCCLUSION);
+    QueryCommon occlusion(deviceHolder(), D3DQUERYTYPE_OCCLUSION);
     occlusion.mark(D3DISSUE_BEGIN);
     testDevice().fillRect(0, 0, 16, 8, 0xFFFFFFFF);
     occlusion.mark(D3DISSUE_END);
@@ -42,7 +38,7 @@ TEST_F(QueryOnWine, SupportedQueriesMarkTheCommandStream) {
 TEST_F(QueryOnWine, UnsupportedTypeKeepsTheHeldQuery) {
     LogCapture log;
     QueryCommon query;
-    ASSERT_EQ(D3D_OK, query.initialize(heldDevice(), D3DQUERYTYPE_EVENT));
+    ASSERT_EQ(D3D_OK, query.initialize(deviceHolder(), D3DQUERYTYPE_EVENT));
     IDirect3DQuery9* held = query.query().get();
 
     const HRESULT probe = device()->CreateQuery(D3DQUERYTYPE_VCACHE, nullptr);
@@ -52,7 +48,7 @@ TEST_F(QueryOnWine, UnsupportedTypeKeepsTheHeldQuery) {
     EXPECT_TRUE(log.contains("VexilDX9", 2, "24 Query is not supported"));
     EXPECT_EQ(1u, log.count("VexilDX9", "14 CreateQuery D3DERR_NOTAVAILABLE")) << log.dump();
 
-    expectAssertion([&] { QueryCommon unsupported(heldDevice(), D3DQUERYTYPE_VCACHE); }, 18,
+    expectAssertion([&] { QueryCommon unsupported(deviceHolder(), D3DQUERYTYPE_VCACHE); }, 18,
                     "SUCCEEDED(initialize(device, query))", "VexilDX9/Query");
     expectAssertion([] { QueryCommon query(COMPtr<IDirect3DDevice9>::pointer(), D3DQUERYTYPE_EVENT); }, 17, "device.get()",
                     "VexilDX9/Query");

@@ -106,7 +106,9 @@ struct DeviceOverrides {
     }
     // Every head of a recorded multi-head device shows the one real swap chain.
     static HRESULT STDMETHODCALLTYPE GetSwapChain(IDirect3DDevice9* self, UINT index, IDirect3DSwapChain9** chain) {
-        const UINT real = index < ScriptedDevice9::of(self).m_heads ? 0u : index;
+        ScriptedDevice9& d = ScriptedDevice9::of(self);
+        d.swapChainsAsked.push_back(index);
+        const UINT real = index < d.m_heads ? 0u : index;
         return failOrForward(self, &DeviceScript::swapChainResult, chain, &IDirect3DDevice9::GetSwapChain, real, chain);
     }
     static HRESULT STDMETHODCALLTYPE CreateAdditionalSwapChain(IDirect3DDevice9* self, D3DPRESENT_PARAMETERS* params,

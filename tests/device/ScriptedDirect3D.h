@@ -239,6 +239,7 @@ public:
     IDirect3DDevice9* const device;
     DeviceScript script;
     unsigned resetCalls = 0;
+    std::vector<UINT> swapChainsAsked;  // the index of every GetSwapChain call
 
     // Calls the real method of the device's own table.
     template <class R, class... P, class... A> R forward(R (STDMETHODCALLTYPE IDirect3DDevice9::*method)(P...), A... args) {

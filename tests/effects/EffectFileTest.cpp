@@ -91,14 +91,15 @@ private:
 const uint32_t kTextureOperation = 0xA4, kNone = 0xFFFFFFFF;
 const Words kScalarShape{1, 1};
 
-// "Scale" = 2, texture "Tex" (object 1) and sampler "Smp" whose state 0 (object 2) sets its texture.
-TinyEffect samplerEffect() {
+// "Scale" = 2, texture "Tex" (object 1) and sampler "Smp" whose state 0 (object 2) sets its texture
+// (or whichever state the operation names).
+TinyEffect samplerEffect(uint32_t operation = kTextureOperation) {
     TinyEffect effect;
     effect.objectCount = 3;
     effect.parameter(D3DXPT_FLOAT, "Scale", D3DXPC_SCALAR, {0x40000000}, kScalarShape);
     effect.parameter(D3DXPT_TEXTURE, "Tex", D3DXPC_OBJECT, {1});
     uint32_t stateType = effect.type(D3DXPT_TEXTURE, D3DXPC_OBJECT, effect.text("", false), 0);
-    uint32_t samplerValue = effect.words({1, kTextureOperation, 0, stateType, effect.words({2})});
+    uint32_t samplerValue = effect.words({1, operation, 0, stateType, effect.words({2})});
     effect.parameterAt(effect.type(D3DXPT_SAMPLER2D, D3DXPC_OBJECT, effect.text("Smp"), 0), samplerValue);
     return effect;
 }
@@ -181,6 +182,8 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
         c.change(effect);
         EXPECT_EQ(c.sound, effect.wellFormed()) << c.rule;
     }
+    EXPECT_TRUE(samplerEffect(0xB2).wellFormed()) << "the last state of D3DX's table";
+    EXPECT_FALSE(samplerEffect(0xB3).wellFormed()) << "one past it";
 }
 
 // D3DX walks the comments of shader code up to its end token and reads the constant table it
@@ -194,6 +197,7 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
         {0, 0, true},
         {0, 0xFFFF03FF, true},            // ps_3_sw: the software models are 2.sw and 3.sw
         {0, 0xFFFF0301, false},           // there is no shader model 3.1
+        {0, 0xFFFD0200, false},           // neither a vertex nor a pixel shader
         {1, 0xFFFE, false},               // an empty comment reads as a table of 4 GB
         {1, 0xFFFE | (200u << 16), false},  // past the end token
         {3, 32, false},                   // header size
@@ -232,6 +236,7 @@ TEST(EffectFileCheck, ShaderCodeAndExpressionsAreCheckedAsD3DXAndTheDeviceRunThe
     EXPECT_TRUE(sound(expression({1, 2, 0, 1, 0}))) << "literals through an input register";
     EXPECT_TRUE(sound(expression({1, 1, 0, 2, 0}))) << "inputs through a literal";
     EXPECT_FALSE(sound(expression({1, 2, 0, 7, 0}))) << "temporaries nothing writes";
+    EXPECT_FALSE(sound(expression({0, 2, 4 << 14}))) << "an input one past the highest register";
     EXPECT_FALSE(sound(expression({0, 1, 0}, {0, 4, 0}, MAKEFOURCC('C', 'T', 'I', 'T')))) << "no literal block";
     EXPECT_FALSE(sound(expression({0, 1, 0}, {1, 2, 0, 4, 0}))) << "an output through an address register";
     EXPECT_FALSE(sound(expression(), 3, 2)) << "literals in part of a register";

@@ -81,7 +81,7 @@ HRESULT WINAPI EffectCreationHook::hooked(IDirect3DDevice9* device, const wchar_
                                           ID3DXEffect** effect, ID3DXBuffer** errors) {
     EffectCreationHook& hook = *g_creationHook;
     ++hook.m_calls;
-    hook.macros = macros, hook.include = include;
+    hook.macros = macros, hook.include = include, hook.pool = pool;
     HRESULT hr = reinterpret_cast<decltype(&hooked)>(hook.m_patch.original())(device, file, macros, include, flags,
                                                                              pool, effect, errors);
     if (SUCCEEDED(hr) && hook.m_script) hook.m_script(*effect);

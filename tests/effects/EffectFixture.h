@@ -35,6 +35,7 @@ public:
     // What the last call was handed.
     const D3DXMACRO* macros = nullptr;
     ID3DXInclude* include = nullptr;
+    ID3DXEffectPool* pool = nullptr;
 
 private:
     static HRESULT WINAPI hooked(IDirect3DDevice9*, const wchar_t*, const D3DXMACRO*, ID3DXInclude*, DWORD,

@@ -60,20 +60,20 @@ TEST_F(EffectTest, ScalarsVectorsMatricesAndArraysRoundTrip) {
 TEST_F(EffectTest, TexturesReadBackAsTwoDimensionalOnlyAndFailuresAreLoggedWithTheEffectFile) {
     vexiltest::LogCapture log;
     COMPtr<IDirect3DTexture9>::pointer texture;
-    COMPtr<IDirect3DCubeTexture9>::pointer cube;
+    COMPtr<IDirect3DVolumeTexture9>::pointer volume;
     ASSERT_EQ(D3D_OK, device()->CreateTexture(4, 4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, texture.receive(), nullptr));
-    ASSERT_EQ(D3D_OK, device()->CreateCubeTexture(4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, cube.receive(), nullptr));
-    IDirect3DBaseTexture9 *flat = texture.get(), *cubeBase = cube.get(), *out = nullptr;
+    ASSERT_EQ(D3D_OK, device()->CreateVolumeTexture(4, 4, 4, 1, 0, D3DFMT_A8R8G8B8, D3DPOOL_MANAGED, volume.receive(), nullptr));
+    IDirect3DBaseTexture9 *flat = texture.get(), *volumeBase = volume.get(), *out = nullptr;
     ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), flat));
     ASSERT_TRUE(getParameter(m_marks, handle("Diffuse"), out));
     EXPECT_EQ(flat, out);
     out->Release();
-    ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), cubeBase));
-    ULONG before = referencesOf(cubeBase);
+    ASSERT_TRUE(setParameter(m_marks, handle("Diffuse"), volumeBase));
+    ULONG before = referencesOf(volumeBase);
     out = nullptr;
     EXPECT_FALSE(getParameter(m_marks, handle("Diffuse"), out));
-    EXPECT_EQ(cubeBase, out) << "the cube texture stays in the output";
-    EXPECT_EQ(before + 1, referencesOf(cubeBase)) << "with the reference the caller must release";
+    EXPECT_EQ(volumeBase, out) << "the volume texture stays in the output";
+    EXPECT_EQ(before + 1, referencesOf(volumeBase)) << "with the reference the caller must release";
     out->Release();
     EXPECT_TRUE(log.contains("VexilDX9", 3, "172 Base type of the texture indicates that the resource is not a 2D texture"));
     IDirect3DBaseTexture9* none = nullptr;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cmath>
 #include <string>
 
 namespace vexiltest {
@@ -73,6 +74,15 @@ private:
     unsigned m_size;
     TestDevice* m_device = nullptr;
 };
+
+// Vectors and matrices alike, element by element.
+template <class T>::testing::AssertionResult same(const T& actual, const T& expected) {
+    const float *a = actual, *e = expected;
+    for (size_t i = 0; i < sizeof(T) / sizeof(float); ++i)
+        if (std::fabs(a[i] - e[i]) > 1e-5f * (1.0f + std::fabs(e[i])))
+            return ::testing::AssertionFailure() << "element " << i << ": " << a[i] << " vs " << e[i];
+    return ::testing::AssertionSuccess();
+}
 
 std::string currentTestName();
 // The reference count of a COM object.

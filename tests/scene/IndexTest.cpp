@@ -6,7 +6,6 @@
 
 #include <LogCapture.h>
 #include <TestDevice.h>
-#include <TestPaths.h>
 
 #include <deque>
 
@@ -92,63 +91,6 @@ TEST(FrameNodeIndexer, FlattensAChainTooDeepForRecursion) {
     EXPECT_EQ(index.disableFrameRendering("f199990").size(), 10u);
 }
 
-// ---- Trees loaded through D3DX ------------------------------------------------------------
-
-namespace {
-
-// Loads and indexes; holds the table to the expected rows or, without them, its size to the tree's.
-void expectIndexed(IDirect3DDevice9* device, SceneLoaderX& loader, const std::string& path,
-                   const std::vector<FrameRow>& expected, bool distinctNames = true) {
-    SCOPED_TRACE(path);
-    loader.resetDummyFrameCounter();
-    LoadedHierarchy scene(device, path, loader);
-    ASSERT_TRUE(scene.ok()) << std::hex << scene.result();
-    FrameNodeIndexer index;
-    EXPECT_EQ(index.initialize(scene.root()), distinctNames);
-    if (expected.empty()) {
-        EXPECT_EQ(index.size(), framesPreOrder(scene.root()).size());
-    } else {
-        EXPECT_EQ(tableOf(index), expected);
-    }
-}
-
-}  // namespace
-
-TEST_F(LoaderTest, GeneratedFixturesIndexAsTheirTextNests) {
-    std::string deep, wide;
-    std::vector<FrameRow> deepRows, wideRows{{"Hub", kTop}};
-    for (unsigned i = 0; i < 60; ++i) {
-        deep = frame("deep" + std::to_string(i), deep);
-        deepRows.push_back({"deep" + std::to_string(59 - i), i ? i - 1 : kTop});
-    }
-    for (unsigned i = 0; i < 150; ++i) {  // every third frame nameless
-        wide += frame(i % 3 ? "w" + std::to_string(i) : "", "");
-        wideRows.push_back({i % 3 ? "w" + std::to_string(i) : "dummy_" + std::to_string(i / 3), 0});
-    }
-    std::string mixed = frame("Root", frame("", frame("Leaf", "") + frame("", "")) + frame("Twin", frame("Twin", "")) +
-                                          frame("Mid", quadMesh("", "") + frame("", "")));
-    expectIndexed(device(), loader, writeFixture("deep.x", xHeader() + deep), deepRows);
-    expectIndexed(device(), loader, writeFixture("wide.x", xHeader() + frame("Hub", wide)), wideRows);
-    expectIndexed(device(), loader, writeFixture("mixed.x", xHeader() + mixed),
-                  {{"Root", kTop}, {"dummy_0", 0}, {"Twin", 0}, {"Mid", 0}, {"Leaf", 1}, {"dummy_1", 1}, {"Twin", 2},
-                   {"dummy_2", 3}},
-                  false);
-}
-
-TEST_F(LoaderTest, SamplesIndexAsTheirFilesNest) {
-    VEXIL_REQUIRE_SAMPLES();
-    std::string dir = vexiltest::samplesDir() + "\\";
-    expectIndexed(device(), loader, dir + "sdk\\Tiny\\tiny.x", {});
-    expectIndexed(device(), loader, dir + "sdk\\misc\\Cube.x", {{"dummy_0", kTop}});  // a mesh without a frame
-    // Compressed and binary encodings; their nesting read from the decoded files.
-    expectIndexed(device(), loader, dir + "sdk\\Dwarf\\Dwarf.x",
-                  {{"DXCC_ROOT", kTop}, {"dummy_0", 0}, {"Drawf", 1}, {"side", 1}, {"front", 1}, {"top", 1},
-                   {"persp", 1}, {"Sword_new", 2}, {"backpack_new", 2}, {"Body1", 2}, {"Armor_new", 2},
-                   {"Face_gear_new", 2}, {"Head_new", 2}});
-    for (const char* file : {"assimp\\test_cube_text.x", "assimp\\test_cube_binary.x", "assimp\\test_cube_compressed.x"})
-        expectIndexed(device(), loader, dir + file, {{"Root", kTop}, {"Cube", 0}});
-}
-
 // ---- The texture index built on a loaded tree -------------------------------------------------
 
 namespace {
@@ -206,8 +148,8 @@ TEST_F(LoaderTest, TexturesGroupSubsetsWithTheIntendedMerges) {
     table[a].setTexture(texture);
     TextureTuple copy(table[a]);
     EXPECT_EQ(copy.texture(), texture.get());
-    EXPECT_EQ(references(texture.get()), 3u);
+    EXPECT_EQ(referencesOf(texture.get()), 3u);
     copy.cleanup();
     table.clear();
-    EXPECT_EQ(references(texture.get()), 1u);
+    EXPECT_EQ(referencesOf(texture.get()), 1u);
 }

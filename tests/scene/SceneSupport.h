@@ -1,12 +1,12 @@
 #pragma once
-// Shared pieces of the scene tests: X text written on the fly, a tree loaded and destroyed through
-// one loader, a block counter on the library's COM task allocations, and the frame tables.
+// Shared pieces of the scene tests: a tree loaded and destroyed through one loader, a block counter on the library's COM task allocations, and the frame tables.
 #include "../device/ImportPatch.h"
 
 #include <VexilDX9/FrameNodeIndexer.h>
 #include <VexilDX9/SceneLoaderX.h>
 
 #include <TestDevice.h>
+#include <XText.h>
 
 #include <d3dx9.h>
 #include <gtest/gtest.h>
@@ -17,6 +17,8 @@
 #include <vector>
 
 namespace scenetest {
+
+using namespace vexiltest::xtext;
 
 // CoTaskMemAlloc and CoTaskMemFree as VexilDX9.dll sees them while the spy lives: the blocks
 // still live are counted, and the n-th allocation can be refused.
@@ -37,17 +39,6 @@ private:
     unsigned m_allocations = 0, m_failAt = 0;
     std::set<void*> m_live;
 };
-
-// X text. The skin templates are declared inline: stock Wine refuses skinned files without.
-std::string xHeader();
-std::string frame(const std::string& name, const std::string& body);
-std::string translation(float x, float y, float z);
-// One quad (two faces taking materials face0 and face1) with optional material list and extras.
-std::string quadMesh(const std::string& name, const std::string& materials, const std::string& extra = "");
-std::string material(float r, float g, float b, float a, float power, const std::string& textureFile);
-std::string materialList(const std::vector<std::string>& materials, unsigned face0, unsigned face1);
-std::string skin(const std::vector<std::string>& bones);  // header plus one weight block per bone
-std::string writeFixture(const std::string& fileName, const std::string& text);  // Windows path
 
 // A tree loaded through a loader and destroyed through the same loader.
 class LoadedHierarchy {
@@ -79,12 +70,9 @@ protected:
     SceneLoaderX loader;
 };
 
-inline ULONG references(IUnknown* object) {
-    object->AddRef();
-    return object->Release();
-}
+using vexiltest::referencesOf;
+using vexiltest::same;
 std::vector<D3DXMESHCONTAINER*> containersOf(const D3DXFRAME* frame);
-std::vector<D3DXFRAME*> framesPreOrder(D3DXFRAME* root);
 
 typedef std::pair<std::string, unsigned> FrameRow;  // a frame's name and its parent's row
 std::vector<FrameRow> tableOf(const FrameNodeIndexer& index);

@@ -10,7 +10,6 @@
 #include <TestPaths.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <deque>
 
@@ -135,9 +134,9 @@ TEST_F(SceneTest, LoadBuildsTexturesGroupsSkinsAndHidesTheFramesOfAFailedSkin) {
         EXPECT_EQ(list[0].get(), texture);
         EXPECT_EQ(list[1].get(), nullptr);
     }
-    const ULONG held = references(texture);  // a copied frame node holds a reference of its own
-    EXPECT_EQ(references(FrameNode(scene.frameRefByName("Left")).m_containerTextures[0].m_textureList[0].get()), held + 1);
-    EXPECT_EQ(references(texture), held);
+    const ULONG held = referencesOf(texture);  // a copied frame node holds a reference of its own
+    EXPECT_EQ(referencesOf(FrameNode(scene.frameRefByName("Left")).m_containerTextures[0].m_textureList[0].get()), held + 1);
+    EXPECT_EQ(referencesOf(texture), held);
     const auto& groups = scene.textureTable();
     ASSERT_EQ(groups.size(), 3u);
     EXPECT_EQ(groups.keys()[0], tex);
@@ -201,7 +200,7 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
         const FrameNode& bone = scene.frameRefByName("Bone1");
         D3DXMATRIX expected, product;
         D3DXMatrixTranslation(&expected, -0.5f, -1.5f + lift, 0);
-        for (int i = 0; i < 16; ++i) EXPECT_NEAR(bone.m_combinedTransform[i], expected[i], 1e-5) << "lift " << lift;
+        EXPECT_TRUE(same(bone.m_combinedTransform, expected)) << "lift " << lift;
         D3DXMatrixMultiply(&product, &bone.m_combinedTransform, &bone.m_inverseTransform);
         EXPECT_NEAR(product._42, 0.0f, 1e-5);
         EXPECT_NEAR(bone.m_invTransposeTransform._24, bone.m_inverseTransform._42, 1e-6);
@@ -223,9 +222,8 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
         D3DLIGHT9 light;
         BOOL on = FALSE;
         EXPECT_TRUE(SUCCEEDED(device()->GetLight(i, &light)) && SUCCEEDED(device()->GetLightEnable(i, &on)) && on);
-        EXPECT_TRUE(std::memcmp(&light, &scene.light(i), sizeof light) == 0 && light.Diffuse.g == 64 / 255.0f) << i;
+        EXPECT_TRUE(std::memcmp(&light, &scene.light(i), sizeof light) == 0) << i;
     }
-    EXPECT_TRUE(scene.light(1).Type == D3DLIGHT_POINT && scene.light(2).Position.z == 16.3f && scene.light(2).Phi == 1.8849556f);
 
     // Without "CameraDummy" the transforms are updated before the look-up fails.
     std::string lone = xHeader() + frame("Lone", translation(0, 0, 0)) +
@@ -233,6 +231,37 @@ TEST_F(SceneTest, AnimateUpdatesWorldMatricesParentsFirstAndPlacesTheCamera) {
     ASSERT_TRUE(scene.loadVirtualReality("", writeFixture("lone.x", lone).c_str(), device(), zeb::Array<zeb::String>()));
     EXPECT_THROW(scene.animate(0), zeb::HashKeyMissing);
     EXPECT_EQ(scene.frameRefByName("Lone").m_combinedTransform._41, 4.0f);
+}
+
+// Under rotations and uneven scales the other orders give other matrices: a frame's world is its own
+// matrix, then its parent's world; a bone's is its offset, then its frame's world, on both skin paths.
+TEST_F(SceneTest, WorldsTakeTheChildBeforeTheParentAndTheOffsetBeforeTheBone) {
+    D3DXMATRIX parent, child, offset, turn;
+    D3DXMatrixMultiply(&parent, D3DXMatrixScaling(&parent, 2, 1, 0.5f), D3DXMatrixRotationZ(&turn, 0.5f));
+    D3DXMatrixMultiply(&child, D3DXMatrixRotationX(&child, 0.7f), D3DXMatrixScaling(&turn, 1, 3, 1));
+    D3DXMatrixMultiply(&offset, D3DXMatrixRotationY(&offset, 0.3f), D3DXMatrixTranslation(&turn, 0, 0, 2));
+    parent._41 = 1, child._42 = 2;
+    const std::string text = xHeader() + frame("Parent", transform(parent) + frame("Child", transform(child))) +
+                             frame("Body", quadMesh("Skin", "", skin({"Child"}, offset)));
+    VirtualRealityDX9 scene;
+    Effect effect;
+    ASSERT_TRUE(scene.loadVirtualReality("", writeFixture("turned.x", text).c_str(), device(), frameList) &&
+                effect.load("skinnedMesh.fxo", holder) && scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
+    scene.meshManager().updateTransformation();
+    D3DXFRAME* root = scene.frameRoot();
+    const D3DXMATRIX world = D3DXFrameFind(root, "Child")->TransformationMatrix * D3DXFrameFind(root, "Parent")->TransformationMatrix;
+    const D3DXMATRIX bone = *D3DXFrameFind(root, "Body")->pMeshContainer->pSkinInfo->GetBoneOffsetMatrix(0) * world;
+    EXPECT_TRUE(same(scene.frameRefByName("Child").m_combinedTransform, world));
+    device()->BeginScene();
+    ASSERT_TRUE(scene.renderSkin(device(), false) && scene.meshManager().renderSkin(holder, scene, false, firstPass));
+    device()->EndScene();
+    D3DXMATRIX fixedFunction;
+    zeb::Array<D3DXMATRIX> palette;
+    palette.resize(3);
+    device()->GetTransform(D3DTS_WORLDMATRIX(0), &fixedFunction);
+    ASSERT_TRUE(scene.meshManager().skinnedMesh()[0].vertexBlend()->m_blendMatrices.get(palette));
+    EXPECT_TRUE(same(fixedFunction, bone));
+    EXPECT_TRUE(same(palette[0], bone));
 }
 
 TEST_F(SceneTest, RenderDrawsMaterialsTexturesAndMovesExactlyTheVerticesOfAMovedBone) {
@@ -413,66 +442,12 @@ TEST_F(SceneTest, LoadsLeaveTheSceneWholeOrEmptyAndNothingBehind) {
         ASSERT_EQ(scene.meshManager().skinnedMesh().size(), 1u);
         EXPECT_EQ(scene.meshManager().skinnedMesh()[0].boneArrays()[0].material.material.Diffuse.g, 1.0f);
         EXPECT_TRUE(scene.renderSkin(device(), true));
+        ASSERT_TRUE(scene.reallocateRenderResources(holder, frameList));
+        EXPECT_STREQ(scene.frameRoot()->Name, "dummy_0") << "a reload numbers the nameless frames afresh";
         ASSERT_TRUE(DeleteFileA(barePath.c_str()));  // a scene that can no longer be read leaves nothing
         EXPECT_FALSE(scene.reallocateRenderResources(holder, frameList));
         EXPECT_EQ(log.count("VexilDX9", "Failed to reload virtual reality", 4), 1u);
         EXPECT_EQ(scene.frameRoot(), nullptr);
     }
     EXPECT_EQ(spy.liveBlocks(), 0u);
-}
-
-// ---- Third-party scenes --------------------------------------------------------------------
-
-TEST_F(SceneTest, SampleScenesLoadAnimateAndDrawThroughBothSkinPaths) {
-    VEXIL_REQUIRE_SAMPLES();
-    Effect effect;
-    ASSERT_TRUE(effect.load("skinnedMesh.fxo", holder));  // compiled beside the test program
-    zeb::Array<zeb::String> anyFrames;  // a (harmless) list for every skinned container that fails
-    for (int k = 0; k < 16; ++k) anyFrames.append((std::to_string(k) + ":none").c_str());
-    for (const char* file : {"sdk\\Tiny\\tiny.x", "sdk\\MultiAnimation\\tiny_4anim.x", "assimp\\Testwuson.X",
-                             "assimp\\BCN_Epileptic.X", "sdk\\Dwarf\\Dwarf.x"}) {
-        SCOPED_TRACE(file);
-        std::string full = vexiltest::samplesDir() + "\\" + file;
-        VirtualRealityDX9 scene;
-        ASSERT_TRUE(scene.loadVirtualReality(full.substr(0, full.rfind('\\')).c_str(), full.c_str(), device(), anyFrames));
-        try {
-            scene.animate(0);  // the world matrices are updated before the camera is looked for
-        } catch (const zeb::HashKeyMissing&) {  // no "CameraDummy"
-        }
-        // Camera in front of the meshes, looking at their middle.
-        D3DXVECTOR3 low(1e30f, 1e30f, 1e30f), high(-1e30f, -1e30f, -1e30f);
-        const FrameNodeIndexer& frames = scene.meshManager().frameIndex();
-        for (unsigned i = 0; i < frames.size(); ++i)
-            for (D3DXMESHCONTAINER* c : containersOf(frames[int(i)].m_frame)) {
-                D3DXVECTOR3 centre;
-                float radius = 0;
-                void* vertices = nullptr;
-                ID3DXMesh* mesh = c->MeshData.pMesh;
-                ASSERT_EQ(mesh->LockVertexBuffer(D3DLOCK_READONLY, &vertices), D3D_OK);
-                D3DXComputeBoundingSphere(static_cast<D3DXVECTOR3*>(vertices), mesh->GetNumVertices(), mesh->GetNumBytesPerVertex(), &centre, &radius);
-                mesh->UnlockVertexBuffer();
-                D3DXVec3TransformCoord(&centre, &centre, &frames[int(i)].m_combinedTransform);
-                D3DXVECTOR3 reach(radius, radius, radius), corner;
-                D3DXVec3Minimize(&low, &low, &(corner = centre - reach));
-                D3DXVec3Maximize(&high, &high, &(corner = centre + reach));
-            }
-        D3DXVECTOR3 middle = (low + high) * 0.5f, size = high - low;
-        PerspectiveViewer& viewer = scene.perspectiveViewer();
-        float reach = std::fmax(1.0f, D3DXVec3Length(&size));
-        viewer.setZPlane(reach * 0.01f, reach * 100);
-        viewer.setLookAt(middle);
-        viewer.setTranslation(middle - D3DXVECTOR3(0, 0, reach * 2));
-        viewer.matrixLookAtLH();
-        viewer.calculateViewInverse();
-        viewer.matrixPerspectiveFovLH();
-        viewer.calculateViewProjectionLH();
-        prepare(scene);
-        EXPECT_TRUE(scene.render(device(), true));
-        EXPECT_GT(covered(finish()), 4);
-        if (scene.meshManager().skinnedMesh().empty()) continue;
-        EXPECT_TRUE(scene.meshManager().setSkinEffect(BorrowedEffect(&effect)));
-        prepare(scene);
-        EXPECT_TRUE(scene.meshManager().renderSkin(holder, scene, true, firstPass));
-        EXPECT_GT(covered(finish()), 4);
-    }
 }

@@ -1,22 +1,11 @@
+#include "SceneSupport.h"
+
 #include <VexilDX9/Viewer.h>
 
-#include <gtest/gtest.h>
-
-#include <cmath>
+using vexiltest::same;
 
 namespace {
-
 const float kPi = 3.14159265f;
-
-// Vectors and matrices alike, element by element.
-template <class T>::testing::AssertionResult same(const T& actual, const T& expected) {
-    const float *a = actual, *e = expected;
-    for (size_t i = 0; i < sizeof(T) / sizeof(float); ++i)
-        if (std::fabs(a[i] - e[i]) > 1e-5f * (1.0f + std::fabs(e[i])))
-            return ::testing::AssertionFailure() << "element " << i << ": " << a[i] << " vs " << e[i];
-    return ::testing::AssertionSuccess();
-}
-
 }  // namespace
 
 // Rotations turn the look-at point and the up vector about the eye; the matrices follow the setters.

@@ -110,8 +110,10 @@ TEST_F(ShadowMapTest, TheBoxDarkensTheGroundWhereTheLampProjectsItAlsoAfterReset
     const std::vector<uint32_t> picture = vexiltest::readRenderTarget(device()).pixels;
     ULONG references = 0;
     for (unsigned cycle = 1; cycle <= vexiltest::resetCycles(); ++cycle) {
+        m_map->releaseShadowMapResources();  // it lets go of the map itself; under Wine OnLostDevice would as well
+        IDirect3DBaseTexture9* held = nullptr;
+        ASSERT_TRUE(SUCCEEDED(m_map->effect().effect()->GetTexture("colorBuffer", &held)) && !held) << "a reset would be refused";
         m_map->effect().effect()->OnLostDevice();
-        m_map->releaseShadowMapResources();
         ASSERT_EQ(D3D_OK, vexiltest::resetDevice(device()));
         m_map->effect().effect()->OnResetDevice();
         ASSERT_TRUE(m_map->allocateShadowMapResources(deviceHolder(), m_map->shadowMapDimension()));

@@ -84,17 +84,17 @@ TEST(ViewerOptions, FrameListsKeepGoodEntriesAndRefuseOthers) {
     const std::string path = vexiltest::outputDir() + "\\frames.k2m";
     const struct {
         const char* text;
-        size_t entries;  // kept before the first refused entry
+        std::vector<std::string> entries;  // kept before the first refused entry
         bool good;
     } cases[] = {
-        {"0:Hips\r\n\n1:Head  \n", 2, true}, {"", 0, true},        {"Head\n", 0, false},
-        {"0:Hips:Spine\n", 0, false},       {"x:Hips\n", 0, false}, {"0:\n", 0, false},
+        {"0:Hips\r\n\r\n1:Head \r\r\n", {"0:Hips", "1:Head"}, true},  // CRLF, and a line saved through CRLF twice
+        {"", {}, true}, {"Head\n", {}, false}, {"0:Hips:Spine\n", {}, false}, {"x:Hips\n", {}, false}, {"0:\n", {}, false},
     };
     for (const auto& c : cases) {
-        std::ofstream(path) << c.text;
+        std::ofstream(path, std::ios::binary) << c.text;
         std::vector<std::string> entries;
         EXPECT_EQ(c.good, vexilview::readFrameList(path, entries).empty()) << c.text;
-        EXPECT_EQ(c.entries, entries.size()) << c.text;
+        EXPECT_EQ(c.entries, entries) << c.text;
     }
     std::vector<std::string> entries;
     EXPECT_NE("", vexilview::readFrameList(path + ".missing", entries));

@@ -330,6 +330,8 @@ def check_samples(viewer):
         failures += problems
         if pictures and animated and pictures[0] == pictures[-1]:
             failures.append(name + " stands still")
+    for name in ("sdk/Tiny/tiny.x", "assimp/Testwuson.X", "assimp/BCN_Epileptic.X"):  # the skins through the effect
+        failures += check_run(viewer, sample(name), 2, 4, "--skin", "effect", size="240x180")[2]
     failures += check_info(viewer, sample("sdk/MultiAnimation/tiny_4anim.x"), ["4 sets", "'Jog'", "Tiny_skin.dds did not load"])
     failures += check_info(viewer, sample("assimp/Testwuson.X"), ["'Wuson_Run' 0.97 s, 4800 ticks a second, once (plays)"])
     failures += check_info(viewer, sample("sdk/misc/Cube.x"), ["no material: drawn in neutral grey"])
