@@ -53,10 +53,10 @@ TEST_F(XMeshLoad, ShortMaterialListsGiveTheLastIndexToTheRemainingFaces)
         std::vector<uint32_t> listed;
         std::vector<DWORD> expected;  // of the 4 quads
     } lists[] = {{"one index", {1}, {1, 1, 1, 1}},
-                 {"two indices", {1, 0}, {1, 0, 0, 0}},
-                 {"none", {}, {0, 0, 0, 0}},
-                 {"more than faces", {0, 1, 0, 1, 1, 1}, {0, 1, 0, 1}},
-                 {"one a face", {1, 0, 1, 0}, {1, 0, 1, 0}}};
+                 {"one fewer than faces", {0, 0, 1}, {0, 0, 1, 1}},
+                 {"one a face", {1, 0, 1, 0}, {1, 0, 1, 0}},
+                 {"one more than faces", {0, 1, 1, 0, 1}, {0, 1, 1, 0}},
+                 {"none", {}, {0, 0, 0, 0}}};
     for (const auto& list : lists) {
         for (int variant = 0; variant < 6; ++variant) {
             const bool binary = variant % 2, packed = variant / 2 == 1, referenced = variant / 2 == 2;
@@ -81,55 +81,28 @@ TEST_F(XMeshLoad, ShortMaterialListsGiveTheLastIndexToTheRemainingFaces)
     EXPECT_EQ((std::vector<DWORD>{1, 1, 1, 1}), quadMaterials(mesh.get())) << "the single-mesh loader reads them too";
 }
 
-// A single index over many faces draws every face in that material.
-TEST_F(XMeshLoad, OneIndexMaterialListDrawsEveryFace)
-{
-    LoadedScene scene(device(), compressed(materialListFile(64, {1}, true)));
-    ASSERT_EQ(S_OK, scene.result);
-    ID3DXMesh* mesh = scene.frame("Strip")->pMeshContainer->MeshData.pMesh;
-    D3DXMATRIX identity, projection;
-    D3DXMatrixOrthoOffCenterLH(&projection, 0, 64, 0, 1, -1, 1);
-    IDirect3DDevice9* d = device();
-    d->SetTransform(D3DTS_WORLD, D3DXMatrixIdentity(&identity));
-    d->SetTransform(D3DTS_VIEW, &identity);
-    d->SetTransform(D3DTS_PROJECTION, &projection);
-    d->SetRenderState(D3DRS_LIGHTING, FALSE);
-    d->SetRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
-    d->SetTextureStageState(0, D3DTSS_COLOROP, D3DTOP_SELECTARG1);
-    d->SetTextureStageState(0, D3DTSS_COLORARG1, D3DTA_TFACTOR);
-    testDevice().clear(0xff000000);
-    ASSERT_EQ(D3D_OK, d->BeginScene());
-    const D3DCOLOR colours[2] = {0xffff0000, 0xff0000ff};
-    for (DWORD subset = 0; subset < 2; ++subset) {
-        d->SetRenderState(D3DRS_TEXTUREFACTOR, colours[subset]);
-        mesh->DrawSubset(subset);
-    }
-    d->EndScene();
-    for (unsigned x = 0; x < 64; x += 9)
-        EXPECT_TRUE(renderedPixelIs(x, 32, colours[1]));
-}
-
-// Frames Root (at x = 10) > Big (scaled 2, at x = +3) and Small (at x = -3) > an unnamed frame,
-// Big and Small each holding the six points at unit distance on the axes.
+// Root turned a quarter about z and moved to x = 10 holds Big (stretched 2 along x, moved 3
+// along x) with the six points at unit distance on the axes, and Small (moved -6 along x) with
+// the points 0, 3 and 6 of its y axis and an unnamed frame. In the world Big's points lie around
+// (10, 3, 0), out to (10, 5, 0); Small's at (10, -6, 0), (7, -6, 0) and (4, -6, 0).
 const char* const kTwoBalls = R"(
 Frame Root {
-  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,10.0,0.0,0.0,1.0;; }
+  FrameTransformMatrix { 0.0,1.0,0.0,0.0,-1.0,0.0,0.0,0.0,0.0,0.0,1.0,0.0,10.0,0.0,0.0,1.0;; }
   Frame Big {
-    FrameTransformMatrix { 2.0,0.0,0.0,0.0,0.0,2.0,0.0,0.0,0.0,0.0,2.0,0.0,3.0,0.0,0.0,1.0;; }
+    FrameTransformMatrix { 2.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,3.0,0.0,0.0,1.0;; }
     Mesh { 6; 1.0;0.0;0.0;, -1.0;0.0;0.0;, 0.0;1.0;0.0;, 0.0;-1.0;0.0;, 0.0;0.0;1.0;, 0.0;0.0;-1.0;;
            2; 3;0,2,4;, 3;1,3,5;; }
   }
   Frame Small {
-    FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,-3.0,0.0,0.0,1.0;; }
-    Mesh { 6; 1.0;0.0;0.0;, -1.0;0.0;0.0;, 0.0;1.0;0.0;, 0.0;-1.0;0.0;, 0.0;0.0;1.0;, 0.0;0.0;-1.0;;
-           2; 3;0,2,4;, 3;1,3,5;; }
+    FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,-6.0,0.0,0.0,1.0;; }
+    Mesh { 3; 0.0;0.0;0.0;, 0.0;3.0;0.0;, 0.0;6.0;0.0;; 1; 3;0,1,2;; }
     Frame { FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; } }
   }
 }
 )";
 
-// The sphere holds every vertex where the frames place it: centred on their mean (10, 0, 0), out
-// to Big's far point (15, 0, 0).
+// The sphere holds every vertex where its frame and then the frame's parents place it: centred
+// on the mean of the nine, (9, 0, 0), out to Small's farthest one.
 TEST_F(XMeshLoad, FrameUtilitiesMeasureCountAndRegisterTheHierarchy)
 {
     LoadedScene scene(device(), textFile({kTwoBalls}));
@@ -137,36 +110,44 @@ TEST_F(XMeshLoad, FrameUtilitiesMeasureCountAndRegisterTheHierarchy)
     D3DXVECTOR3 center;
     float radius = 0;
     ASSERT_EQ(D3D_OK, D3DXFrameCalculateBoundingSphere(scene.root, &center, &radius));
-    EXPECT_NEAR(10, center.x, 1e-5);
+    EXPECT_NEAR(9, center.x, 1e-5);
     EXPECT_NEAR(0, std::fabs(center.y) + std::fabs(center.z), 1e-5);
-    EXPECT_NEAR(5, radius, 1e-5);
+    EXPECT_NEAR(std::sqrt(61.0f), radius, 1e-5);
 
     EXPECT_EQ(3u, D3DXFrameNumNamedMatrices(scene.root)) << "the unnamed frame does not count";
     D3DXFRAME* leaf = nullptr;
     ASSERT_EQ(S_OK, scene.allocator.CreateFrame("Leaf", &leaf));
-    ASSERT_EQ(D3D_OK, D3DXFrameAppendChild(scene.frame("Small"), leaf));
-    EXPECT_EQ(leaf, scene.frame("Small")->pFrameFirstChild->pFrameSibling) << "after the unnamed frame";
+    ASSERT_EQ(D3D_OK, D3DXFrameAppendChild(scene.root, leaf));
+    EXPECT_EQ(leaf, scene.frame("Small")->pFrameSibling) << "after Root's last child";
     EXPECT_EQ(4u, D3DXFrameNumNamedMatrices(scene.root));
 
-    // Registered outputs are what a keyframed set drives; a controller too small refuses the rest.
+    // Registered outputs are what a keyframed set drives, the set put on its track before or
+    // after; a controller too small refuses the rest.
     Ref<ID3DXAnimationController> small, controller;
     ASSERT_EQ(D3D_OK, D3DXCreateAnimationController(2, 1, 1, 1, small.out()));
     EXPECT_EQ(D3DERR_INVALIDCALL, D3DXFrameRegisterNamedMatrices(scene.root, small.get()));
     ASSERT_EQ(D3D_OK, D3DXCreateAnimationController(4, 1, 1, 1, controller.out()));
-    ASSERT_EQ(D3D_OK, D3DXFrameRegisterNamedMatrices(scene.root, controller.get()));
     Ref<ID3DXKeyframedAnimationSet> set;
     const D3DXKEY_VECTOR3 keys[2] = {{0, D3DXVECTOR3(0, 0, 0)}, {1, D3DXVECTOR3(0, 8, 0)}};
     ASSERT_EQ(D3D_OK, D3DXCreateKeyframedAnimationSet("Lift", 1, D3DXPLAY_ONCE, 1, 0, nullptr, set.out()));
     ASSERT_EQ(D3D_OK, set->RegisterAnimationSRTKeys("Leaf", 0, 0, 2, nullptr, nullptr, keys, nullptr));
     ASSERT_EQ(D3D_OK, controller->RegisterAnimationSet(set.get()));
     ASSERT_EQ(D3D_OK, controller->SetTrackAnimationSet(0, set.get()));
+    ASSERT_EQ(D3D_OK, D3DXFrameRegisterNamedMatrices(scene.root, controller.get()));
     ASSERT_EQ(D3D_OK, controller->AdvanceTime(0.5, nullptr));
     EXPECT_FLOAT_EQ(4, leaf->TransformationMatrix._42);
 }
 
-// A box (position, normal; material 0) and a textured quad (position, texture coordinates;
-// material 1) moved 5 along x, its coordinates scaled by 2: one mesh holding both, the quad's
-// indices after the box's vertices, the declaration the union of theirs, both attribute tables.
+float distance(const float* point, const D3DXVECTOR3& expected)
+{
+    const D3DXVECTOR3 offset = *reinterpret_cast<const D3DXVECTOR3*>(point) - expected;
+    return D3DXVec3Length(&offset);
+}
+
+// A box (position, normal; material 0) turned and then stretched along y, and a textured quad
+// (position, texture coordinates; material 1) moved 5 along x, its coordinates scaled by 2: one
+// mesh holding both, the quad's indices after the box's vertices, the declaration the union of
+// theirs, both attribute tables.
 TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
 {
     Ref<ID3DXMesh> box, quad, joined;
@@ -192,11 +173,17 @@ TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
     const D3DXATTRIBUTERANGE quadRange = {1, 0, 2, 0, 4};
     ASSERT_EQ(D3D_OK, quad->SetAttributeTable(&quadRange, 1));
 
+    float boxCorner[6];  // position and normal of the box's first vertex
+    box->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
+    std::copy(v, v + 6, boxCorner);
+    box->UnlockVertexBuffer();
+
     ID3DXMesh* both[2] = {box.get(), quad.get()};
-    D3DXMATRIX geometry[2], texture[2];
+    D3DXMATRIX geometry[2], texture[2], turn, stretch;
+    D3DXMatrixRotationYawPitchRoll(&turn, 0.5f, 0.5f, 0.5f);
+    D3DXMatrixMultiply(&geometry[0], &turn, D3DXMatrixScaling(&stretch, 1, 2, 1));
     D3DXMatrixTranslation(&geometry[1], 5, 0, 0);
     D3DXMatrixScaling(&texture[1], 2, 2, 1);
-    D3DXMatrixIdentity(&geometry[0]);
     D3DXMatrixIdentity(&texture[0]);
     ASSERT_EQ(D3D_OK, D3DXConcatenateMeshes(both, 2, D3DXMESH_SYSTEMMEM, geometry, texture, nullptr, device(),
                                             joined.out()));
@@ -206,7 +193,14 @@ TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
     joined->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
     const float* corner = v + 8 * 26;  // the quad's (1, 1): x, y, z, normal, u, v
     EXPECT_TRUE(corner[0] == 6 && corner[1] == 1 && corner[6] == 2 && corner[7] == 2);
-    EXPECT_NEAR(1, D3DXVec3Length(reinterpret_cast<const D3DXVECTOR3*>(v + 3)), 1e-5) << "box normals kept";
+    // A normal goes by the inverse transpose: turned, then divided by the stretch, then made unit.
+    D3DXVECTOR3 position, normal;
+    D3DXVec3TransformCoord(&position, reinterpret_cast<const D3DXVECTOR3*>(boxCorner), &geometry[0]);
+    D3DXVec3TransformNormal(&normal, reinterpret_cast<const D3DXVECTOR3*>(boxCorner + 3), &turn);
+    normal.y /= 2;
+    D3DXVec3Normalize(&normal, &normal);
+    EXPECT_LT(distance(v, position), 1e-5f);
+    EXPECT_LT(distance(v + 3, normal), 1e-5f);
     EXPECT_TRUE(v[6] == 0 && v[7] == 0) << "no texture coordinates for the box";
     joined->UnlockVertexBuffer();
     joined->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&i));
@@ -216,7 +210,8 @@ TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
     DWORD entries = 2;
     ASSERT_EQ(D3D_OK, joined->GetAttributeTable(table, &entries));
     ASSERT_EQ(2u, entries);
-    EXPECT_TRUE(table[1].AttribId == 1 && table[1].FaceStart == 12 && table[1].VertexStart == 24);
+    EXPECT_TRUE(table[1].AttribId == 1 && table[1].FaceStart == 12 && table[1].VertexStart == 24 &&
+                table[1].VertexCount == 4);
 }
 
 }  // namespace
