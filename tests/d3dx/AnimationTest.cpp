@@ -129,7 +129,7 @@ TEST(AnimationSet, RegistrationKeepsItsLimitsAndEmptyAnimationsRestAtIdentity)
     EXPECT_EQ(D3DERR_INVALIDCALL, set->RegisterAnimationSRTKeys("bone", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
         << "a second animation of the same name";
     ASSERT_EQ(S_OK, set->RegisterAnimationSRTKeys("empty", 0, 0, 0, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(D3DERR_INVALIDCALL, set->RegisterAnimationSRTKeys("fourth", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
+    EXPECT_EQ(D3DERR_INVALIDCALL, set->RegisterAnimationSRTKeys("third", 0, 0, 0, nullptr, nullptr, nullptr, nullptr))
         << "more animations than the set was made for";
     UINT index = 0;
     ASSERT_EQ(S_OK, set->GetAnimationIndexByName("empty", &index));

@@ -71,14 +71,6 @@ TEST_F(XMeshLoad, ShortMaterialListsGiveTheLastIndexToTheRemainingFaces)
             EXPECT_EQ(list.expected, quadMaterials(container->MeshData.pMesh));
         }
     }
-    const std::string file = compressed(materialListFile(4, {1}, true));
-    Ref<ID3DXMesh> mesh;
-    Ref<ID3DXBuffer> materials;
-    DWORD materialCount = 0;
-    ASSERT_EQ(D3D_OK, D3DXLoadMeshFromXInMemory(file.data(), DWORD(file.size()), D3DXMESH_SYSTEMMEM, device(),
-                                                nullptr, materials.out(), nullptr, &materialCount, mesh.out()));
-    EXPECT_EQ(2u, materialCount);
-    EXPECT_EQ((std::vector<DWORD>{1, 1, 1, 1}), quadMaterials(mesh.get())) << "the single-mesh loader reads them too";
 }
 
 // Root turned a quarter about z and moved to x = 10 holds Big (stretched 2 along x, moved 3
@@ -144,34 +136,28 @@ float distance(const float* point, const D3DXVECTOR3& expected)
     return D3DXVec3Length(&offset);
 }
 
-// A box (position, normal; material 0) turned and then stretched along y, and a textured quad
-// (position, texture coordinates; material 1) moved 5 along x, its coordinates scaled by 2: one
-// mesh holding both, the quad's indices after the box's vertices, the declaration the union of
-// theirs, both attribute tables.
+// A unit quad with texture coordinates whose one-index material list puts both triangles in
+// material 1 (read by the single-mesh loader).
+const char* const kQuad = R"(
+Mesh { 4; 0.0;0.0;0.0;, 1.0;0.0;0.0;, 1.0;1.0;0.0;, 0.0;1.0;0.0;; 2; 3;0,1,2;, 3;0,2,3;;
+  MeshTextureCoords { 4; 0.0;0.0;, 1.0;0.0;, 1.0;1.0;, 0.0;1.0;; }
+  MeshMaterialList { 2; 1; 1;; Material { 1.0;0.0;0.0;1.0;; 0.0; 0.0;0.0;0.0;; 0.0;0.0;0.0;; }
+                               Material { 0.0;0.0;1.0;1.0;; 0.0; 0.0;0.0;0.0;; 0.0;0.0;0.0;; } }
+}
+)";
+
+// A box (position, normal; material 0) turned and then stretched along y, and the quad moved 5
+// along x, its coordinates scaled by 2: one mesh holding both, the quad's indices after the box's
+// vertices, the declaration the union of theirs, both attribute tables.
 TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
 {
     Ref<ID3DXMesh> box, quad, joined;
+    const std::string quadFile = textFile({kQuad});
     ASSERT_EQ(D3D_OK, D3DXCreateBox(device(), 2, 2, 2, box.out(), nullptr));
-    ASSERT_EQ(D3D_OK, D3DXCreateMeshFVF(2, 4, D3DXMESH_SYSTEMMEM, D3DFVF_XYZ | D3DFVF_TEX1, device(), quad.out()));
+    ASSERT_EQ(D3D_OK, D3DXLoadMeshFromXInMemory(quadFile.data(), DWORD(quadFile.size()), D3DXMESH_SYSTEMMEM, device(),
+                                                nullptr, nullptr, nullptr, nullptr, quad.out()));
     float* v = nullptr;
     WORD* i = nullptr;
-    DWORD* a = nullptr;
-    quad->LockVertexBuffer(0, reinterpret_cast<void**>(&v));
-    const float corners[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-    for (int c = 0; c < 4; ++c) {
-        const float vertex[5] = {corners[c][0], corners[c][1], 0, corners[c][0], corners[c][1]};
-        std::copy(vertex, vertex + 5, v + 5 * c);
-    }
-    quad->UnlockVertexBuffer();
-    quad->LockIndexBuffer(0, reinterpret_cast<void**>(&i));
-    const WORD indices[6] = {0, 1, 2, 0, 2, 3};
-    std::copy(indices, indices + 6, i);
-    quad->UnlockIndexBuffer();
-    quad->LockAttributeBuffer(0, &a);
-    a[0] = a[1] = 1;
-    quad->UnlockAttributeBuffer();
-    const D3DXATTRIBUTERANGE quadRange = {1, 0, 2, 0, 4};
-    ASSERT_EQ(D3D_OK, quad->SetAttributeTable(&quadRange, 1));
 
     float boxCorner[6];  // position and normal of the box's first vertex
     box->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
