@@ -32,10 +32,9 @@ HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA*
     ++meshContainers;
     if (skinInfo) {
         skinInfo->AddRef();
-        if (skinInfo->GetNumBones() > 0) {
+        DWORD influences = 0;  // Wine's own skin info cannot tell
+        if (skinInfo->GetNumBones() > 0 && SUCCEEDED(skinInfo->GetMaxVertexInfluences(&influences)))
             ++skinnedContainers;
-            bonesSeen += skinInfo->GetNumBones();
-        }
     }
     *newMeshContainer = container;
     return S_OK;

@@ -38,8 +38,7 @@ public:
 
     int framesCreated = 0;
     int meshContainers = 0;
-    int skinnedContainers = 0;
-    DWORD bonesSeen = 0;
+    int skinnedContainers = 0;  // with bones and a completed skin info
     ULONG skinReferencesLeft = ~0ul;  // what the last skin-info Release returned
 };
 
