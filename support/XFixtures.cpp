@@ -25,7 +25,7 @@ const char* const kWaveAndIdle = R"(
 AnimationSet Wave {
   Animation Anim-Arm {
     { Arm }
-    AnimationKey pos { 2; 2; 0;3;0.0,0.0,0.0;;, 10;3;10.0,20.0,0.0;;; }
+    AnimationKey pos { 2; 2; 0;3;0.0,0.0,0.0;;, 10;3;1.0e1,2.0E+1,0.0;;; }
     AnimationKey { 1; 2; 0;3;1.0,1.0,1.0;;, 20;3;3.0,1.0,1.0;;; }
     AnimationKey { 0; 2; 0;4;1.0,0.0,0.0,0.0;;, 10;4;0.7071068,0.0,-0.7071068,0.0;;; }
   }

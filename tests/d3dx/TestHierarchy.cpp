@@ -11,7 +11,6 @@ namespace vexiltest {
 HRESULT TestAllocator::CreateFrame(const char* name, D3DXFRAME** newFrame)
 {
     D3DXFRAME* frame = new D3DXFRAME{};
-    ++framesCreated;
     frame->Name = name ? _strdup(name) : nullptr;
     D3DXMatrixIdentity(&frame->TransformationMatrix);
     *newFrame = frame;
@@ -32,10 +31,9 @@ HRESULT TestAllocator::CreateMeshContainer(const char* name, const D3DXMESHDATA*
     ++meshContainers;
     if (skinInfo) {
         skinInfo->AddRef();
-        if (skinInfo->GetNumBones() > 0) {
+        DWORD influences = 0;  // Wine's own skin info cannot tell
+        if (skinInfo->GetNumBones() > 0 && SUCCEEDED(skinInfo->GetMaxVertexInfluences(&influences)))
             ++skinnedContainers;
-            bonesSeen += skinInfo->GetNumBones();
-        }
     }
     *newMeshContainer = container;
     return S_OK;
@@ -79,16 +77,12 @@ LoadedScene::LoadedScene(IDirect3DDevice9* device, const FromFile& file)
                                          &controller);
 }
 
-D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation)
-{
-    D3DXMATRIX out;
-    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
-}
-
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees, const D3DXVECTOR3& translation)
 {
     D3DXQUATERNION rotation;
-    return srtMatrix(scale, *D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees)), translation);
+    D3DXMATRIX out;
+    D3DXQuaternionRotationAxis(&rotation, &axis, D3DXToRadian(degrees));
+    return *D3DXMatrixTransformation(&out, nullptr, nullptr, &scale, nullptr, &rotation, &translation);
 }
 
 ::testing::AssertionResult matrixNear(const D3DXMATRIX& actual, const D3DXMATRIX& expected, float tolerance)

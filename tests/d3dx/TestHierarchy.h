@@ -36,10 +36,8 @@ public:
     STDMETHOD(DestroyFrame)(THIS_ D3DXFRAME* frame) override;
     STDMETHOD(DestroyMeshContainer)(THIS_ D3DXMESHCONTAINER* meshContainer) override;
 
-    int framesCreated = 0;
     int meshContainers = 0;
-    int skinnedContainers = 0;
-    DWORD bonesSeen = 0;
+    int skinnedContainers = 0;  // with bones and a completed skin info
     ULONG skinReferencesLeft = ~0ul;  // what the last skin-info Release returned
 };
 
@@ -64,10 +62,8 @@ struct LoadedScene {
     D3DXFRAME* frame(const char* name) const { return root ? D3DXFrameFind(root, name) : nullptr; }
 };
 
-
-// A D3DX matrix from scale, rotation (a quaternion, or about an axis in degrees) and
-// translation, the order the controller composes them in.
-D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXQUATERNION& rotation, const D3DXVECTOR3& translation);
+// A D3DX matrix from scale, rotation about an axis in degrees and translation, the order the
+// controller composes them in.
 D3DXMATRIX srtMatrix(const D3DXVECTOR3& scale, const D3DXVECTOR3& axis, float degrees,
                      const D3DXVECTOR3& translation);
 
