@@ -112,8 +112,8 @@ TEST(EffectCompilerDiagnostics, SourcesCompileOrNameTheLineOfTheirFault) {
 // Each broken shader assembles under Wine but breaks one rule Direct3D 9 checks when the shader is
 // created; its neighbour without a line stands exactly at the limit and compiles.
 TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
-    const std::string ps2Adds = "ps_2_0\n" + repeated("add r0, r0, c0\n", 63), vs2Slots = "vs_2_0\n" + repeated("nrm r1, c0\nlrp r2, r0, r1, c0\n", 51);
-    const std::string ps3Adds = "ps_3_0\n" + repeated("add r0, r0, c0\n", 511), samples = "ps_2_0\ndcl t0\ndcl_2d s0\n" + repeated("texld r0, t0, s0\n", 32);
+    const std::string ps2Adds = "ps_2_0\nmov r0, c0\n" + repeated("add r0, r0, c0\n", 62), vs2Slots = "vs_2_0\n" + repeated("nrm r1, c0\nlrp r2, r1, r1, c0\n", 51);
+    const std::string ps3Adds = "ps_3_0\nmov r0, c0\n" + repeated("add r0, r0, c0\n", 510), samples = "ps_2_0\ndcl t0\ndcl_2d s0\n" + repeated("texld r0, t0, s0\n", 32);
     const std::string loops = "vs_3_0\ndcl_position o0\ndefi i0, 2, 0, 1, 0\n" + repeated("loop aL, i0\n", 4);
     const std::string ifs = "vs_3_0\ndcl_position o0\ndefb b0, true\n" + repeated("if b0\n", 24), endifs = repeated("endif\n", 24) + "mov o0, c0";
     const std::string calls = "vs_2_0\ncall l0\nmov oPos, c0\nret\nlabel l0\n";
@@ -123,8 +123,8 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {"vs_3_0\ndcl_position o0\nmad r0, c1, c2, c3\nmov o0, r0", 3, "read ports: mad reads 3 different c# registers"},
         {"vs_3_0\ndcl_position o0\nmad r0, c1, c1, c1\nmov o0, r0", 0, ""},
         {"vs_2_0\nmad r0, c1, c1, c1\nmov oPos, r0", 2, "read ports: mad reads c# registers 3 times"},
-        {"vs_2_0\nmad r0, c1, c1, r1\nmov oPos, r0", 0, ""},
-        {"vs_2_0\nsincos r0.xy, c2.x, c0, c1\nmov oPos, r0", 0, ""},
+        {"vs_2_0\ndcl_position v0\nmad r0, c1, c1, v0\nmov oPos, r0", 0, ""},
+        {"vs_2_0\nsincos r0.xy, c2.x, c0, c1\nmov oPos, r0.xyyy", 0, ""},
         {"ps_2_0\ndcl v0\ndcl v1\nadd r0, v0, v1\nmov oC0, r0", 4, "read ports"},
         {"vs_2_0\n/* two\nlines */ mov oPos, c256", 3, "register range"},
         {"vs_2_0\nmov oPos, c255", 0, ""},
@@ -137,8 +137,8 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {ps2Adds + "add r0, r0, c0\nmov oC0, r0", 66, "instruction slots"},
         {samples + "mov oC0, r0", 0, ""},
         {samples + "texld r0, t0, s0\nmov oC0, r0", 36, "instruction slots"},
-        {vs2Slots + "mov oPos, r0", 0, ""},
-        {vs2Slots + "add r0, r0, c0\nmov oPos, r0", 105, "instruction slots"},
+        {vs2Slots + "mov oPos, r2", 0, ""},
+        {vs2Slots + "add r0, r2, c0\nmov oPos, r0", 105, "instruction slots"},
         {ps3Adds + "mov oC0, r0", 0, ""},
         {ps3Adds + "add r0, r0, c0\nmov oC0, r0", 514, "instruction slots"},
         {loops + repeated("endloop\n", 4) + "mov o0, c0", 0, ""},
@@ -154,16 +154,20 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {"vs_2_0\nelse\nmov oPos, c0", 2, "flow control"},
         {"vs_2_0\ndefi i0, 1, 0, 0, 0\nrep i0\nmov oPos, c[aL]\nendrep", 4, "flow control: aL is used outside a loop"},
         {"ps_3_0\ndcl_texcoord0 v0\ndcl_2d s0\nmov r0, v0\nif_gt r0.x, v0.x\ntexld r1, r0, s0\nendif\nmov oC0, r1", 6, "flow control"},
-        {"vs_2_0\ndcl_position v0\nnrm r0, r0\nmov oPos, r0", 3, "operands: nrm cannot write r0"},
+        {"vs_2_0\ndcl_position v0\nmov r0, v0\nnrm r0, r0\nmov oPos, r0", 4, "operands: nrm cannot write r0"},
         {"vs_2_0\nrcp r0, c0.xy\nmov oPos, r0", 2, "operands"},
         {"ps_2_0\nmov r0, c0.xzyw\nmov oC0, r0", 2, "operands: ps_2_0 offers no arbitrary swizzles"},
         {"ps_2_0\nmov r0, c0.yzxw\nmov oC0, r0", 0, ""},
         {"vs_2_0\ndcl_position v0\nm4x4 r0, v0, c0\nm4x4 r0.xyz, r0, c4\nmov oPos, r0", 4, "operands"},
         {"vs_2_x\ndcl_position v0\nmov_sat oPos, v0", 3, "modifiers: _sat needs vs_3_0"},
         {"ps_3_0\nmov r0, -c0_abs\nadd r0, r0, c1\nmov oC0, r0", 3, "modifiers"},
-        {"ps_2_0\nadd oC0, c0, r0", 2, "outputs"},
+        {"vs_2_0\nmov r0.xyz, c0\nmov oPos, r0", 3, "temporary registers: mov reads r0.w before"},
+        {"vs_2_0\nmov r0.xyz, c0\nmov r1.xyw, c0\nlit r2, r1\nmov oPos, r0.xyzz", 0, ""},
+        {"vs_2_0\ndcl_position v0\nmov r4, c0\nmov r5.xyz, c1\nm3x3 r0.xyz, v0, r4\nmov oPos, r0.xyzz", 5, "temporary registers: m3x3 reads r6.xyz"},
+        {"vs_2_0\ncall l0\nmov oPos, r0\nret\nlabel l0\nmov r0, c0\nret", 0, ""},
+        {"ps_2_0\nadd oC0, c0, c0", 2, "outputs"},
         {"ps_2_x\nmov oC1, c0", 1, "outputs"},
-        {"ps_3_0\nif_gt r0.x, c0.x\nmov oC0, c0\nendif", 3, "outputs"},
+        {"ps_3_0\nmov r0, c1\nif_gt r0.x, c0.x\nmov oC0, c0\nendif", 4, "outputs"},
     };
     for (const auto& c : cases) {
         bool pixel = c.shader[0] == 'p';

@@ -27,6 +27,7 @@ const char kFlow[] = "flow control";
 const char kOperands[] = "operands";
 const char kModifiers[] = "modifiers";
 const char kOutputs[] = "outputs";
+const char kUninitialised[] = "temporary registers";
 
 // Source modifiers of the token stream (D3DSPSM_* >> 24) and destination modifiers (D3DSPDM_* >> 20).
 const uint32_t kNegate = 1, kAbs = 11, kAbsNegate = 12, kNot = 13;
@@ -279,6 +280,7 @@ public:
     }
 
     void run() {
+        countSubroutineWrites();
         for (m_at = 0; m_at < m_code.instructions.size(); ++m_at) check(m_code.instructions[m_at]);
         finish();
     }
@@ -360,6 +362,7 @@ private:
         for (size_t i = 0; i < instruction.sources.size(); ++i) checkSource(rule, instruction, i);
         checkReadPorts(rule, instruction);
         checkOperands(rule, instruction);
+        recordTemporaryWrite(instruction);
         checkFlow(rule, instruction);
         if (!m_model.vertex) checkPixelOutput(rule, instruction);
     }
@@ -543,6 +546,7 @@ private:
         if (source.relative) checkAddress(registers, source);
         checkSourceModifier(source);
         checkSwizzle(rule, instruction, position);
+        if (source.kind == D3DSPR_TEMP && !source.relative) checkTemporaryRead(rule, instruction, position);
         if (source.kind == D3DSPR_CONST && m_model.is(kVs30 | kPs30)) checkConstantAbs(source);
         if (!registers.declared || source.relative) return;
         auto declared = m_declared.find(source.kind << 16 | source.index);
@@ -589,6 +593,51 @@ private:
         for (uint32_t allowed : kPs20Swizzles)
             if (source.swizzle == allowed) return;
         fail(kOperands, "ps_2_0 offers no arbitrary swizzles: .xyzw, .x .y .z .w, .yzxw, .zxyw and .wzyx only");
+    }
+
+    // ---- temporaries written before they are read ------------------------------------------------
+    // The runtime refuses a shader that reads a component of r# no earlier instruction wrote. Earlier
+    // means in the text; a subroutine's writes count as made before the main program, which may
+    // call it before it reads what the routine left.
+    void countSubroutineWrites() {
+        bool inRoutine = false;
+        for (const ShaderInstruction& instruction : m_code.instructions) {
+            inRoutine = inRoutine || instruction.opcode == D3DSIO_LABEL;
+            if (inRoutine) recordTemporaryWrite(instruction);
+        }
+    }
+
+    void recordTemporaryWrite(const ShaderInstruction& instruction) {
+        const ShaderOperand& target = instruction.destination;
+        if (instruction.hasDestination && target.kind == D3DSPR_TEMP && !isSetup(instruction.opcode))
+            m_temporariesWritten[target.index] |= target.mask;
+    }
+
+    void checkTemporaryRead(const InstructionRule& rule, const ShaderInstruction& instruction, size_t position) const {
+        const ShaderOperand& source = instruction.sources[position];
+        bool matrixRows = (rule.flags & kMatrixMultiply) && position == 1;
+        uint32_t read = matrixRows ? (1u << rule.vectorSize) - 1 : temporaryComponentsRead(rule, instruction, position);
+        uint32_t rows = matrixRows ? rule.matrixRows : 1;
+        for (uint32_t row = 0; row < rows; ++row) {
+            auto written = m_temporariesWritten.find(source.index + row);
+            uint32_t missing = read & ~(written == m_temporariesWritten.end() ? 0u : written->second);
+            if (missing)
+                fail(kUninitialised, std::string(rule.name) + " reads " + nameOf(D3DSPR_TEMP, source.index + row) +
+                                         maskText(missing) + " before any instruction writes it");
+        }
+    }
+
+    // lit and dst leave some components of their sources unread.
+    uint32_t temporaryComponentsRead(const InstructionRule& rule, const ShaderInstruction& instruction, size_t position) const {
+        const ShaderOperand& source = instruction.sources[position];
+        uint32_t positions = instruction.opcode == D3DSIO_LIT ? 0xB           // x, y, w
+                             : instruction.opcode == D3DSIO_DST ? (position == 0 ? 0x6 : 0xA)  // y, z | y, w
+                                                                : 0;
+        if (!positions) return componentsRead(rule, instruction, position);
+        uint32_t mask = 0;
+        for (int i = 0; i < 4; ++i)
+            if (positions & (1u << i)) mask |= 1u << source.component(i);
+        return mask;
     }
 
     uint32_t componentsRead(const InstructionRule& rule, const ShaderInstruction& instruction, size_t position) const {
@@ -891,6 +940,7 @@ private:
     std::map<uint32_t, size_t> m_labels;
     int m_routine = -1;
     std::map<uint32_t, uint32_t> m_outputWrites;
+    std::map<uint32_t, uint32_t> m_temporariesWritten;  // r# index: components some instruction wrote
 };
 
 }  // namespace
