@@ -113,10 +113,13 @@ TEST(EffectCompilerDiagnostics, SourcesCompileOrNameTheLineOfTheirFault) {
 // created; its neighbour without a line stands exactly at the limit and compiles.
 TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
     const std::string ps2Adds = "ps_2_0\nmov r0, c0\n" + repeated("add r0, r0, c0\n", 62), vs2Slots = "vs_2_0\n" + repeated("nrm r1, c0\nlrp r2, r1, r1, c0\n", 51);
-    const std::string ps3Adds = "ps_3_0\nmov r0, c0\n" + repeated("add r0, r0, c0\n", 510), samples = "ps_2_0\ndcl t0\ndcl_2d s0\n" + repeated("texld r0, t0, s0\n", 32);
+    const std::string ps3Adds = "ps_3_0\nmov r0, c0\n" + repeated("add r0, r0, c0\n", 510);
+    std::string samples = "ps_2_0\ndcl t0\ndcl_2d s0\n";  // each r# written thrice at most: dependent to the second order
+    for (int i = 0; i < 32; ++i) samples += "texld r" + std::to_string(i % 12) + ", t0, s0\n";
     const std::string loops = "vs_3_0\ndcl_position o0\ndefi i0, 2, 0, 1, 0\n" + repeated("loop aL, i0\n", 4);
     const std::string ifs = "vs_3_0\ndcl_position o0\ndefb b0, true\n" + repeated("if b0\n", 24), endifs = repeated("endif\n", 24) + "mov o0, c0";
     const std::string calls = "vs_2_0\ncall l0\nmov oPos, c0\nret\nlabel l0\n";
+    const std::string chain = "ps_2_0\ndcl t0\ndcl_2d s0\ntexld r0, t0, s0\ntexld r1, r0, s0\ntexld r2, r1, s0\ntexld r3, r2, s0\n";
     // The line refused, 1 being the version (0: the shader compiles), and the rule it breaks.
     const struct { std::string shader; int line; const char* rule; } cases[] = {
         {"vs_1_1\nmov oPos, c0", 1, "shader model"},
@@ -165,6 +168,10 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {"vs_2_0\nmov r0.xyz, c0\nmov r1.xyw, c0\nlit r2, r1\nmov oPos, r0.xyzz", 0, ""},
         {"vs_2_0\ndcl_position v0\nmov r4, c0\nmov r5.xyz, c1\nm3x3 r0.xyz, v0, r4\nmov oPos, r0.xyzz", 5, "temporary registers: m3x3 reads r6.xyz"},
         {"vs_2_0\ncall l0\nmov oPos, r0\nret\nlabel l0\nmov r0, c0\nret", 0, ""},
+        {chain + "mov oC0, r3", 0, ""},
+        {chain + "texld r4, r3, s0\nmov oC0, r4", 8, "dependent reads: texld is a dependent read of order 4"},
+        {"ps_2_0\ndcl t0\ndcl_2d s0\ntexld r0, t0, s0\ntexld r0, t0, s0\nadd r1, r0, c0\ntexld r1, t0, s0\n"
+         "texld r2, r1, s0\ntexld r3, r2, s0\nmov oC0, r3", 9, "dependent reads"},
         {"ps_2_0\nadd oC0, c0, c0", 2, "outputs"},
         {"ps_2_x\nmov oC1, c0", 1, "outputs"},
         {"ps_3_0\nmov r0, c1\nif_gt r0.x, c0.x\nmov oC0, c0\nendif", 4, "outputs"},

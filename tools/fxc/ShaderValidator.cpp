@@ -28,6 +28,7 @@ const char kOperands[] = "operands";
 const char kModifiers[] = "modifiers";
 const char kOutputs[] = "outputs";
 const char kUninitialised[] = "temporary registers";
+const char kDependentReads[] = "dependent reads";
 
 // Source modifiers of the token stream (D3DSPSM_* >> 24) and destination modifiers (D3DSPDM_* >> 20).
 const uint32_t kNegate = 1, kAbs = 11, kAbsNegate = 12, kNot = 13;
@@ -362,6 +363,7 @@ private:
         for (size_t i = 0; i < instruction.sources.size(); ++i) checkSource(rule, instruction, i);
         checkReadPorts(rule, instruction);
         checkOperands(rule, instruction);
+        if (m_model.is(kPs20 | kPs2x)) trackDependentReads(rule, instruction);
         recordTemporaryWrite(instruction);
         checkFlow(rule, instruction);
         if (!m_model.vertex) checkPixelOutput(rule, instruction);
@@ -625,6 +627,41 @@ private:
                 fail(kUninitialised, std::string(rule.name) + " reads " + nameOf(D3DSPR_TEMP, source.index + row) +
                                          maskText(missing) + " before any instruction writes it");
         }
+    }
+
+    // ---- dependent texture reads (ps 2) ------------------------------------------------------------
+    // Without the no-limit cap a texture instruction may be dependent to the third order. One is of
+    // the first order when it samples at r# or writes an r# already written; of order n + 1 when it
+    // reads or overwrites an r# whose contents come, perhaps indirectly, from one of order n. Each
+    // written r# keeps the highest order its contents come from.
+    static const int kMostDependentOrder = 3;
+
+    int dependentLevel(const ShaderOperand& operand) const {
+        if (operand.kind != D3DSPR_TEMP) return 0;
+        auto found = m_dependentLevels.find(operand.index);
+        return found == m_dependentLevels.end() ? 0 : found->second;
+    }
+
+    void trackDependentReads(const InstructionRule& rule, const ShaderInstruction& instruction) {
+        if (!instruction.hasDestination || instruction.destination.kind != D3DSPR_TEMP) return;
+        const ShaderOperand& target = instruction.destination;
+        const bool rewritten = m_dependentLevels.count(target.index) != 0;
+        int level = 0;
+        if (rule.kind == InstructionKind::Texture && instruction.opcode != D3DSIO_TEXKILL) {
+            const ShaderOperand& coordinates = instruction.sources[0];
+            for (int touched : {dependentLevel(coordinates), dependentLevel(target)})
+                if (touched) level = std::max(level, touched + 1);
+            if (coordinates.kind == D3DSPR_TEMP || rewritten) level = std::max(level, 1);
+            if (level > kMostDependentOrder)
+                fail(kDependentReads, std::string(rule.name) + " is a dependent read of order " + std::to_string(level) +
+                                          "; " + m_model.name + " allows " + std::to_string(kMostDependentOrder));
+        } else {
+            for (size_t i = 0; i < instruction.sources.size(); ++i)
+                level = std::max(level, dependentLevel(instruction.sources[i]));
+            // Components the instruction leaves keep what they came from.
+            if (target.mask != 0xF || instruction.predicated) level = std::max(level, dependentLevel(target));
+        }
+        m_dependentLevels[target.index] = level;
     }
 
     // lit and dst leave some components of their sources unread.
@@ -941,6 +978,7 @@ private:
     int m_routine = -1;
     std::map<uint32_t, uint32_t> m_outputWrites;
     std::map<uint32_t, uint32_t> m_temporariesWritten;  // r# index: components some instruction wrote
+    std::map<uint32_t, int> m_dependentLevels;          // r# written so far: the dependent-read order it comes from
 };
 
 }  // namespace
