@@ -319,3 +319,25 @@ TEST_F(CompiledEffectTest, EveryPassStateReachesItsDeviceState) {
     std::memcpy(fields + 25, &material, sizeof(material));
     for (int i = 0; i < 42; ++i) EXPECT_EQ(i + 1.0f, fields[i]) << "field " << i << " of the light, then the material";
 }
+
+// An initializer lists a matrix row by row whatever its packing; a column_major matrix takes a
+// register a column, so its registers hold the listed values a column each.
+TEST_F(CompiledEffectTest, MatrixDefaultsReachTheirRegistersInTheirPacking) {
+    ID3DXEffect* effect = load(R"(
+        column_major float4x3 Columns : register(vs, c8) = { 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12 };
+        row_major float4x3 Rows : register(vs, c12) = { 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12 };
+        technique T { pass { VertexShader = asm { vs_2_0 dcl_position v0 add r0, v0, c8 add r0, r0, c10
+            add r0, r0, c12 add r0, r0, c15 mov oPos, r0 }; } }
+    )");
+    ASSERT_TRUE(effect);
+    float columns[3][4] = {}, rows[4][4] = {};
+    inPass("T", [&] {
+        device()->GetVertexShaderConstantF(8, columns[0], 3);
+        device()->GetVertexShaderConstantF(12, rows[0], 4);
+    });
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 3; ++c) {
+            EXPECT_EQ(3.0f * r + c + 1, columns[c][r]) << "column " << c << " of Columns in c" << 8 + c;
+            EXPECT_EQ(3.0f * r + c + 1, rows[r][c]) << "row " << r << " of Rows in c" << 12 + r;
+        }
+}

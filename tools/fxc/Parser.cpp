@@ -296,7 +296,19 @@ private:
                          std::to_string(needed));
         std::vector<uint32_t> words;
         for (const Literal& literal : literals) words.push_back(convertLiteral(literal, type.type));
-        return words;
+        return type.cls == PC_MATRIX_COLUMNS ? columnByColumn(words, type) : words;
+    }
+
+    // Initializers list a matrix row by row; a column_major one is stored as its registers hold it,
+    // a column after the other.
+    static std::vector<uint32_t> columnByColumn(const std::vector<uint32_t>& rowByRow, const TypeDesc& type) {
+        std::vector<uint32_t> stored(rowByRow.size());
+        const size_t size = type.rows * type.columns;
+        for (size_t element = 0; element < rowByRow.size(); element += size)
+            for (uint32_t r = 0; r < type.rows; ++r)
+                for (uint32_t c = 0; c < type.columns; ++c)
+                    stored[element + c * type.rows + r] = rowByRow[element + r * type.columns + c];
+        return stored;
     }
 
     std::vector<uint8_t> parseShaderValue(const Token& at) {
