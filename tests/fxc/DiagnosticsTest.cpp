@@ -156,6 +156,7 @@ TEST(EffectCompilerDiagnostics, ShadersFollowTheRulesOfTheirModel) {
         {"vs_2_0\nmov oPos, c0\nlabel l0\nret", 3, "flow control"},
         {"vs_2_0\nelse\nmov oPos, c0", 2, "flow control"},
         {"vs_2_0\ndefi i0, 1, 0, 0, 0\nrep i0\nmov oPos, c[aL]\nendrep", 4, "flow control: aL is used outside a loop"},
+        {"ps_3_0\ndcl_texcoord0 v0\ndefi i0, 1, 0, 0, 0\nloop aL, i0\nmov r0, v0[aL]\nendloop\nmov oC0, r0", 0, ""},
         {"ps_3_0\ndcl_texcoord0 v0\ndcl_2d s0\nmov r0, v0\nif_gt r0.x, v0.x\ntexld r1, r0, s0\nendif\nmov oC0, r1", 6, "flow control"},
         {"vs_2_0\ndcl_position v0\nmov r0, v0\nnrm r0, r0\nmov oPos, r0", 4, "operands: nrm cannot write r0"},
         {"vs_2_0\nrcp r0, c0.xy\nmov oPos, r0", 2, "operands"},
