@@ -59,6 +59,7 @@ TEST(FrameNodeIndexer, BuildsTheBreadthFirstTableAndSwitchesSubtreesOff) {
     // The root's subtree, not its siblings; frames already off are reported again.
     EXPECT_EQ(strings(copy.disableFrameRendering("A")), (std::vector<std::string>{"A", "B", "C", "D", "E", "F"}));
     EXPECT_TRUE(copy.frameByName("S").m_renderFrame);
+    EXPECT_FALSE(copy.frameByName("F").m_renderFrame) << "a grandchild is switched off too";
     EXPECT_TRUE(index.frameByName("B").m_renderFrame) << "copies are deep";
 
     t.add("E", &f->pFrameFirstChild);
