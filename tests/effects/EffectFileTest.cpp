@@ -165,6 +165,10 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
         {"shader code without its end", [](TinyEffect& e) { e.objectCount = 4; e.parameter(D3DXPT_PIXELSHADER, "PS", D3DXPC_OBJECT, {3}); e.objectData(3, {0xFFFF0200}); }, false},
         {"16 million empty elements", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0x00FFFFFF, {0}), e.words({})); }, false},
         {"a struct without members", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0, {0}), e.words({})); }, false},
+        {"a struct member naming object 3 of 3", [](TinyEffect& e) {
+             Words member{1, D3DXPT_TEXTURE, D3DXPC_OBJECT, e.text("Member"), e.text("", false), 0};
+             e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("Holder"), 0, member), e.words({3}));
+         }, false},
         {"a scalar of an object type", [](TinyEffect& e) { e.parameter(D3DXPT_TEXTURE, "T", D3DXPC_SCALAR, {0}, kScalarShape); }, false},
         {"a vector without columns", [](TinyEffect& e) { e.parameter(D3DXPT_FLOAT, "Wide", D3DXPC_VECTOR, {0}, {0, 1}); }, false},
         {"a sampler state that is its own block", [](TinyEffect& e) {
