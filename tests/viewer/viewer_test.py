@@ -288,10 +288,10 @@ def check_fixtures(viewer):
     failures += problems
     if once and (once[7] == once[8] or any(p != once[8] for p in once[9:])):
         failures.append("--once does not play Raise to its end at 2 s and hold it there")
-    fast, _, problems = check_run(viewer, fixture("arm.x"), 4, 4, "--speed", "2")
+    fast, _, problems = check_run(viewer, fixture("arm.x"), 4, 4, "--speed", "2", "--animation", "0")
     failures += problems
     if looped and fast and fast != looped[0:8:2]:
-        failures.append("--speed 2 does not show at each frame what speed 1 shows at every other")
+        failures.append("--speed 2 on the first set does not show at each frame what speed 1 shows at every other")
     for chosen in (["--animation", "Wag"], ["--animation", "1"]):
         wag, _, problems = check_run(viewer, fixture("arm.x"), 2, 4, *chosen)
         failures += problems
