@@ -60,6 +60,12 @@ public:
     void parameterAt(uint32_t typeOffset, uint32_t valueOffset) {
         m_parameters = m_parameters + Words{typeOffset, valueOffset, 0, 0};
     }
+    // A technique of one pass that sets one state (an int of 1) by its operation.
+    void techniqueSetting(uint32_t operation) {
+        Words state{operation, 0, type(D3DXPT_INT, D3DXPC_SCALAR, text("", false), 0, {1, 1}), words({1})};
+        m_techniques = m_techniques + Words{text("T"), 0, 1, text("P"), 0, 1} + state;
+        ++m_techniqueCount;
+    }
     void objectData(uint32_t id, const Words& data) { append(m_objects, {id}, data, m_objectRecords); }
     void resource(const Words& fields, const std::string& data) {
         append(m_resources, fields, paddedWords(data), m_resourceRecords, static_cast<uint32_t>(data.size()));
@@ -70,7 +76,8 @@ public:
     Bytes bytes() const {
         const uint32_t parameters = static_cast<uint32_t>(m_parameters.size() / 4);
         Words file = Words{0xFEFF0901, static_cast<uint32_t>(m_blob.size() * 4)} + m_blob +
-                     Words{parameters, 0, 0, objectCount} + m_parameters + Words{m_objectRecords, m_resourceRecords} +
+                     Words{parameters, m_techniqueCount, 0, objectCount} + m_parameters + m_techniques +
+                     Words{m_objectRecords, m_resourceRecords} +
                      m_objects + m_resources;
         Bytes bytes(file.size() * 4);
         std::memcpy(bytes.data(), file.data(), bytes.size());
@@ -84,8 +91,8 @@ private:
         ++records;
     }
 
-    Words m_blob, m_parameters, m_objects, m_resources;
-    uint32_t m_objectRecords = 0, m_resourceRecords = 0;
+    Words m_blob, m_parameters, m_techniques, m_objects, m_resources;
+    uint32_t m_techniqueCount = 0, m_objectRecords = 0, m_resourceRecords = 0;
 };
 
 const uint32_t kTextureOperation = 0xA4, kNone = 0xFFFFFFFF;
@@ -169,6 +176,8 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
              Words member{1, D3DXPT_TEXTURE, D3DXPC_OBJECT, e.text("Member"), e.text("", false), 0};
              e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("Holder"), 0, member), e.words({3}));
          }, false},
+        {"a pass setting the last state of D3DX's table", [](TinyEffect& e) { e.techniqueSetting(0xB2); }, true},
+        {"a pass setting a state past D3DX's table", [](TinyEffect& e) { e.techniqueSetting(0xB3); }, false},
         {"a scalar of an object type", [](TinyEffect& e) { e.parameter(D3DXPT_TEXTURE, "T", D3DXPC_SCALAR, {0}, kScalarShape); }, false},
         {"a vector without columns", [](TinyEffect& e) { e.parameter(D3DXPT_FLOAT, "Wide", D3DXPC_VECTOR, {0}, {0, 1}); }, false},
         {"a sampler state that is its own block", [](TinyEffect& e) {
