@@ -156,6 +156,13 @@ TEST(EffectFileCheck, CompiledEffectsPassAndEveryCutOfThemIsRefused) {
 }
 
 // Each rule of the check on the smallest effect that breaks it.
+// A float wrapped in `levels` structs of one member each.
+uint32_t nestedStruct(TinyEffect& e, int levels) {
+    Words type{D3DXPT_FLOAT, D3DXPC_SCALAR, e.text("x"), e.text("", false), 0, 1, 1};
+    for (int i = 0; i < levels; ++i) type = Words{D3DXPT_VOID, D3DXPC_STRUCT, e.text("s"), e.text("", false), 0, 1} + type;
+    return e.words(type);
+}
+
 TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
     const struct {
         const char* rule;
@@ -171,6 +178,8 @@ TEST(EffectFileCheck, EffectsBreakingOneRuleAreRefused) {
         {"string data", [](TinyEffect& e) { e.objectCount = 4; e.parameter(D3DXPT_STRING, "Note", D3DXPC_OBJECT, {3}); e.objectData(3, {0x6C6C6568, 0x6F}); }, true},
         {"shader code without its end", [](TinyEffect& e) { e.objectCount = 4; e.parameter(D3DXPT_PIXELSHADER, "PS", D3DXPC_OBJECT, {3}); e.objectData(3, {0xFFFF0200}); }, false},
         {"16 million empty elements", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0x00FFFFFF, {0}), e.words({})); }, false},
+        {"structs nested 16 deep", [](TinyEffect& e) { e.parameterAt(nestedStruct(e, 16), e.words({0})); }, true},
+        {"structs nested 17 deep", [](TinyEffect& e) { e.parameterAt(nestedStruct(e, 17), e.words({0})); }, false},
         {"a struct without members", [](TinyEffect& e) { e.parameterAt(e.type(D3DXPT_VOID, D3DXPC_STRUCT, e.text("None"), 0, {0}), e.words({})); }, false},
         {"a struct member naming object 3 of 3", [](TinyEffect& e) {
              Words member{1, D3DXPT_TEXTURE, D3DXPC_OBJECT, e.text("Member"), e.text("", false), 0};
